@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tarvex::server {
+
+/// An address to listen on. `host` is numeric IPv4 or IPv6 without brackets; port 0 takes a free one.
+struct listen_address {
+  std::string host;
+  std::uint16_t port = 0;
+};
+
+/// Everything the configuration file says, with defaults in place. Paths are absolute.
+struct configuration {
+  // [server]
+  std::vector<listen_address> listen;
+  std::optional<std::pair<std::uint16_t, std::uint16_t>> data_ports;  ///< passive ports, both ends included
+  std::string passive_address;                                        ///< announced in PASV; empty: the local address
+  bool allow_plaintext_login = false;
+  unsigned max_sessions = 1000;
+  unsigned idle_timeout_s = 300;
+  unsigned update_interval_s = 5;       ///< between progress replies; 0: none
+  std::string spool_directory;          ///< empty: a private temporary directory
+  std::uint64_t spool_limit_bytes = 0;  ///< of one stored file; 0: as the disk allows
+
+  // [tls]; both empty when the table is absent
+  std::string tls_certificate;
+  std::string tls_key;
+
+  // [accounts]
+  std::string accounts_file;
+
+  // [storage]
+  std::string storage_dsi = "box";
+  std::string storage_library;
+  std::optional<std::string> storage_policy;
+  std::map<std::string, int> storage_settings;
+
+  // [box]; empty when absent
+  std::string box_api_base;
+  std::string box_upload_base;
+  std::string box_ca_file;
+};
+
+/// One thing that is wrong with a configuration or accounts file.
+struct configuration_mistake {
+  std::string file;
+  unsigned line = 0;  ///< 0: the file as a whole
+  std::string text;   ///< names the key, says what is wrong and what would be right
+};
+
+/// "FILE:LINE: TEXT", as `--check` and the start of the program print it.
+std::string mistake_text(const configuration_mistake& mistake);
+
+/// Reads and checks FILE (TOML). Reports every mistake it finds, not only the first: syntax, unknown tables and keys,
+/// wrong types, values out of range, files that are named and do not exist. With mistakes the configuration is not to
+/// be used.
+std::vector<configuration_mistake> configuration_load(const std::string& file, configuration& out);
+
+}  // namespace tarvex::server

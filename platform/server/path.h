@@ -1,0 +1,20 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tarvex::server {
+
+/// Makes a client's path absolute and normal: joined to `directory` (absolute, normal) unless it begins with "/"; no
+/// ".", "..", "//" or trailing "/" left; ".." of the root is the root. An empty path is the directory itself.
+/// \return nothing when the path holds a NUL, CR or LF, or is longer than 4096 bytes.
+std::optional<std::string> path_normalise(std::string_view directory, std::string_view path);
+
+/// The path between double quotes, quotes inside doubled (RFC 959 appendix II, the 257 reply).
+std::string path_quoted(std::string_view path);
+
+/// The text after the last "/"; "/" for the root.
+std::string path_base_name(std::string_view path);
+
+}  // namespace tarvex::server

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "tarvex_common.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tarvex::server {
+
+/// Formats an FTP reply (RFC 959 section 4.2), CRLF included. One line gives "CODE line"; several give
+/// "CODE-first", "CODE-next", ..., and "CODE End." as the last. CR, LF, NUL and other control bytes inside a line are
+/// replaced by '?', so that a name cannot forge a reply; a byte 255 is doubled (telnet, RFC 854).
+std::string reply_format(int code, const std::vector<std::string>& lines);
+std::string reply_format(int code, std::string_view line);
+
+/// The reply that a failed operation gets: the code of its FTP response error (or `default_code` where it has none),
+/// then class word, message and causes, a line each. Does not release `result`.
+std::string reply_from_error(tarvex_result_t result, int default_code);
+
+/// The lines of that reply without code, for the log: joined by "; ".
+std::string error_text(tarvex_result_t result);
+
+}  // namespace tarvex::server
