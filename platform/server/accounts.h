@@ -25,4 +25,7 @@ std::vector<configuration_mistake> accounts_load(const std::string& file, accoun
 /// \return the account, borrowed from `accounts`; null when name or password is wrong.
 const account* accounts_authenticate(const account_map& accounts, std::string_view name, const std::string& password);
 
+/// Warns in the log of an accounts file and of credential files that group or others may read.
+void accounts_warn_exposed(const std::string& file, const account_map& accounts);
+
 }  // namespace tarvex::server

@@ -45,6 +45,8 @@ struct configuration {
   std::string box_api_base;
   std::string box_upload_base;
   std::string box_ca_file;
+
+  std::map<std::string, unsigned> lines;  ///< where FILE sets what, by "table.key"; for mistakes that show later
 };
 
 /// One thing that is wrong with a configuration or accounts file.
@@ -56,6 +58,9 @@ struct configuration_mistake {
 
 /// "FILE:LINE: TEXT", as `--check` and the start of the program print it.
 std::string mistake_text(const configuration_mistake& mistake);
+
+/// Line of FILE where `name` ("table.key" or "table") stands; 0 when it stands nowhere.
+unsigned configuration_line(const configuration& config, const std::string& name);
 
 /// Reads and checks FILE (TOML). Reports every mistake it finds, not only the first: syntax, unknown tables and keys,
 /// wrong types, values out of range, files that are named and do not exist. With mistakes the configuration is not to

@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tarvex::server {
 
@@ -20,6 +21,9 @@ struct storage {
 /// \return an empty string, or one line that says what is wrong: the library cannot be loaded, lacks its module, is of
 /// another interface version, or has no int setting `tarvex_i_<dsi>_<key>` (an exported object of int's size).
 std::string storage_load(const configuration& config, storage& out);
+
+/// What storage_load would find wrong, every mistake with its line in `file`, from which `config` was read.
+std::vector<configuration_mistake> storage_check(const configuration& config, const std::string& file);
 
 /// Value of the plug-in's exported int setting `tarvex_i_<dsi>_<key>`; nothing when it has none.
 std::optional<int> storage_setting(const storage& storage, const std::string& dsi, const std::string& key);

@@ -1,0 +1,84 @@
+// The program tarvex-gridftp-server.
+#include "accounts.h"
+#include "configuration.h"
+#include "listener.h"
+#include "log.h"
+#include "storage.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <exception>
+#include <iterator>
+#include <map>
+
+namespace {
+
+namespace server = tarvex::server;
+
+constexpr int EXIT_MISTAKES = 2;
+constexpr const char* VERSION = "tarvex-gridftp-server 0.26";
+
+const std::map<std::string, server::log_level> LEVELS = {{"debug", server::log_level::debug},
+                                                         {"info", server::log_level::info},
+                                                         {"warning", server::log_level::warning},
+                                                         {"error", server::log_level::error}};
+
+struct options {
+  std::string file;
+  bool check = false;
+  server::log_level level = server::log_level::info;
+};
+
+void append(std::vector<server::configuration_mistake>& all, std::vector<server::configuration_mistake> more) {
+  all.insert(all.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
+}
+
+/// Every mistake in the configuration and in what it names.
+std::vector<server::configuration_mistake> find_mistakes(const std::string& file, server::configuration& config,
+                                                         server::account_map& accounts) {
+  auto mistakes = server::configuration_load(file, config);
+  if (!config.accounts_file.empty()) append(mistakes, server::accounts_load(config.accounts_file, accounts));
+  if (!config.storage_library.empty()) append(mistakes, server::storage_check(config, file));
+  return mistakes;
+}
+
+int run(const options& chosen) {
+  server::log_start(chosen.level);
+  server::configuration config;
+  server::account_map accounts;
+  const auto mistakes = find_mistakes(chosen.file, config, accounts);
+  for (const auto& mistake : mistakes) std::fprintf(stderr, "%s\n", server::mistake_text(mistake).c_str());
+  if (!mistakes.empty()) return EXIT_MISTAKES;
+  if (chosen.check) {
+    std::puts("configuration ok");
+    return 0;
+  }
+  server::accounts_warn_exposed(config.accounts_file, accounts);
+  server::storage storage;
+  const std::string error = server::storage_load(config, storage);
+  if (!error.empty()) {
+    server::log_write(server::log_level::error, error);
+    return 1;
+  }
+  return server::listener_run(config, storage);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) try {
+  CLI::App app("Serves a storage account as a file tree over FTP and GridFTP.", "tarvex-gridftp-server");
+  options chosen;
+  app.add_option("--config", chosen.file, "Configuration file (TOML)")->type_name("FILE")->required();
+  app.add_flag("--check", chosen.check, "Check the configuration, report every mistake with its line, and exit");
+  app.add_option("--log-level", chosen.level, "Least level of the lines that are logged: debug, info, warning, error")
+      ->transform(CLI::CheckedTransformer(LEVELS, CLI::ignore_case))
+      ->type_name("LEVEL")
+      ->default_str("info");
+  app.set_version_flag("--version", VERSION, "Print the version and exit");
+  CLI11_PARSE(app, argc, argv);
+  return run(chosen);
+} catch (const std::exception& failure) {
+  std::fprintf(stderr, "tarvex-gridftp-server: %s\n", failure.what());
+  return 1;
+}
