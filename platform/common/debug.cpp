@@ -162,9 +162,9 @@ struct complaint_list {
 
 constinit never_destroyed<complaint_list> complaints;
 
-/// Modules may come and go; one and the same mistake is told once.
-void complain(const char* env_name, const std::string& problem) {
-  std::string complaint = std::string(env_name) + ": " + problem + "; debug log disabled\n";
+/// A module may be activated many times; one and the same mistake is told once.
+void complain(const std::string& env_name, const std::string& value, const std::string& problem) {
+  std::string complaint = env_name + "=" + value + ": " + problem + "; no debug log is written\n";
   const std::lock_guard lock(complaints.value.mutex);
   auto& made = complaints.value.made;
   if (std::find(made.begin(), made.end(), complaint) != made.end()) return;
@@ -178,7 +178,7 @@ void init(const char* env_name, const char* level_names, tarvex_debug_handle_t& 
   debug_settings settings;
   std::string problem = parse_value(value, level_names == nullptr ? "" : level_names, settings);
   if (problem.empty()) problem = apply(settings, handle);
-  if (!problem.empty()) complain(env_name, problem);
+  if (!problem.empty()) complain(env_name, value, problem);
 }
 
 }  // namespace

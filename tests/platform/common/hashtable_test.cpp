@@ -1,0 +1,79 @@
+#include "tarvex_common.h"
+
+#include <gtest/gtest.h>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+void* key_of(const std::string& text) {
+  return const_cast<char*>(text.c_str());
+}
+
+struct hash_row {
+  const char* name;
+  tarvex_hashtable_hash_func_t hash;
+};
+
+class HashtableTest : public testing::TestWithParam<hash_row> {};
+
+TEST_P(HashtableTest, KeepsEveryEntryWhileItGrowsAndShrinks) {
+  tarvex_hashtable_t table = nullptr;
+  ASSERT_EQ(tarvex_hashtable_init(&table, 1, GetParam().hash, tarvex_hashtable_string_keyeq), 0);
+  std::vector<std::string> keys;
+  for (int i = 0; i < 500; ++i) keys.push_back("/folder/" + std::to_string(i));
+  for (auto& key : keys) ASSERT_EQ(tarvex_hashtable_insert(&table, key_of(key), &key), 0);
+  EXPECT_EQ(tarvex_hashtable_insert(&table, key_of(std::string(keys[7])), nullptr), EEXIST);
+
+  for (size_t i = 0; i < keys.size(); i += 2) ASSERT_EQ(tarvex_hashtable_remove(&table, key_of(keys[i])), &keys[i]);
+  EXPECT_EQ(tarvex_hashtable_remove(&table, key_of(keys[0])), nullptr);
+  EXPECT_EQ(tarvex_hashtable_size(&table), keys.size() / 2);
+  for (size_t i = 0; i < keys.size(); ++i) {
+    EXPECT_EQ(tarvex_hashtable_lookup(&table, key_of(std::string(keys[i]))), i % 2 == 0 ? nullptr : &keys[i]);
+  }
+  tarvex_hashtable_destroy_all(&table, nullptr);
+  EXPECT_EQ(table, nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(Hashes, HashtableTest,
+                         testing::Values(hash_row{"string", tarvex_hashtable_string_hash},
+                                         hash_row{"allCollide", [](void*, int) { return 0; }},
+                                         hash_row{"beyondItsLimit",
+                                                  [](void* key, int limit) {
+                                                    return -5 - tarvex_hashtable_string_hash(key, limit);
+                                                  }}),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+TEST(Hashtable, DestroyAllReleasesDataThatHoldTheirKeysOnce) {
+  static int released;
+  released = 0;
+  tarvex_hashtable_t table = nullptr;
+  ASSERT_EQ(tarvex_hashtable_init(&table, 3, tarvex_hashtable_string_hash, tarvex_hashtable_string_keyeq), 0);
+  for (int i = 0; i < 100; ++i) {
+    auto* datum = new std::string("/item/" + std::to_string(i));
+    ASSERT_EQ(tarvex_hashtable_insert(&table, datum->data(), datum), 0);
+  }
+  tarvex_hashtable_destroy_all(&table, [](void* datum) {
+    ++released;
+    delete static_cast<std::string*>(datum);
+  });
+  EXPECT_EQ(released, 100);
+}
+
+TEST(Hashtable, WithoutStorageIsEmptyAndRefusesInsertions) {
+  tarvex_hashtable_t table = nullptr;
+  for (const int buckets : {0, -1}) {
+    EXPECT_EQ(tarvex_hashtable_init(&table, buckets, tarvex_hashtable_string_hash, tarvex_hashtable_string_keyeq),
+              EINVAL);
+  }
+  EXPECT_EQ(tarvex_hashtable_insert(&table, key_of("a"), &table), EINVAL);
+  EXPECT_EQ(tarvex_hashtable_lookup(&table, key_of("a")), nullptr);
+  EXPECT_EQ(tarvex_hashtable_remove(&table, key_of("a")), nullptr);
+  EXPECT_EQ(tarvex_hashtable_size(&table), 0u);
+  tarvex_hashtable_destroy_all(&table, nullptr);
+}
+
+}  // namespace

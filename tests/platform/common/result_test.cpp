@@ -1,0 +1,203 @@
+#include "tarvex_common.h"
+
+#include <gtest/gtest.h>
+#include <malloc.h>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+tarvex_object_t* make_error(int type, const char* message, tarvex_object_t* cause = nullptr) {
+  return tarvex_error_construct_error(&tarvex_i_common_module, cause, type, "file.c", "func", 7, "%s", message);
+}
+
+std::string take_text(char* text) {
+  const std::unique_ptr<char, decltype(&std::free)> owned(text, std::free);
+  return text == nullptr ? "(null)" : text;
+}
+
+std::string print_result(tarvex_result_t result) {
+  return take_text(tarvex_error_print_chain(tarvex_error_peek(result)));
+}
+
+/// An error type of a module's own, whose instance data is a counted string.
+int strings_alive = 0;
+bool copies_fail = false;
+
+void* new_string(const char* text) {
+  ++strings_alive;
+  return strdup(text);
+}
+
+void copy_string(void* source, void** copy) {
+  if (!copies_fail) *copy = new_string(static_cast<const char*>(source));
+}
+
+void free_string(void* data) {
+  --strings_alive;
+  std::free(data);
+}
+
+char* print_string(tarvex_object_t* error) {
+  return strdup(static_cast<const char*>(tarvex_object_get_instance_data(error)));
+}
+
+const tarvex_object_type_t string_error_type = {&TARVEX_ERROR_TYPE_BASE_DEFINITION, copy_string, free_string,
+                                                reinterpret_cast<void*>(print_string)};
+const tarvex_object_type_t silent_error_type = {&string_error_type, nullptr, nullptr, nullptr};
+
+tarvex_object_t* make_string_error(const char* text, tarvex_object_t* cause = nullptr) {
+  tarvex_object_t* error = tarvex_object_construct(&string_error_type);
+  tarvex_object_set_instance_data(error, new_string(text));
+  tarvex_error_set_cause(error, cause);
+  return error;
+}
+
+TEST(Result, CarriesItsErrorUntilReleased) {
+  tarvex_object_t* error = make_error(6, "broken");
+  const tarvex_result_t result = tarvex_error_put(error);
+  ASSERT_EQ(tarvex_error_peek(result), error);
+  const char* file = nullptr;
+  int line = 0;
+  EXPECT_EQ(tarvex_error_get_type(error), 6);
+  EXPECT_TRUE(tarvex_error_get_source(error, &file, nullptr, &line));
+  EXPECT_STREQ(file, "file.c");
+  EXPECT_EQ(line, 7);
+
+  ASSERT_EQ(tarvex_error_get(result), error);
+  EXPECT_EQ(print_result(result), "Operation failed.") << "the handle is used up";
+  tarvex_object_free(error);
+}
+
+TEST(Result, SpecialValuesHaveFixedErrors) {
+  EXPECT_EQ(tarvex_error_peek(TARVEX_SUCCESS), nullptr);
+  EXPECT_EQ(tarvex_error_get(TARVEX_SUCCESS), nullptr);
+  EXPECT_EQ(print_result(TARVEX_FAILURE), "Operation failed.");
+  EXPECT_EQ(print_result(0x00123456), "Operation failed.") << "never given out";
+  const tarvex_result_t out_of_memory = tarvex_error_put(nullptr);
+  EXPECT_NE(out_of_memory, uint32_t{TARVEX_SUCCESS});
+  for (const tarvex_result_t result : {TARVEX_FAILURE, out_of_memory, tarvex_result_t{TARVEX_SUCCESS}}) {
+    tarvex_object_t* error = tarvex_error_get(result);
+    tarvex_error_set_cause(error, make_error(1, "refused"));
+    tarvex_object_free(error);
+    tarvex_result_release(result);
+  }
+  EXPECT_EQ(print_result(out_of_memory), "Out of memory.") << "still there, and unchanged";
+}
+
+TEST(Result, StaleHandlesAreRecognisedWhileSlotsAreReused) {
+  const tarvex_result_t stale = tarvex_error_put(make_error(1, "gone"));
+  tarvex_result_release(stale);
+  const size_t in_use = mallinfo2().uordblks;
+  for (int i = 0; i < 200000; ++i) {
+    const tarvex_result_t result = tarvex_error_put(make_error(2, "other"));
+    ASSERT_NE(result, stale);
+    ASSERT_NE(result, TARVEX_FAILURE);
+    tarvex_result_release(result);
+  }
+  EXPECT_LT(mallinfo2().uordblks, in_use + 4096);
+  tarvex_result_release(stale);
+  EXPECT_EQ(print_result(stale), "Operation failed.");
+}
+
+TEST(Result, FullTableFallsBackToTheOutOfMemoryError) {
+  tarvex_object_t* error = make_error(3, "one of many");
+  std::vector<tarvex_result_t> results;
+  do {
+    tarvex_object_reference(error);
+    results.push_back(tarvex_error_put(error));
+    ASSERT_NE(results.back(), TARVEX_FAILURE);
+    ASSERT_NE(results.back(), uint32_t{TARVEX_SUCCESS});
+  } while (tarvex_error_peek(results.back()) == error && results.size() < 1u << 24);
+  EXPECT_EQ(print_result(results.back()), "Out of memory.");
+  for (const auto result : results) tarvex_result_release(result);
+  EXPECT_EQ(print_result(results.front()), "Operation failed.");
+  tarvex_object_free(error);
+}
+
+TEST(Result, ThreadsDoNotMixTheirErrors) {
+  std::atomic<int> mistakes = 0;
+  std::vector<std::jthread> threads;
+  for (int id = 1; id <= 4; ++id) {
+    threads.emplace_back([id, &mistakes] {
+      for (int round = 0; round < 200; ++round) {
+        std::vector<tarvex_result_t> results;
+        for (int i = 0; i < 20; ++i) results.push_back(tarvex_error_put(make_error(id, "x")));
+        for (const auto result : results) {
+          if (tarvex_error_get_type(tarvex_error_peek(result)) != id) ++mistakes;
+          tarvex_result_release(result);
+        }
+      }
+    });
+  }
+  threads.clear();
+  EXPECT_EQ(mistakes, 0);
+}
+
+TEST(Error, ChainPrintsOutermostFirstWithoutEmptyLines) {
+  tarvex_object_t* silent = tarvex_object_construct(&silent_error_type);
+  tarvex_error_set_cause(silent, make_error(1, "disk\nfull"));
+  const struct {
+    tarvex_object_t* error;
+    const char* chain;
+  } rows[] = {
+      {nullptr, ""},
+      {make_error(1, "alone"), "alone"},
+      {make_string_error("outer", make_error(1, "middle", make_error(2, "inner"))), "outer\nmiddle\ninner"},
+      {make_string_error("", make_error(1, "", silent)), "disk\nfull"},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(take_text(tarvex_error_print_chain(row.error)), row.chain);
+    tarvex_object_free(row.error);
+  }
+  EXPECT_EQ(strings_alive, 0);
+}
+
+TEST(Error, CauseIsReplacedAndReleased) {
+  tarvex_object_t* error = make_string_error("outer", make_string_error("first"));
+  tarvex_object_t* second = make_string_error("second");
+  tarvex_error_set_cause(error, second);
+  EXPECT_EQ(strings_alive, 2);
+  EXPECT_EQ(tarvex_error_get_cause(error), second);
+
+  tarvex_object_reference(error);
+  tarvex_error_set_cause(second, error);
+  EXPECT_EQ(tarvex_error_get_cause(second), nullptr) << "a ring would never end";
+
+  tarvex_object_reference(second);
+  tarvex_object_free(error);
+  EXPECT_EQ(strings_alive, 1) << "the second reference keeps the cause";
+  tarvex_object_free(second);
+  EXPECT_EQ(strings_alive, 0);
+}
+
+TEST(Object, CopiesAreIndependentAndFailWhole) {
+  tarvex_object_t* source = make_error(4, "top", make_string_error("below"));
+  tarvex_object_t* copy = tarvex_object_copy(source);
+  copies_fail = true;
+  EXPECT_EQ(tarvex_object_copy(source), nullptr) << "the cause could not be copied";
+  copies_fail = false;
+  tarvex_object_free(source);
+  EXPECT_EQ(take_text(tarvex_error_print_chain(copy)), "top\nbelow");
+  EXPECT_EQ(tarvex_error_get_type(copy), 4);
+  EXPECT_TRUE(tarvex_object_type_match(copy, &TARVEX_OBJECT_TYPE_BASE_DEFINITION));
+  EXPECT_FALSE(tarvex_object_type_match(copy, &string_error_type));
+  tarvex_object_free(copy);
+  EXPECT_EQ(strings_alive, 0);
+}
+
+TEST(Object, LongChainsDoNotExhaustTheStack) {
+  tarvex_object_t* chain = nullptr;
+  for (int i = 0; i < 300000; ++i) chain = make_error(i, "x", chain);
+  tarvex_object_t* copy = tarvex_object_copy(chain);
+  EXPECT_NE(copy, nullptr);
+  tarvex_object_free(chain);
+  tarvex_object_free(copy);
+}
+
+}  // namespace
