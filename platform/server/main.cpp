@@ -71,12 +71,21 @@ int main(int argc, char** argv) try {
   options chosen;
   app.add_option("--config", chosen.file, "Configuration file (TOML)")->type_name("FILE")->required();
   app.add_flag("--check", chosen.check, "Check the configuration, report every mistake with its line, and exit");
-  app.add_option("--log-level", chosen.level, "Least level of the lines that are logged: debug, info, warning, error")
-      ->transform(CLI::CheckedTransformer(LEVELS, CLI::ignore_case))
+  const auto set_level = [&chosen](const std::string& name) {
+    const auto level = LEVELS.find(name);
+    if (level == LEVELS.end()) throw CLI::ValidationError("--log-level", "use debug, info, warning or error");
+    chosen.level = level->second;
+  };
+  app.add_option_function<std::string>("--log-level", set_level,
+                                       "Least level of the lines that are logged: debug, info, warning or error")
       ->type_name("LEVEL")
       ->default_str("info");
   app.set_version_flag("--version", VERSION, "Print the version and exit");
-  CLI11_PARSE(app, argc, argv);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& outcome) {  // also what --help and --version end with
+    return app.exit(outcome) == 0 ? 0 : EXIT_MISTAKES;
+  }
   return run(chosen);
 } catch (const std::exception& failure) {
   std::fprintf(stderr, "tarvex-gridftp-server: %s\n", failure.what());

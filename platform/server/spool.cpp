@@ -1,0 +1,111 @@
+#include "spool.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <new>
+#include <utility>
+
+namespace tarvex::server {
+
+namespace {
+
+std::string default_directory() {
+  const char* const named = std::getenv("TMPDIR");
+  return named != nullptr && *named != '\0' ? named : "/var/tmp";
+}
+
+/// Opens a file without a name. \return the descriptor, or -1 and errno.
+int open_unnamed(const std::string& directory) {
+  const int file = open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+  // What file systems without O_TMPFILE, and kernels, say to it (open(2)).
+  if (file >= 0 || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)) return file;
+  std::string name = directory + "/tarvex-spool-XXXXXX";
+  const int named = mkostemp(name.data(), O_CLOEXEC);
+  if (named >= 0) unlink(name.c_str());
+  return named;
+}
+
+int write_all(int file, std::span<const std::byte> bytes, std::uint64_t offset) {
+  while (!bytes.empty()) {
+    const ssize_t written = pwrite(file, bytes.data(), bytes.size(), static_cast<off_t>(offset));
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return errno;
+    bytes = bytes.subspan(static_cast<std::size_t>(written));
+    offset += static_cast<std::uint64_t>(written);
+  }
+  return 0;
+}
+
+}  // namespace
+
+spool::spool(spool&& other) noexcept
+    : options_(std::move(other.options_)),
+      memory_(std::move(other.memory_)),
+      file_(std::exchange(other.file_, -1)),
+      size_(std::exchange(other.size_, 0)) {}
+
+spool& spool::operator=(spool&& other) noexcept {
+  std::swap(options_, other.options_);
+  std::swap(memory_, other.memory_);
+  std::swap(file_, other.file_);
+  std::swap(size_, other.size_);
+  return *this;
+}
+
+spool::~spool() {
+  if (file_ >= 0) close(file_);
+}
+
+int spool::append(std::span<const std::byte> bytes) {
+  if (options_.limit_bytes != 0 && bytes.size() > options_.limit_bytes - size_) return EFBIG;
+  int error = 0;
+  if (in_memory() && bytes.size() <= options_.memory_bytes - size_) {
+    try {
+      memory_.insert(memory_.end(), bytes.begin(), bytes.end());
+    } catch (const std::bad_alloc&) {
+      error = ENOMEM;
+    }
+  } else {
+    if (in_memory()) error = move_to_file();
+    if (error == 0) error = write_all(file_, bytes, size_);
+  }
+  if (error == 0) size_ += bytes.size();
+  return error;
+}
+
+int spool::move_to_file() {
+  const int file = open_unnamed(options_.directory.empty() ? default_directory() : options_.directory);
+  if (file < 0) return errno;
+  const int error = write_all(file, memory_, 0);
+  if (error != 0) {
+    close(file);
+    return error;
+  }
+  file_ = file;
+  memory_ = {};
+  return 0;
+}
+
+int spool::read(std::uint64_t offset, std::span<std::byte> out, std::size_t& got) const {
+  got = 0;
+  if (offset >= size_) return 0;
+  const std::size_t wanted = static_cast<std::size_t>(std::min<std::uint64_t>(out.size(), size_ - offset));
+  if (in_memory()) {
+    std::copy_n(memory_.begin() + static_cast<std::ptrdiff_t>(offset), wanted, out.begin());
+    got = wanted;
+    return 0;
+  }
+  while (got < wanted) {
+    const ssize_t count = pread(file_, out.data() + got, wanted - got, static_cast<off_t>(offset + got));
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return count < 0 ? errno : EIO;
+    got += static_cast<std::size_t>(count);
+  }
+  return 0;
+}
+
+}  // namespace tarvex::server
