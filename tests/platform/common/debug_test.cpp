@@ -1,7 +1,6 @@
 #include "tarvex_common.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <algorithm>
 #include <cstdlib>
@@ -73,9 +72,7 @@ TEST(Debug, AppendsToAPrivateFileNamedAfterTheProcess) {
     std::fputs(line, handle.file);
     std::fclose(handle.file);
   }
-  struct stat status = {};
-  ASSERT_EQ(stat(path.c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777u, 0600u);
+  EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0600));
   std::ifstream file(path);
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "first\nsecond\n");
   std::filesystem::remove(path);
