@@ -1,0 +1,35 @@
+#!/usr/bin/env python3
+"""Prints the private bytes of processes as JSON, {"PID": bytes}.
+
+Private bytes are what a process alone keeps in memory: Private_Clean and Private_Dirty of /proc/PID/smaps_rollup.
+
+    bench/memory.py PID...
+"""
+
+import json
+import sys
+
+
+def private_bytes(pid):
+    """Raises OSError when there is no such process or it is another user's."""
+    total = 0
+    with open(f"/proc/{pid}/smaps_rollup", encoding="ascii") as rollup:
+        for line in rollup:
+            name, _, value = line.partition(":")
+            if name in ("Private_Clean", "Private_Dirty"):
+                total += int(value.split()[0]) * 1024
+    return total
+
+
+def main():
+    pids = sys.argv[1:]
+    if not pids or not all(pid.isdecimal() for pid in pids):
+        sys.exit("usage: bench/memory.py PID...")
+    try:
+        print(json.dumps({pid: private_bytes(pid) for pid in pids}))
+    except OSError as error:
+        sys.exit(f"bench/memory.py: {error.filename or 'process'}: {error.strerror}")
+
+
+if __name__ == "__main__":
+    main()
