@@ -1,0 +1,147 @@
+#include "configuration.h"
+
+#include "temporary_folder.h"
+
+#include <gtest/gtest.h>
+
+namespace tarvex::server {
+namespace {
+
+class Configuration : public testing::Test {
+ protected:
+  Configuration() { folder_.write("accounts.toml", ""); }
+
+  std::vector<configuration_mistake> load(const std::string& text, configuration& out) const {
+    return configuration_load(folder_.write("c.toml", text), out);
+  }
+
+  temporary_folder folder_;
+};
+
+TEST_F(Configuration, DefaultsAndEveryKey) {
+  configuration plain;
+  ASSERT_TRUE(load("[accounts]\nfile = \"accounts.toml\"\n", plain).empty());
+  ASSERT_EQ(plain.listen.size(), 1U);
+  EXPECT_EQ(plain.listen[0].host, "127.0.0.1");
+  EXPECT_EQ(plain.listen[0].port, 2811);
+  EXPECT_EQ(plain.accounts_file, folder_.path("accounts.toml"));
+  EXPECT_FALSE(plain.storage_policy.has_value());
+  EXPECT_TRUE(plain.storage_library.ends_with("libtarvex_gridftp_server_box.so")) << plain.storage_library;
+
+  folder_.write("ca.pem", "");
+  folder_.write("mine.so", "");
+  configuration full;
+  const auto mistakes = load(R"([server]
+listen = ["0.0.0.0:0", "[::1]:65535"]
+data_ports = [1024, 1024]
+passive_address = "192.0.2.7"
+allow_plaintext_login = true
+max_sessions = 1
+idle_timeout = 60
+update_interval = 0
+spool_directory = "."
+spool_limit = 9223372036854775807
+[accounts]
+file = "accounts.toml"
+[storage]
+dsi = "fake"
+library = "mine.so"
+policy = 'not "read" here'
+[storage.settings]
+level = -2147483648
+[box]
+api_base = "http://127.0.0.1:8080"
+upload_base = "https://[::1]"
+ca_file = "ca.pem"
+)",
+                             full);
+  for (const auto& mistake : mistakes) ADD_FAILURE() << mistake_text(mistake);
+  ASSERT_EQ(full.listen.size(), 2U);
+  EXPECT_EQ(full.listen[1].host, "::1");
+  EXPECT_EQ(full.listen[1].port, 65535);
+  EXPECT_EQ(full.data_ports->second, 1024);
+  EXPECT_EQ(full.spool_limit_bytes, 9223372036854775807U);
+  EXPECT_EQ(full.storage_library, folder_.path("mine.so"));
+  EXPECT_EQ(full.storage_policy, "not \"read\" here");
+  EXPECT_EQ(full.storage_settings.at("level"), -2147483647 - 1);
+  EXPECT_EQ(full.box_ca_file, folder_.path("ca.pem"));
+  configuration default_library;
+  EXPECT_TRUE(load("[accounts]\nfile='accounts.toml'\n[storage]\ndsi='fake'\n", default_library).empty());
+  EXPECT_TRUE(default_library.storage_library.starts_with("/")) << "found beside the server's library";
+}
+
+struct mistake_row {
+  const char* table;
+  const char* line;
+  const char* text;
+};
+
+TEST_F(Configuration, EveryMistakeIsReportedWithItsLine) {
+  const mistake_row rows[] = {
+      {"server", "listne = []", "unknown key \"listne\" in [server]; did you mean \"listen\"?"},
+      {"server", "zzzzzz = 1", "unknown key \"zzzzzz\" in [server]"},
+      {"sever", "listen = 1", ""},
+      {"server", "listen = []", "at least one address"},
+      {"server", "listen = '127.0.0.1:1'", "expected a list"},
+      {"server", "listen = ['localhost:1']", "\"IPv4:PORT\""},
+      {"server", "listen = ['127.0.0.1:65536']", "127.0.0.1:65536"},
+      {"server", "listen = ['127.0.0.1']", "127.0.0.1"},
+      {"server", "listen = ['::1:21']", "[IPv6]"},
+      {"server", "listen = ['[127.0.0.1]:21']", "[IPv6]"},
+      {"server", "listen = ['127.0.0.1:+1']", "PORT"},
+      {"server", "data_ports = [1023, 2000]", "1024 to 65535"},
+      {"server", "data_ports = [2000, 1999]", "rising order"},
+      {"server", "data_ports = [2000]", "two ports"},
+      {"server", "data_ports = [2000, '2001']", "two ports"},
+      {"server", "passive_address = '::1'", "numeric IPv4"},
+      {"server", "allow_plaintext_login = 1", "expected true or false, found 1"},
+      {"server", "max_sessions = 0", "from 1 to 100000, found 0"},
+      {"server", "max_sessions = 1.5", "expected a whole number"},
+      {"server", "idle_timeout = '300'", "expected a whole number, found the text \"300\""},
+      {"server", "spool_limit = -1", "found -1"},
+      {"server", "spool_directory = 'none'", "No such file"},
+      {"server", "spool_directory = 'accounts.toml'", "no folder"},
+      {"tls", "certificate = 'none.pem'", "No such file"},
+      {"storage", "policy = 5", "expected a text in quotes"},
+      {"storage", "dsi = 'a-b'", "letters, digits"},
+      {"storage.settings", "level = 2147483648", "32 bits"},
+      {"storage.settings", "level = 'x'", "whole number"},
+      {"box", "api_base = 'https://api.box.com/'", "nothing after it"},
+      {"box", "api_base = 'ftp://api.box.com'", "http://HOST"},
+      {"box", "upload_base = 'https://u@h'", "http://HOST"},
+      {"box", "upload_base = 'https://h:0'", "http://HOST"},
+      {"box", "ca_file = '.'", "it is a folder"},
+      {"box", "ca_file = ", ""},
+  };
+  for (const mistake_row& row : rows) {
+    configuration ignored;
+    const std::string text = std::string("[accounts]\nfile = 'accounts.toml'\n[") + row.table + "]\n" + row.line + "\n";
+    const auto mistakes = load(text, ignored);
+    ASSERT_FALSE(mistakes.empty()) << row.line;
+    const configuration_mistake& last = mistakes.back();
+    EXPECT_EQ(last.line, row.table == std::string("sever") ? 3U : 4U) << row.line;
+    EXPECT_NE(last.text.find(row.text), std::string::npos) << last.text;
+    EXPECT_EQ(mistake_text(last), folder_.path("c.toml") + ":" + std::to_string(last.line) + ": " + last.text);
+  }
+}
+
+TEST_F(Configuration, WhatIsMissingIsNamedAndAllMistakesComeTogether) {
+  configuration ignored;
+  const auto mistakes = load("x = 1\n[tls]\n[server]\nmax_sessions = 0\n", ignored);
+  ASSERT_EQ(mistakes.size(), 5U);
+  EXPECT_EQ(mistake_text(mistakes[0]), folder_.path("c.toml") + ": file in [accounts] is missing");
+  EXPECT_EQ(mistakes[1].line, 1U);
+  EXPECT_EQ(mistakes[2].text, "certificate in [tls] is missing");
+  EXPECT_EQ(mistakes[3].line, 2U);
+  EXPECT_EQ(mistakes[4].line, 4U);
+  EXPECT_EQ(configuration_load(folder_.path("none.toml"), ignored).at(0).text,
+            "cannot be opened: No such file or directory");
+  EXPECT_EQ(configuration_load(folder_.path(), ignored).size(), 1U);
+  const auto tls = load("[accounts]\nfile='accounts.toml'\n[tls]\nkey='c.toml'\ncertificate='c.toml'\n", ignored);
+  ASSERT_EQ(tls.size(), 1U);
+  EXPECT_EQ(tls[0].line, 3U);
+  EXPECT_NE(tls[0].text.find("no certificate"), std::string::npos) << tls[0].text;
+}
+
+}  // namespace
+}  // namespace tarvex::server
