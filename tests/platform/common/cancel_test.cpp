@@ -14,7 +14,6 @@
 namespace {
 
 using std::chrono::steady_clock;
-using namespace std::chrono_literals;
 
 bool readable(int fd) {
   pollfd entry = {.fd = fd, .events = POLLIN, .revents = 0};
@@ -41,7 +40,7 @@ TEST(Sleep, IsNotShortenedBySignals) {
   const auto start = steady_clock::now();
   const timespec duration = {0, 60'000'000};
   EXPECT_EQ(tarvex_sleep(&duration), 0);
-  EXPECT_GE(steady_clock::now() - start, 60ms);
+  EXPECT_GE(steady_clock::now() - start, std::chrono::milliseconds(60));
   setitimer(ITIMER_REAL, &off, nullptr);
   sigaction(SIGALRM, &previous, nullptr);
   EXPECT_GT(signals, 0);
