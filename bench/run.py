@@ -14,6 +14,7 @@ import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests" / "end_to_end"))
 from local import BUILD, PASSWORD, Box, Server  # noqa: E402
+from memory import private_bytes  # noqa: E402
 
 GIB = 1024**3
 ROWS = []
@@ -36,15 +37,6 @@ def best(action, runs=3):
 
 def rate(size, took):
     return f"{size / took / 1e6:.0f} MB/s"
-
-
-def private_bytes(pid):
-    fields = {}
-    for line in open(f"/proc/{pid}/smaps_rollup"):
-        if line.startswith("Private_"):
-            name, value = line.split(":")
-            fields[name] = int(value.split()[0]) * 1024
-    return fields["Private_Clean"] + fields["Private_Dirty"]
 
 
 def session_of(server):
