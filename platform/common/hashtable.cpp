@@ -90,12 +90,11 @@ int tarvex_hashtable_init(tarvex_hashtable_t* table_out, int buckets, tarvex_has
 int tarvex_hashtable_insert(tarvex_hashtable_t* handle, void* key, void* datum) {
   if (!has_storage(handle)) return EINVAL;
   table& self = **handle;
-  if (*link_of(self, key) != nullptr) return EEXIST;
-  node* added = new (std::nothrow) node{key, datum, nullptr};
-  if (added == nullptr) return ENOMEM;
+  node** link = link_of(self, key);
+  if (*link != nullptr) return EEXIST;
+  *link = new (std::nothrow) node{key, datum, nullptr};
+  if (*link == nullptr) return ENOMEM;
   if (++self.size > static_cast<size_t>(self.bucket_count)) grow(self);
-  node** bucket = bucket_of(self, self.buckets.get(), self.bucket_count, key);
-  added->next = std::exchange(*bucket, added);
   return 0;
 }
 
