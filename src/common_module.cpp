@@ -1,0 +1,49 @@
+#include <cstdio>
+
+#include "request.h"
+#include "trace.h"
+
+int tarvex_i_box_api_per_second = 16;
+int tarvex_i_box_upload_per_second = 4;
+int tarvex_i_box_max_delay = 25;
+int tarvex_i_box_max_retries = 3;
+int tarvex_i_box_progress_timeout_ms = 30000;
+int tarvex_i_box_chunked_minimum = 52428800;
+int tarvex_i_box_commit_attempts = 5;
+const char* tarvex_i_box_retry_path = "$HOME/.tarvex/box-r";
+const char* tarvex_i_box_upload_path = "$HOME/.tarvex/box-u";
+
+namespace {
+
+constexpr tarvex_version_t version = {.major = 0, .minor = 26, .timestamp = 0, .branch_id = 0};
+
+int tarvex_l_box_common_activate() {
+  const int result = tarvex_module_activate(&tarvex_i_common_module);
+  if (result == 0) {
+    tarvex_debug_init("TARVEX_BOX_DEBUG", "TRACE DEBUG INFO WARN ERROR", &tarvex_i_TARVEX_BOX_debug_handle);
+  }
+  tarvex::box::bases_read();
+  (void)tarvex_module_activate(&tarvex_i_dsi_rest_module);  // its failure shows in the first request
+  return result;
+}
+
+int tarvex_l_box_common_deactivate() {
+  (void)tarvex_module_deactivate(&tarvex_i_dsi_rest_module);
+  (void)tarvex_module_deactivate(&tarvex_i_common_module);
+  tarvex_debug_handle_t& handle = tarvex_i_TARVEX_BOX_debug_handle;
+  if (handle.using_file && handle.file != nullptr) (void)std::fclose(handle.file);
+  handle.file = nullptr;
+  return 0;
+}
+
+}  // namespace
+
+const tarvex_module_descriptor_t tarvex_i_box_common_module = {
+    .module_name = "tarvex_box_common",
+    .activation_func = tarvex_l_box_common_activate,
+    .deactivation_func = tarvex_l_box_common_deactivate,
+    .atexit_func = nullptr,
+    .get_pointer_func = nullptr,
+    .version = &version,
+    .friendly_error_func = nullptr,
+};

@@ -1,0 +1,49 @@
+/// \file
+/// One helper per kind of error, each giving the result to return.
+#pragma once
+
+#include <initializer_list>
+#include <string>
+
+#include "tarvex_box_common.h"
+
+namespace tarvex::box {
+
+/// Success as a value of the result type.
+inline constexpr tarvex_result_t success = TARVEX_SUCCESS;
+
+/// Where a generic error arises, as it is recorded in it: literals.
+struct error_source {
+  const char* file = nullptr;
+  const char* function = nullptr;
+};
+
+/// Generic error with a fixed sentence.
+[[nodiscard]] tarvex_result_t error_generic(error_source source, const std::string& text, int line = __builtin_LINE());
+
+/// System error for the current errno in "malloc": how running out of memory is told, and what Box failed to send.
+[[nodiscard]] tarvex_result_t error_memory() noexcept;
+
+/// System error in the call of that name.
+[[nodiscard]] tarvex_result_t error_system(int error_number, const char* call) noexcept;
+
+/// FTP response error. \param message  null: none. \param cause  taken over; null: none.
+[[nodiscard]] tarvex_result_t error_ftp(int code, const char* class_word, const char* message,
+                                        tarvex_object_t* cause = nullptr);
+
+/// FTP response error with a path: "GridFTP-Path: " and the path as it stands.
+[[nodiscard]] tarvex_result_t error_path(int code, const char* class_word, const std::string& path);
+
+/// 553 INVALID_PATH_NAME for a name that cannot go into JSON: it is no UTF-8.
+[[nodiscard]] tarvex_result_t error_name();
+
+/// A box error with these pairs, the caller's; null when memory is out.
+[[nodiscard]] tarvex_object_t* error_info(std::initializer_list<tarvex_dsi_rest_key_value_t> pairs);
+
+/// A pair for `error_info` and the REST client, which take writable strings and write to none.
+tarvex_dsi_rest_key_value_t pair(const char* key, const char* value);
+
+/// Stops the process, in release builds too, unless `holds`; for what only a fault of ours can break.
+void require(bool holds, const char* condition, const char* function = __builtin_FUNCTION()) noexcept;
+
+}  // namespace tarvex::box

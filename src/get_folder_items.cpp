@@ -1,0 +1,116 @@
+#include <string>
+
+#include "request.h"
+#include "trace.h"
+
+using tarvex::box::answer;
+using tarvex::box::error_generic;
+using tarvex::box::error_source;
+using tarvex::box::request;
+
+namespace {
+
+constexpr char file_fields[] = "type,id,name,parent,size,content_modified_at,sha1,metadata.global.properties";
+
+/// Who takes the items of one call.
+struct item_sink {
+  tarvex_box_session_t* box = nullptr;
+  error_source source = {};
+  const char* base_path = nullptr;
+  tarvex_box_list_entry_cb_t callback = nullptr;
+  void* callback_arg = nullptr;
+};
+
+tarvex_result_t tarvex_l_box_item_take(const item_sink& sink, tarvex_box_path_info_t& item) {
+  const tarvex_result_t cached = tarvex_box_path_cache_update(&sink.box->cache, &item, sink.base_path);
+  if (cached != TARVEX_SUCCESS) {
+    tarvex_result_release(cached);
+    return error_generic(sink.source, "Failed info_parse!");
+  }
+  if (sink.callback == nullptr) return TARVEX_SUCCESS;
+  return sink.callback(sink.box, sink.base_path, &item, sink.callback_arg);
+}
+
+/// Parses an item, enters it into the cache and hands it on.
+tarvex_result_t tarvex_l_box_item(const item_sink& sink, json_t* json) {
+  tarvex_box_path_info_t item{};
+  tarvex_result_t result = tarvex_box_object_info_parse(json, &item);
+  if (result != TARVEX_SUCCESS) {
+    tarvex_result_release(result);
+    result = error_generic(sink.source, "Failed info_parse!");
+  } else {
+    result = tarvex_l_box_item_take(sink, item);
+  }
+  tarvex_box_path_info_free(&item);
+  return result;
+}
+
+tarvex_result_t tarvex_l_box_page(const item_sink& sink, json_t* page) {
+  json_t* const entries = json_object_get(page, "entries");
+  if (!json_is_array(entries)) return error_generic(sink.source, "Json object not array when it was expected");
+  for (size_t i = 0; i < json_array_size(entries); ++i) {
+    json_t* const entry = json_array_get(entries, i);
+    if (entry == nullptr) break;
+    if (const tarvex_result_t result = tarvex_l_box_item(sink, entry); result != TARVEX_SUCCESS) return result;
+  }
+  return TARVEX_SUCCESS;
+}
+
+tarvex_result_t tarvex_l_box_list(const item_sink& sink, const char* folder_id) {
+  std::string marker;
+  bool more = false;
+  do {
+    const request call = {
+        .source = sink.source,
+        .url = tarvex::box::api_url({"/2.0/folders/", folder_id, "/items"}),
+        .query = {{"fields", tarvex::box::item_fields},
+                  {"usemarker", "true"},
+                  {"marker", more ? marker.c_str() : nullptr},
+                  {"limit", "300"}},
+        .pacing = &sink.box->user_retry,
+    };
+    answer page;
+    tarvex_result_t result = tarvex::box::request_perform(sink.box, call, page);
+    if (result != TARVEX_SUCCESS) return result;
+    if (!page.document) return tarvex::box::error_memory();
+    // An empty marker asks for one more page, too.
+    const char* const next = json_string_value(json_object_get(page.document.get(), "next_marker"));
+    more = next != nullptr;
+    if (more) marker = next;
+    result = tarvex_l_box_page(sink, page.document.get());
+    if (result != TARVEX_SUCCESS) return result;
+  } while (more);
+  return TARVEX_SUCCESS;
+}
+
+tarvex_result_t tarvex_l_box_file(const item_sink& sink, const char* file_id) {
+  const request call = {
+      .source = sink.source,
+      .url = tarvex::box::api_url({"/2.0/files/", file_id, "/"}),
+      .query = {{"fields", file_fields}},
+      .pacing = &sink.box->user_retry,
+  };
+  answer file;
+  if (const tarvex_result_t result = tarvex::box::request_perform(sink.box, call, file); result != TARVEX_SUCCESS) {
+    return result;
+  }
+  return file.document ? tarvex_l_box_item(sink, file.document.get()) : tarvex::box::error_memory();
+}
+
+}  // namespace
+
+extern "C" {
+
+tarvex_result_t tarvex_box_get_folder_items(tarvex_box_session_t* box, const char* folder_id, const char* path,
+                                            tarvex_box_list_entry_cb_t callback, void* callback_arg) {
+  const item_sink sink = {box, {"get_folder_items", "tarvex_box_get_folder_items"}, path, callback, callback_arg};
+  return tarvex::box::traced([&] { return tarvex_l_box_list(sink, folder_id); });
+}
+
+tarvex_result_t tarvex_box_get_file_info(tarvex_box_session_t* box, const char* file_id, const char* parent_path,
+                                         tarvex_box_list_entry_cb_t callback, void* callback_arg) {
+  const item_sink sink = {box, {"get_folder_items", "tarvex_box_get_file_info"}, parent_path, callback, callback_arg};
+  return tarvex::box::traced([&] { return tarvex_l_box_file(sink, file_id); });
+}
+
+}  // extern "C"

@@ -1,0 +1,205 @@
+#include "request.h"
+
+#include <strings.h>
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+
+#include "trace.h"
+
+namespace tarvex::box {
+
+namespace {
+
+struct base_urls {
+  std::string api = "https://api.box.com";
+  std::string upload = "https://upload.box.com";
+};
+
+base_urls& tarvex_l_box_bases() {
+  static base_urls bases;
+  return bases;
+}
+
+void tarvex_l_box_base_set(std::string& base, const char* variable, const char* fallback) {
+  const char* const value = std::getenv(variable);
+  base = value != nullptr && *value != '\0' ? value : fallback;
+  while (base.ends_with('/')) base.pop_back();
+}
+
+std::string tarvex_l_box_join(std::string url, std::initializer_list<const char*> pieces) {
+  for (const char* const piece : pieces) url += piece != nullptr ? piece : "";
+  return url;
+}
+
+/// The response record of one attempt, and its headers' values.
+class response_record {
+ public:
+  explicit response_record(bool wants_location) {
+    wanted_[0] = pair("Retry-After", nullptr);
+    wanted_[1] = pair("Location", nullptr);
+    record_.desired_headers = {.count = wants_location ? size_t{2} : size_t{1}, .key_value = wanted_.data()};
+  }
+  response_record(const response_record&) = delete;
+  response_record& operator=(const response_record&) = delete;
+  ~response_record() {
+    for (auto& header : wanted_) std::free(header.value);
+  }
+  tarvex_dsi_rest_response_arg_t& record() { return record_; }
+  const char* location() const { return wanted_[1].value != nullptr ? wanted_[1].value : ""; }
+
+ private:
+  std::array<tarvex_dsi_rest_key_value_t, 2> wanted_{};
+  tarvex_dsi_rest_response_arg_t record_{};
+};
+
+using pairs = std::vector<tarvex_dsi_rest_key_value_t>;
+
+tarvex_dsi_rest_key_array_t tarvex_l_box_key_array(pairs& list) {
+  return {.count = list.size(), .key_value = list.data()};
+}
+
+pairs tarvex_l_box_query(const request& call) {
+  pairs list;
+  for (const auto& parameter : call.query) list.push_back(pair(parameter.key, parameter.value));
+  return list;
+}
+
+pairs tarvex_l_box_headers(const request& call, const std::string& authorization) {
+  pairs list{pair("Authorization", authorization.c_str())};
+  for (const auto& header : call.headers) list.push_back(pair(header.key, header.value.c_str()));
+  return list;
+}
+
+tarvex_result_t tarvex_l_box_send(const tarvex_box_session_t& box, const request& call,
+                                  tarvex_dsi_rest_response_arg_t& response, json_t** document) {
+  const char* const token = box.access_token != nullptr ? box.access_token : "";
+  const std::string authorization = (std::string("Bearer ") + token).substr(0, call.authorization_limit);
+  pairs query = tarvex_l_box_query(call);
+  pairs headers = tarvex_l_box_headers(call, authorization);
+  const auto query_array = tarvex_l_box_key_array(query);
+  const auto header_array = tarvex_l_box_key_array(headers);
+  const tarvex_dsi_rest_callbacks_t callbacks = {
+      .response_callback = tarvex_dsi_rest_response,
+      .response_callback_arg = &response,
+      .complete_callback = nullptr,
+      .complete_callback_arg = nullptr,
+      .data_write_callback = call.write,
+      .data_write_callback_arg = call.write_arg,
+      .data_read_callback = call.reads_document ? tarvex_dsi_rest_read_json : call.read,
+      .data_read_callback_arg = call.reads_document ? document : call.read_arg,
+      .progress_callback = tarvex_dsi_rest_progress_idle_timeout,
+      // The argument is the number of milliseconds itself.
+      .progress_callback_arg = reinterpret_cast<void*>(static_cast<intptr_t>(call.progress_timeout_ms)),
+  };
+  return tarvex_dsi_rest_request(call.method, call.url.c_str(), &query_array, &header_array, &callbacks);
+}
+
+verdict tarvex_l_box_attempt(tarvex_box_session_t* box, const request& call, unsigned long& retry_after, answer& out) {
+  response_record response(call.wants_location);
+  json_t* received = nullptr;
+  const tarvex_result_t sent = tarvex_l_box_send(*box, call, response.record(), &received);
+  out.document.reset(received);
+  if (sent != TARVEX_SUCCESS) return {.result = sent, .retryable = tarvex_dsi_rest_error_is_retryable(sent)};
+  const verdict judged = call.judge(response.record(), received, retry_after);
+  if (judged.result == TARVEX_SUCCESS) out.location = response.location();
+  return judged;
+}
+
+/// What comes before an attempt is sent.
+tarvex_result_t tarvex_l_box_prepare(tarvex_box_session_t* box, const request& call, unsigned long retry_after) {
+  if (call.before_attempt) call.before_attempt();
+  TARVEX_BOX_LOG_DEBUG(call.source.function, "API CALL!\n");
+  if (call.renew_token_for != nullptr) {
+    const tarvex_result_t result = tarvex_box_token_refresh(box, call.renew_token_for);
+    if (result != TARVEX_SUCCESS) return result;
+  }
+  if (call.delayed) tarvex_i_box_retry_delay(retry_after, call.pacing);
+  return TARVEX_SUCCESS;
+}
+
+bool tarvex_l_box_has_scheme(const std::string& url, std::string_view scheme) {
+  return url.size() > scheme.size() && strncasecmp(url.c_str(), scheme.data(), scheme.size()) == 0;
+}
+
+}  // namespace
+
+void bases_read() noexcept {
+  try {
+    tarvex_l_box_base_set(tarvex_l_box_bases().api, "TARVEX_BOX_API_BASE", "https://api.box.com");
+    tarvex_l_box_base_set(tarvex_l_box_bases().upload, "TARVEX_BOX_UPLOAD_BASE", "https://upload.box.com");
+  } catch (...) {  // out of memory: what there is stays
+  }
+}
+
+std::string api_url(std::initializer_list<const char*> pieces) {
+  return tarvex_l_box_join(tarvex_l_box_bases().api, pieces);
+}
+
+std::string upload_url(std::initializer_list<const char*> pieces) {
+  return tarvex_l_box_join(tarvex_l_box_bases().upload, pieces);
+}
+
+verdict judge_status(const tarvex_dsi_rest_response_arg_t& response, json_t* document, unsigned long& retry_after) {
+  verdict judged;
+  if (response.response_code < 400) return judged;
+  judged.result = tarvex_box_translate_response(&response, document, &judged.retryable, &retry_after);
+  return judged;
+}
+
+verdict judge_redirect(const tarvex_dsi_rest_response_arg_t& response, json_t* document, unsigned long& retry_after) {
+  verdict judged;
+  if (response.response_code == 302) return judged;
+  judged.result = tarvex_box_translate_response(&response, document, &judged.retryable, &retry_after);
+  return judged;
+}
+
+verdict judge_final(const tarvex_dsi_rest_response_arg_t& response, json_t* document, unsigned long& retry_after) {
+  return {.result = judge_status(response, document, retry_after).result, .retryable = false};
+}
+
+tarvex_result_t request_perform(tarvex_box_session_t* box, const request& call, answer& out) {
+  int own_retries = call.attempts - 1;
+  int& retries = call.shared_retries != nullptr ? *call.shared_retries : own_retries;
+  unsigned long retry_after = 0;
+  for (;;) {
+    out = {};
+    const tarvex_result_t prepared = tarvex_l_box_prepare(box, call, retry_after);
+    if (prepared != TARVEX_SUCCESS) return prepared;
+    const verdict judged = tarvex_l_box_attempt(box, call, retry_after, out);
+    if (judged.result == TARVEX_SUCCESS) return TARVEX_SUCCESS;
+    out = {};
+    if (!judged.retryable || retries <= 0) return judged.result;
+    --retries;
+    tarvex_result_release(judged.result);
+  }
+}
+
+tarvex_result_t request_content_location(tarvex_box_session_t* box, error_source source, const char* id,
+                                         const std::vector<request_header>& range, int& shared_retries, answer& out) {
+  const request call = {.source = source,
+                        .url = api_url({"/2.0/files/", id, "/content"}),
+                        .headers = range,
+                        .wants_location = true,
+                        .shared_retries = &shared_retries,
+                        .pacing = &box->user_retry,
+                        .judge = judge_redirect};
+  if (const tarvex_result_t result = request_perform(box, call, out); result != TARVEX_SUCCESS) return result;
+  if (out.location.empty()) {
+    return error_generic(source, "Box named no download address for the file (its answer had no Location header).");
+  }
+  if (tarvex_l_box_has_scheme(out.location, "https://")) return TARVEX_SUCCESS;
+  const bool plain_allowed = tarvex_l_box_has_scheme(tarvex_l_box_bases().api, "http://");
+  if (plain_allowed && tarvex_l_box_has_scheme(out.location, "http://")) return TARVEX_SUCCESS;
+  return error_generic(source, "Box named a download address that is not https; the access token is not sent there.");
+}
+
+std::vector<request_header> range_headers(tarvex_off_t offset, tarvex_off_t length) {
+  const std::string first = std::to_string(offset);
+  if (length != -1) return {{"Range", "bytes=" + first + "-" + std::to_string(offset + length - 1)}};
+  if (offset != 0) return {{"Range", "bytes=" + first + "-"}};
+  return {};
+}
+
+}  // namespace tarvex::box

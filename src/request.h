@@ -1,0 +1,102 @@
+/// \file
+/// The one way to Box: every call states its particulars in a record and goes through `request_perform`.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "error.h"
+#include "handles.h"
+#include "tarvex_box_common.h"
+
+namespace tarvex::box {
+
+/// Fields that Box is asked to name of each item.
+inline constexpr char item_fields[] = "type,id,name,parent,size,content_modified_at,sha1";
+
+/// Reads the two bases from TARVEX_BOX_API_BASE and TARVEX_BOX_UPLOAD_BASE; unset, they are Box's own hosts.
+void bases_read() noexcept;
+
+/// URLs below the bases; the pieces are joined as they are.
+std::string api_url(std::initializer_list<const char*> pieces);
+std::string upload_url(std::initializer_list<const char*> pieces);
+
+/// "folders" or "files", as URLs have it.
+inline const char* item_collection(int type) {
+  return type == TARVEX_BOX_FOLDER ? "folders" : "files";
+}
+
+struct query_parameter {
+  const char* key = nullptr;
+  const char* value = nullptr;  ///< null: the parameter is left out
+};
+
+struct request_header {
+  const char* key = nullptr;
+  std::string value = {};
+};
+
+/// What an answer means for its attempt.
+struct verdict {
+  tarvex_result_t result = TARVEX_SUCCESS;
+  bool retryable = false;
+};
+
+/// Judges an answer. `document` is borrowed, null without one; `retry_after` holds the seconds of the attempt before
+/// and takes those before the next.
+using judge_t = verdict (*)(const tarvex_dsi_rest_response_arg_t& response, json_t* document,
+                            unsigned long& retry_after);
+
+/// Success below 400; everything else is translated.
+verdict judge_status(const tarvex_dsi_rest_response_arg_t& response, json_t* document, unsigned long& retry_after);
+/// Success for a redirect (302) alone.
+verdict judge_redirect(const tarvex_dsi_rest_response_arg_t& response, json_t* document, unsigned long& retry_after);
+/// Success below 400; a refusal is never tried again.
+verdict judge_final(const tarvex_dsi_rest_response_arg_t& response, json_t* document, unsigned long& retry_after);
+
+/// One Box call. Pointers are borrowed for the call.
+struct request {
+  error_source source = {};  ///< who asks, for trace lines and errors
+  const char* method = "GET";
+  std::string url = {};
+  std::vector<query_parameter> query = {};
+  std::vector<request_header> headers = {};  ///< sent after Authorization
+  tarvex_dsi_rest_write_t write = nullptr;   ///< writer of the body; null: no body
+  void* write_arg = nullptr;
+  bool reads_document = true;             ///< the answer's body is JSON, for `answer::document`
+  tarvex_dsi_rest_read_t read = nullptr;  ///< else what takes it; null: nothing does
+  void* read_arg = nullptr;
+  bool wants_location = false;           ///< the Location header is asked for
+  int attempts = 2;                      ///< the first included
+  int* shared_retries = nullptr;         ///< attempts beyond the first, shared with other calls, instead
+  bool delayed = true;                   ///< each attempt waits for Retry-After and pacing
+  tarvex_box_retry_t* pacing = nullptr;  ///< null: the wait keeps no spacing
+  judge_t judge = judge_status;
+  std::function<void()> before_attempt = {};         ///< runs first in each attempt
+  tarvex_gfs_operation_t renew_token_for = nullptr;  ///< the token is renewed in each attempt; null: it is not
+  size_t authorization_limit = std::string::npos;    ///< the Authorization value is cut to so many characters
+  int progress_timeout_ms = tarvex_i_box_progress_timeout_ms;
+};
+
+/// What came of a successful call.
+struct answer {
+  json_ptr document = {};     ///< null: none
+  std::string location = {};  ///< value of the Location header; empty: none
+};
+
+/// Makes the call, again while attempts remain and a failure may be cured.
+[[nodiscard]] tarvex_result_t request_perform(tarvex_box_session_t* box, const request& call, answer& out);
+
+/// The call that finds out where a file's content is: `out.location` is a URL that the token may go to.
+/// \param range           the Range header, or none
+/// \param shared_retries  attempts beyond the first, shared with the download that follows
+/// \return a generic error when Box names no place, or one that is not https (or http, where the API base is).
+[[nodiscard]] tarvex_result_t request_content_location(tarvex_box_session_t* box, error_source source, const char* id,
+                                                       const std::vector<request_header>& range, int& shared_retries,
+                                                       answer& out);
+
+/// Range header for `length` bytes (-1: to the end) from `offset`; none for the whole file.
+std::vector<request_header> range_headers(tarvex_off_t offset, tarvex_off_t length);
+
+}  // namespace tarvex::box

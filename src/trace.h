@@ -1,0 +1,73 @@
+/// \file
+/// Debug lines, and the outer layer of every operation: its entry and exit lines, and the net for exceptions.
+#pragma once
+
+#include <utility>
+
+#include "error.h"
+#include "tarvex_box_common.h"
+
+/// One line at `level` by the function named `function`; nothing is evaluated while the level is off.
+#define TARVEX_BOX_LOG(level, function, ...)                                      \
+  do {                                                                            \
+    if ((tarvex_i_TARVEX_BOX_debug_handle.levels & static_cast<unsigned>(level))) \
+      tarvex::box::debug_line((level), (function), __VA_ARGS__);                  \
+  } while (0)
+
+/// The same at the DEBUG level.
+#define TARVEX_BOX_LOG_DEBUG(function, ...) \
+  TARVEX_BOX_LOG(tarvex::box::debug_level(TARVEX_BOX_DEBUG), function, __VA_ARGS__)
+
+namespace tarvex::box {
+
+/// `level`, or TRACE if that level has no name.
+inline int debug_level(int level) {
+  return tarvex_i_box_debug_level_names[level] != nullptr ? level : int{TARVEX_BOX_TRACE};
+}
+
+/// Prefix and text as one uninterrupted line. Use the macros.
+[[gnu::format(printf, 3, 4)]] void debug_line(int level, const char* function, const char* format, ...) noexcept;
+
+/// Exit line with a result, which comes back.
+tarvex_result_t trace_exit(tarvex_result_t result, const char* function = __builtin_FUNCTION()) noexcept;
+
+/// Entry line on construction; exit line on `leave`.
+class trace_scope {
+ public:
+  explicit trace_scope(const char* function = __builtin_FUNCTION()) noexcept;
+  /// Exit of an operation without a result.
+  void leave() const noexcept;
+  /// Exit with a result, which comes back.
+  tarvex_result_t leave(tarvex_result_t result) const noexcept { return trace_exit(result, function_); }
+
+ private:
+  const char* function_;
+};
+
+/// Runs `work`, which yields a result; what it throws becomes one.
+template <typename Work>
+[[nodiscard]] tarvex_result_t guarded(Work&& work) noexcept {
+  try {
+    return std::forward<Work>(work)();
+  } catch (...) {
+    return error_memory();
+  }
+}
+
+/// An operation that returns a result.
+template <typename Work>
+[[nodiscard]] tarvex_result_t traced(Work&& work, const char* function = __builtin_FUNCTION()) noexcept {
+  const trace_scope scope(function);
+  return scope.leave(guarded(std::forward<Work>(work)));
+}
+
+/// An operation that reports its result to the framework: `report` is called with it exactly once.
+template <typename Work, typename Report>
+void reported(Work&& work, Report&& report, const char* function = __builtin_FUNCTION()) noexcept {
+  const trace_scope scope(function);
+  const tarvex_result_t result = guarded(std::forward<Work>(work));
+  std::forward<Report>(report)(result);
+  tarvex_result_release(scope.leave(result));
+}
+
+}  // namespace tarvex::box
