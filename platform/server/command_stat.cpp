@@ -1,0 +1,58 @@
+#include "command_stat.h"
+
+#include "log.h"
+#include "path.h"
+#include "session_state.h"
+
+#include <sys/stat.h>
+
+namespace tarvex::server {
+
+bool item_stat::folder() const {
+  return S_ISDIR(stat.mode);
+}
+
+std::unique_ptr<operation> operation_make(session& session, operation_kind kind, std::string_view verb,
+                                          const std::string& path) {
+  auto op = std::make_unique<operation>(session, kind);
+  op->verb = verb;
+  op->path = path;
+  return op;
+}
+
+void command_log_failure(const operation& op) {
+  log_info("%s: %s %s failed: %s", session_who(op.session).c_str(), op.verb.c_str(), op.path.c_str(),
+           operation_failure_text(op).c_str());
+}
+
+std::optional<std::string> path_argument(session& session, std::string_view argument) {
+  auto path = path_normalise(session.settings.directory, argument);
+  if (!path) session_reply(session, 501, "This is no path: it is too long or holds control bytes.");
+  return path;
+}
+
+void stat_start(session& session, std::string_view verb, const std::string& path, stat_call found) {
+  auto op = operation_make(session, operation_kind::stat, verb, path);
+  const auto item = std::make_shared<std::optional<item_stat>>();
+  op->work = [](operation& started) {
+    tarvex_gfs_stat_info_t info{true, false, false, false, started.path.c_str()};
+    started.session.setup.storage->interface->stat_func(&started, &info, started.session.storage.session);
+  };
+  op->batch = [item](const tarvex_gridftp_server_control_stat_t* entries, int count) {
+    if (count < 1) return;
+    item->emplace(item_stat{entries[0]});
+    (*item)->stat.name = nullptr;
+    (*item)->stat.symlink_target = nullptr;
+  };
+  op->done = [item, found = std::move(found)](operation& over) {
+    if (!operation_succeeded(over) || over.cancelled) {
+      command_log_failure(over);
+      return over.session.control.send(operation_failure_reply(over));
+    }
+    if (!*item) return session_reply(over.session, 550, over.path + ": the storage gave no attributes.");
+    found(over.session, **item);
+  };
+  operation_start(session, std::move(op));
+}
+
+}  // namespace tarvex::server

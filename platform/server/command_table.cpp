@@ -1,0 +1,69 @@
+#include "command_table.h"
+
+#include "command_handlers.h"
+
+#include <strings.h>
+#include <algorithm>
+#include <array>
+
+namespace tarvex::server {
+
+namespace {
+
+constexpr auto ANYONE = command_access::anyone;
+constexpr auto LOGGED_IN = command_access::logged_in;
+constexpr auto NONE = command_argument::none;
+constexpr auto OPTIONAL = command_argument::optional;
+constexpr auto REQUIRED = command_argument::required;
+
+//   verb, handler, access, argument, keeps REST, during an operation, help
+constexpr auto ROWS = std::to_array<command_row>({
+    {"ABOR", command_abor, LOGGED_IN, NONE, false, false, ""},
+    {"CDUP", command_cdup, LOGGED_IN, NONE, false, false, ""},
+    {"CLNT", command_clnt, ANYONE, OPTIONAL, false, false, "name of the client"},
+    {"CWD", command_cwd, LOGGED_IN, REQUIRED, false, false, "path"},
+    {"EPRT", command_eprt, LOGGED_IN, REQUIRED, true, false, "|1 or 2|address|port|"},
+    {"EPSV", command_epsv, LOGGED_IN, OPTIONAL, true, false, "[1 | 2 | ALL]"},
+    {"FEAT", command_feat, ANYONE, NONE, false, false, ""},
+    {"HELP", command_help, ANYONE, OPTIONAL, false, false, "[command]"},
+    {"HOST", command_host, ANYONE, REQUIRED, false, false, "host name"},
+    {"LIST", command_list, LOGGED_IN, OPTIONAL, false, false, "[path]"},
+    {"MDTM", command_mdtm, LOGGED_IN, REQUIRED, false, false, "path"},
+    {"MLSD", command_mlsd, LOGGED_IN, OPTIONAL, false, false, "[path of a folder]"},
+    {"MLST", command_mlst, LOGGED_IN, OPTIONAL, false, false, "[path]"},
+    {"MODE", command_mode, LOGGED_IN, REQUIRED, true, false, "S"},
+    {"NLST", command_nlst, LOGGED_IN, OPTIONAL, false, false, "[path]"},
+    {"NOOP", command_noop, ANYONE, OPTIONAL, true, true, ""},
+    {"OPTS", command_opts, ANYONE, REQUIRED, false, false, "UTF8 ON | MLST fact;fact;"},
+    {"PASS", command_pass, ANYONE, OPTIONAL, false, false, "password"},
+    {"PASV", command_pasv, LOGGED_IN, NONE, true, false, ""},
+    {"PORT", command_port, LOGGED_IN, REQUIRED, true, false, "h1,h2,h3,h4,p1,p2"},
+    {"PWD", command_pwd, LOGGED_IN, NONE, false, false, ""},
+    {"QUIT", command_quit, ANYONE, NONE, false, false, ""},
+    {"REST", command_rest, LOGGED_IN, REQUIRED, true, false, "offset in bytes"},
+    {"RETR", command_retr, LOGGED_IN, REQUIRED, true, false, "path"},
+    {"SIZE", command_size, LOGGED_IN, REQUIRED, false, false, "path"},
+    {"STAT", command_stat, LOGGED_IN, OPTIONAL, true, true, "[path]"},
+    {"STRU", command_stru, LOGGED_IN, REQUIRED, true, false, "F"},
+    {"SYST", command_syst, ANYONE, NONE, false, false, ""},
+    {"TYPE", command_type, LOGGED_IN, REQUIRED, true, false, "A | I | L 8"},
+    {"USER", command_user, ANYONE, REQUIRED, false, false, "login name"},
+    {"XCUP", command_cdup, LOGGED_IN, NONE, false, false, ""},
+    {"XCWD", command_cwd, LOGGED_IN, REQUIRED, false, false, "path"},
+    {"XPWD", command_pwd, LOGGED_IN, NONE, false, false, ""},
+});
+
+}  // namespace
+
+std::span<const command_row> command_rows() {
+  return ROWS;
+}
+
+const command_row* command_find(std::string_view verb) {
+  const auto row = std::find_if(ROWS.begin(), ROWS.end(), [verb](const command_row& candidate) {
+    return candidate.verb.size() == verb.size() && strncasecmp(candidate.verb.data(), verb.data(), verb.size()) == 0;
+  });
+  return row == ROWS.end() ? nullptr : &*row;
+}
+
+}  // namespace tarvex::server

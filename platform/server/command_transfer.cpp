@@ -1,0 +1,46 @@
+#include "command_handlers.h"
+#include "command_stat.h"
+#include "session_state.h"
+#include "transfer.h"
+#include "transfer_reply.h"
+
+#include <charconv>
+#include <utility>
+
+namespace tarvex::server {
+
+void command_rest(session& session, const std::string& argument) {
+  std::int64_t offset = 0;
+  const char* const end = argument.data() + argument.size();
+  const auto [parsed, error] = std::from_chars(argument.data(), end, offset);
+  session.settings.restart_offset = 0;
+  if (error != std::errc() || parsed != end || offset < 0)
+    return session_reply(session, 501, "REST takes an offset in bytes from 0 to 9223372036854775807.");
+  session.settings.restart_offset = offset;
+  session_reply(session, 350, "Restarting at " + std::to_string(offset) + "; send RETR.");
+}
+
+void command_retr(session& session, const std::string& argument) {
+  const std::int64_t offset = std::exchange(session.settings.restart_offset, 0);
+  const auto path = path_argument(session, argument);
+  if (!path || !transfer_possible(session)) return;
+  const auto* interface = session.setup.storage->interface;
+  if (!interface->send_func) return session_reply(session, 502, "The storage sends no files.");
+  auto op = operation_make(session, operation_kind::transfer, "RETR", *path);
+  op->transfer = std::make_shared<transfer>(session, op->verb, op->path);
+  op->ranges.push_back({offset, -1});
+  op->next_offset = offset;
+  op->work = [interface](operation& started) {
+    tarvex_gfs_transfer_info_t info{started.path.c_str(), 0, false};
+    interface->send_func(&started, &info, started.session.storage.session);
+  };
+  op->done = [](operation& over) { transfer_answer(over); };
+  operation_start(session, std::move(op));
+}
+
+/// An ABOR that comes while something runs is dealt with on arrival.
+void command_abor(session& session, const std::string&) {
+  session_reply(session, 225, "Nothing to abort.");
+}
+
+}  // namespace tarvex::server

@@ -1,0 +1,28 @@
+#include "transfer_reply.h"
+
+#include "log.h"
+#include "session_state.h"
+#include "transfer.h"
+
+#include <cinttypes>
+
+namespace tarvex::server {
+
+bool transfer_possible(session& session) {
+  if (session.data.ready()) return true;
+  session_reply(session, 425, "Prepare a data connection with PASV, EPSV, PORT or EPRT first.");
+  return false;
+}
+
+void transfer_answer(operation& op) {
+  session& session = op.session;
+  const transfer& channel = *op.transfer;
+  const bool sent = operation_succeeded(op) && !channel.failed();
+  log_info("%s: %s %s: %" PRIu64 " bytes in %.3f s: %s", session_who(session).c_str(), op.verb.c_str(), op.path.c_str(),
+           channel.sent_bytes(), channel.elapsed().count(), sent ? "complete" : operation_failure_text(op).c_str());
+  session.data.close();
+  if (!sent) return session.control.send(operation_failure_reply(op));
+  session_reply(session, 226, "Transfer complete; " + std::to_string(channel.sent_bytes()) + " bytes sent.");
+}
+
+}  // namespace tarvex::server
