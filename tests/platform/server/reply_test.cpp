@@ -19,12 +19,10 @@ TEST(Reply, NoLineForgesAnother) {
   };
   const row rows[] = {
       {{}, "226 \r\n"},
-      {{"Done."}, "226 Done.\r\n"},
       {{"a", "b"}, "226-a\r\n226-b\r\n226 End.\r\n"},
       {{"226 End.", ""}, "226-226 End.\r\n226-\r\n226 End.\r\n"},
       {{"a\r\n550 b"}, "226 a??550 b\r\n"},
       {{std::string("a\0b\x7f\x1b[2J", 8)}, "226 a?b??[2J\r\n"},
-      {{"tab\there"}, "226 tab?here\r\n"},
       {{"iac \xff\xf4 \xc3\xa9"}, "226 iac \xff\xff\xf4 \xc3\xa9\r\n"},
   };
   for (const row& row : rows) EXPECT_EQ(reply_format(226, row.in), row.reply);
@@ -49,8 +47,6 @@ TEST(Reply, CarriesTheErrorChain) {
   const row rows[] = {
       {"class word alone", [] { return response(nullptr, 550, "PATH_NOT_FOUND", nullptr); }, "550 PATH_NOT_FOUND\r\n",
        "PATH_NOT_FOUND"},
-      {"empty message", [] { return response(nullptr, 500, "INTERNAL_ERROR", ""); }, "500 INTERNAL_ERROR\r\n",
-       "INTERNAL_ERROR"},
       {"message of two lines and a cause",
        [] { return response(generic(nullptr, "why\nreally"), 553, "PATH_EXISTS", "x\ny"); },
        "553-PATH_EXISTS\r\n553-x\r\n553-y\r\n553-why\r\n553-really\r\n553 End.\r\n", "PATH_EXISTS; x; y; why; really"},
@@ -59,7 +55,6 @@ TEST(Reply, CarriesTheErrorChain) {
       {"outermost response counts", [] { return response(response(nullptr, 451, "B", nullptr), 550, "A", nullptr); },
        "550-A\r\n550-B\r\n550 End.\r\n", "A; B"},
       {"no code", [] { return generic(nullptr, "Bad BOX request"); }, "500 Bad BOX request\r\n", "Bad BOX request"},
-      {"no text", [] { return generic(nullptr, ""); }, "500 Operation failed.\r\n", "Operation failed."},
       {"hostile name", [] { return response(nullptr, 550, "PATH_NOT_FOUND", "a\r\n\n226 ok\xff"); },
        "550-PATH_NOT_FOUND\r\n550-a?\r\n550-226 ok\xff\xff\r\n550 End.\r\n", "PATH_NOT_FOUND; a\r; 226 ok\xff"},
       {"code out of range", [] { return response(nullptr, 226, "A", nullptr); }, "500 A\r\n", "A"},

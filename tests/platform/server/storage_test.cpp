@@ -10,7 +10,7 @@ namespace {
 configuration fake_configuration() {
   configuration config;
   config.storage_dsi = "fake";
-  config.storage_library = "libtarvex_gridftp_server_fake.so";
+  config.storage_library = FAKE_STORAGE;
   return config;
 }
 
@@ -44,8 +44,8 @@ TEST(Storage, SaysWhyALibraryCannotBeUsed) {
   };
   const row rows[] = {
       {"fake", "/nonexistent.so", "cannot be loaded: /nonexistent.so"},
-      {"other", "libtarvex_gridftp_server_fake.so", "has no module tarvex_gridftp_server_other_module"},
-      {"foreign", "libtarvex_gridftp_server_fake.so", "another version"},
+      {"other", FAKE_STORAGE, "has no module tarvex_gridftp_server_other_module"},
+      {"foreign", FAKE_STORAGE, "another version"},
   };
   for (const row& row : rows) {
     configuration config = fake_configuration();
