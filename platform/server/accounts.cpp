@@ -1,6 +1,7 @@
 #include "accounts.h"
 
 #include "log.h"
+#include "text.h"
 #include "toml_file.h"
 
 #include <crypt.h>
@@ -29,10 +30,7 @@ struct cleanse_crypt_data {
 };
 
 bool has_control_byte(std::string_view text) {
-  return std::any_of(text.begin(), text.end(), [](char byte) {
-    const auto value = static_cast<unsigned char>(byte);
-    return value < 0x20 || value == 0x7f;
-  });
+  return std::any_of(text.begin(), text.end(), is_control);
 }
 
 /// Whether libcrypt can verify against `hash`. Without a scheme's "$" or "_" anything that begins with two letters

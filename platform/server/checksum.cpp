@@ -1,5 +1,7 @@
 #include "checksum.h"
 
+#include "text.h"
+
 #include <openssl/evp.h>
 #include <strings.h>
 #include <zlib.h>
@@ -46,9 +48,8 @@ bool same_name(std::string_view a, std::string_view b) {
 }
 
 std::string hex(std::span<const unsigned char> bytes) {
-  constexpr char DIGITS[] = "0123456789abcdef";
   std::string text;
-  for (const unsigned char byte : bytes) text.append({DIGITS[byte >> 4], DIGITS[byte & 15]});
+  append_hex(text, bytes);
   return text;
 }
 

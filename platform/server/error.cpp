@@ -1,21 +1,16 @@
 #include "tarvex_gridftp_server.h"
 
-#include <cstdlib>
+#include "handles.h"
+
 #include <cstring>
 #include <memory>
 #include <new>
 
 namespace {
 
-struct free_memory {
-  void operator()(char* memory) const noexcept { std::free(memory); }
-};
-using c_string = std::unique_ptr<char, free_memory>;
-
-struct object_release {
-  void operator()(tarvex_object_t* object) const noexcept { tarvex_object_free(object); }
-};
-using object_ptr = std::unique_ptr<tarvex_object_t, object_release>;
+using tarvex::server::c_string;
+using tarvex::server::handle_releaser;
+using object_ptr = std::unique_ptr<tarvex_object_t, handle_releaser<tarvex_object_free>>;
 
 /// Instance data of an FTP response error.
 struct ftp_response {

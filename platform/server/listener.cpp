@@ -1,6 +1,7 @@
 // One thread and one poll: the listening sockets, and a signalfd that tells of ended sessions and of the wish to stop.
 #include "listener.h"
 
+#include "handles.h"
 #include "log.h"
 #include "reply.h"
 #include "session.h"
@@ -38,32 +39,11 @@ constexpr int ACCEPTS_PER_ROUND = 64;  ///< before signals are looked at again
 constexpr std::chrono::milliseconds ACCEPT_PAUSE{100};
 constexpr std::chrono::seconds STOP_TIMEOUT{10};
 
-class descriptor {
- public:
-  explicit descriptor(int fd = -1) : fd_(fd) {}
-  descriptor(descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  descriptor& operator=(descriptor&& other) noexcept {
-    std::swap(fd_, other.fd_);
-    return *this;
-  }
-  ~descriptor() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  [[nodiscard]] int get() const { return fd_; }
-  [[nodiscard]] int release() { return std::exchange(fd_, -1); }
-
- private:
-  int fd_;
-};
-
 struct unmap_counters {
   void operator()(change_counters* counters) const noexcept { munmap(counters, sizeof *counters); }
 };
 
-struct free_addresses {
-  void operator()(addrinfo* addresses) const noexcept { freeaddrinfo(addresses); }
-};
-using address_list = std::unique_ptr<addrinfo, free_addresses>;
+using address_list = std::unique_ptr<addrinfo, handle_releaser<freeaddrinfo>>;
 
 struct listener {
   const configuration* config = nullptr;

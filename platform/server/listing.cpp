@@ -1,5 +1,7 @@
 #include "listing.h"
 
+#include "text.h"
+
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -21,13 +23,6 @@ std::tm broken_down(std::time_t time) {
   std::tm fields = {};
   gmtime_r(&shown, &fields);
   return fields;
-}
-
-void append_printable(std::string& out, std::string_view name) {
-  for (const char byte : name) {
-    const auto value = static_cast<unsigned char>(byte);
-    out.push_back(value < 0x20 || value == 0x7f ? '?' : byte);
-  }
 }
 
 [[gnu::format(printf, 2, 3)]] void append_format(std::string& out, const char* format, ...) {

@@ -1,5 +1,7 @@
 #include "log.h"
 
+#include "text.h"
+
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
 
@@ -38,13 +40,12 @@ spdlog::logger& log_sink() {
 }
 
 std::string one_line(std::string_view text) {
-  constexpr char DIGITS[] = "0123456789abcdef";
   std::string line;
   line.reserve(text.size());
   for (const char byte : text) {
-    const auto value = static_cast<unsigned char>(byte);
-    if (value < 0x20 || value == 0x7f) {
-      line.append("\\x").append({DIGITS[value >> 4], DIGITS[value & 15]});
+    if (is_control(byte)) {
+      line.append("\\x");
+      append_hex(line, {{static_cast<unsigned char>(byte)}});
     } else {
       line.push_back(byte);
     }

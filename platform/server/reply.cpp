@@ -1,34 +1,24 @@
 #include "reply.h"
 
+#include "handles.h"
 #include "tarvex_gridftp_server.h"
-
-#include <cstdlib>
-#include <memory>
+#include "text.h"
 
 namespace tarvex::server {
 
 namespace {
 
-constexpr unsigned char TELNET_IAC = 255;
+constexpr char TELNET_IAC = '\xff';
 constexpr std::string_view UNKNOWN_FAILURE = "Operation failed.";
-
-bool is_control(unsigned char byte) {
-  return byte < 0x20 || byte == 0x7f;
-}
 
 void append_line(std::string& out, int code, char separator, std::string_view line) {
   out.append(std::to_string(code)).push_back(separator);
   for (const char byte : line) {
-    const auto value = static_cast<unsigned char>(byte);
-    out.push_back(is_control(value) ? '?' : byte);
-    if (value == TELNET_IAC) out.push_back(byte);
+    out.push_back(is_control(byte) ? '?' : byte);
+    if (byte == TELNET_IAC) out.push_back(byte);
   }
   out.append("\r\n");
 }
-
-struct free_memory {
-  void operator()(char* memory) const noexcept { std::free(memory); }
-};
 
 void append_lines(std::vector<std::string>& lines, const char* text) {
   if (text == nullptr) return;
@@ -51,7 +41,6 @@ std::vector<std::string> error_lines(tarvex_result_t result) {
   tarvex_object_t* const start = response == nullptr ? outermost : response;
 
   std::vector<std::string> lines;
-  using c_string = std::unique_ptr<char, free_memory>;
   append_lines(lines, c_string(tarvex_error_print_chain(start)).get());
   for (tarvex_object_t* error = outermost; error != start; error = tarvex_error_get_cause(error)) {
     append_lines(lines, c_string(tarvex_error_print(error)).get());

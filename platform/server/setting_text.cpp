@@ -1,5 +1,7 @@
 #include "setting_text.h"
 
+#include "handles.h"
+
 #include <arpa/inet.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
@@ -55,10 +57,6 @@ std::optional<host_and_port> split_authority(std::string_view text) {
   return parts;
 }
 
-struct context_free {
-  void operator()(SSL_CTX* context) const noexcept { SSL_CTX_free(context); }
-};
-
 std::string openssl_error(const std::string& what) {
   const unsigned long code = ERR_get_error();
   ERR_clear_error();
@@ -104,7 +102,7 @@ bool is_symbol_part(std::string_view text) {
 
 std::string tls_files_error(const std::string& certificate, const std::string& key) {
   ERR_clear_error();
-  const std::unique_ptr<SSL_CTX, context_free> context(SSL_CTX_new(TLS_server_method()));
+  const std::unique_ptr<SSL_CTX, handle_releaser<SSL_CTX_free>> context(SSL_CTX_new(TLS_server_method()));
   if (context == nullptr) return openssl_error("TLS cannot be set up");
   if (SSL_CTX_use_certificate_chain_file(context.get(), certificate.c_str()) != 1) {
     return openssl_error("no certificate in PEM form can be read from \"" + certificate + "\"");

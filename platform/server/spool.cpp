@@ -18,14 +18,14 @@ std::string default_directory() {
   return named != nullptr && *named != '\0' ? named : "/var/tmp";
 }
 
-/// Opens a file without a name. \return the descriptor, or -1 and errno.
-int open_unnamed(const std::string& directory) {
-  const int file = open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+/// Opens a file without a name. \return none, and errno, when that fails.
+descriptor open_unnamed(const std::string& directory) {
+  descriptor file(open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
   // What file systems without O_TMPFILE, and kernels, say to it (open(2)).
-  if (file >= 0 || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)) return file;
+  if (file.get() >= 0 || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)) return file;
   std::string name = directory + "/tarvex-spool-XXXXXX";
-  const int named = mkostemp(name.data(), O_CLOEXEC);
-  if (named >= 0) unlink(name.c_str());
+  descriptor named(mkostemp(name.data(), O_CLOEXEC));
+  if (named.get() >= 0) unlink(name.c_str());
   return named;
 }
 
@@ -42,24 +42,6 @@ int write_all(int file, std::span<const std::byte> bytes, std::uint64_t offset) 
 
 }  // namespace
 
-spool::spool(spool&& other) noexcept
-    : options_(std::move(other.options_)),
-      memory_(std::move(other.memory_)),
-      file_(std::exchange(other.file_, -1)),
-      size_(std::exchange(other.size_, 0)) {}
-
-spool& spool::operator=(spool&& other) noexcept {
-  std::swap(options_, other.options_);
-  std::swap(memory_, other.memory_);
-  std::swap(file_, other.file_);
-  std::swap(size_, other.size_);
-  return *this;
-}
-
-spool::~spool() {
-  if (file_ >= 0) close(file_);
-}
-
 int spool::append(std::span<const std::byte> bytes) {
   if (options_.limit_bytes != 0 && bytes.size() > options_.limit_bytes - size_) return EFBIG;
   int error = 0;
@@ -71,21 +53,18 @@ int spool::append(std::span<const std::byte> bytes) {
     }
   } else {
     if (in_memory()) error = move_to_file();
-    if (error == 0) error = write_all(file_, bytes, size_);
+    if (error == 0) error = write_all(file_.get(), bytes, size_);
   }
   if (error == 0) size_ += bytes.size();
   return error;
 }
 
 int spool::move_to_file() {
-  const int file = open_unnamed(options_.directory.empty() ? default_directory() : options_.directory);
-  if (file < 0) return errno;
-  const int error = write_all(file, memory_, 0);
-  if (error != 0) {
-    close(file);
-    return error;
-  }
-  file_ = file;
+  descriptor file = open_unnamed(options_.directory.empty() ? default_directory() : options_.directory);
+  if (file.get() < 0) return errno;
+  const int error = write_all(file.get(), memory_, 0);
+  if (error != 0) return error;
+  file_ = std::move(file);
   memory_ = {};
   return 0;
 }
@@ -100,7 +79,7 @@ int spool::read(std::uint64_t offset, std::span<std::byte> out, std::size_t& got
     return 0;
   }
   while (got < wanted) {
-    const ssize_t count = pread(file_, out.data() + got, wanted - got, static_cast<off_t>(offset + got));
+    const ssize_t count = pread(file_.get(), out.data() + got, wanted - got, static_cast<off_t>(offset + got));
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) return count < 0 ? errno : EIO;
     got += static_cast<std::size_t>(count);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "handles.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -17,13 +19,10 @@ struct spool_options {
 };
 
 /// Holds a stored file whose size is not known yet. The file has no name, so it is gone with its owner, however that
-/// ends. Movable; one thread at a time.
+/// ends. Movable (what was moved from may only be destroyed or assigned to); one thread at a time.
 class spool {
  public:
   explicit spool(spool_options options) : options_(std::move(options)) {}
-  spool(spool&& other) noexcept;
-  spool& operator=(spool&& other) noexcept;
-  ~spool();
 
   /// Adds bytes at the end.
   /// \return 0; `EFBIG` beyond the limit; `ENOMEM`; what making or writing the file failed with (`ENOSPC`, `EDQUOT`,
@@ -31,7 +30,7 @@ class spool {
   [[nodiscard]] int append(std::span<const std::byte> bytes);
 
   [[nodiscard]] std::uint64_t size() const { return size_; }
-  [[nodiscard]] bool in_memory() const { return file_ < 0; }
+  [[nodiscard]] bool in_memory() const { return file_.get() < 0; }
 
   /// Copies from `offset` on into `out`, as far as the spool reaches.
   /// \param got  how many bytes were copied; less than asked for only at the end
@@ -43,7 +42,7 @@ class spool {
 
   spool_options options_;
   std::vector<std::byte> memory_;
-  int file_ = -1;
+  descriptor file_;
   std::uint64_t size_ = 0;
 };
 

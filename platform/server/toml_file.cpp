@@ -1,5 +1,7 @@
 #include "toml_file.h"
 
+#include "handles.h"
+
 #include <toml++/toml.h>
 
 #include <algorithm>
@@ -17,13 +19,9 @@ namespace {
 
 constexpr std::size_t LARGEST_FILE_BYTES = 4U << 20;
 
-struct close_file {
-  void operator()(std::FILE* file) const noexcept { std::fclose(file); }
-};
-
 /// \return nothing, and why in `error`, when the file cannot be read.
 std::optional<std::string> read_file(const std::string& path, std::string& error) {
-  const std::unique_ptr<std::FILE, close_file> file(std::fopen(path.c_str(), "re"));
+  const std::unique_ptr<std::FILE, handle_releaser<std::fclose>> file(std::fopen(path.c_str(), "re"));
   if (file == nullptr) {
     error = std::string("cannot be opened: ") + std::strerror(errno);
     return std::nullopt;
