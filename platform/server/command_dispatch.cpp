@@ -69,9 +69,9 @@ void command_run(session& session, const control_line& line) {
 }
 
 bool command_run_at_once(session& session) {
-  const control_line* line = session.control.front_line();
-  if (!line || line->too_long || line->aborted) return false;
-  const parsed_line parsed = line_parse(line->text);
+  const auto& lines = session.control.lines();
+  if (lines.empty() || lines.front().too_long || lines.front().aborted) return false;
+  const parsed_line parsed = line_parse(lines.front().text);
   const command_row* row = command_find(parsed.verb);
   if (!row || !row->during_operation || !parsed.argument.empty()) return false;
   command_run(session, *session.control.next_line());

@@ -10,7 +10,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 #include <array>
-#include <deque>
 #include <utility>
 #include <vector>
 
@@ -23,6 +22,7 @@ using boost::system::error_code;
 namespace {
 
 constexpr std::chrono::milliseconds LOSS_CHECK_INTERVAL{250};
+constexpr std::chrono::seconds WRITE_LIMIT{300};  // for a peer that takes no replies
 
 /// Whether the peer has closed, though bytes that nobody reads may still lie before the end.
 bool peer_hung_up(int socket) {
@@ -34,11 +34,16 @@ bool peer_hung_up(int socket) {
 
 struct control_channel::state : std::enable_shared_from_this<state> {
   state(event_loop& event_loop, int descriptor)
-      : loop(event_loop), socket(event_loop.context()), loss_check(event_loop), raw(descriptor) {}
+      : loop(event_loop),
+        socket(event_loop.context()),
+        loss_check(event_loop),
+        write_check(event_loop),
+        raw(descriptor) {}
 
   event_loop& loop;
   tcp::socket socket;
   loop_timer loss_check;
+  loop_timer write_check;
   int raw;
   socket_address local, peer;
   events handlers;
@@ -118,7 +123,6 @@ void control_channel::state::take(std::string_view bytes) {
     control_line line;
     line.too_long = happened == line_reader::event::too_long;
     if (!line.too_long) line.text = reader.take_line();
-    handlers.on_line(line);
     lines.push_back(std::move(line));
   }
   unread.assign(bytes);
@@ -152,8 +156,10 @@ void control_channel::state::write() {
   }
   sending = std::exchange(waiting, {});
   sending_written = std::exchange(waiting_written, {});
+  write_check.start(WRITE_LIMIT, [this] { lose(); });
   asio::async_write(socket, asio::buffer(sending), [self = shared_from_this()](error_code error, std::size_t) {
     self->sending.clear();
+    self->write_check.cancel();
     if (error) return self->lose();
     self->written();
   });
@@ -181,6 +187,7 @@ control_channel::control_channel(event_loop& loop, int socket) : state_(std::mak
 control_channel::~control_channel() {
   state_->handlers = {};
   state_->loss_check.cancel();
+  state_->write_check.cancel();
   error_code ignored;
   state_->socket.close(ignored);
   if (state_->raw >= 0) ::close(state_->raw);
@@ -203,8 +210,8 @@ void control_channel::resume() {
   state_->read();
 }
 
-const control_line* control_channel::front_line() const {
-  return state_->lines.empty() ? nullptr : &state_->lines.front();
+std::deque<control_line>& control_channel::lines() {
+  return state_->lines;
 }
 
 std::optional<control_line> control_channel::next_line() {

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -23,7 +24,7 @@ struct socket_address {
 struct control_line {
   std::string text;
   bool too_long = false;  ///< the text was dropped
-  bool aborted = false;   ///< an ABOR that cancelled an operation when it came in
+  bool aborted = false;   ///< an ABOR that has cancelled an operation, and is yet to be answered
 };
 
 /// The control connection: lines in, replies out. I/O thread only.
@@ -36,9 +37,8 @@ class control_channel {
   static constexpr std::size_t WAITING_OUTPUT_MAX = 64 * 1024;
 
   struct events {
-    std::function<void(control_line&)> on_line;  ///< before the line is queued; may change it
-    std::function<void()> on_queued;             ///< lines were queued
-    std::function<void()> on_lost;               ///< once, when the peer is gone
+    std::function<void()> on_queued;  ///< lines were queued
+    std::function<void()> on_lost;    ///< once, when the peer is gone
   };
 
   /// Takes over the socket.
@@ -55,8 +55,8 @@ class control_channel {
 
   /// The oldest queued line; nothing when there is none.
   std::optional<control_line> next_line();
-  /// Looks at it; null when there is none.
-  const control_line* front_line() const;
+  /// All queued lines, the oldest first.
+  std::deque<control_line>& lines();
   /// Reads on, when there is room.
   void resume();
 

@@ -6,11 +6,6 @@ namespace tarvex::server {
 
 operation_thread::operation_thread(tarvex_cancel_t cancel) : thread_([this, cancel] { run(cancel); }) {}
 
-operation_thread::~operation_thread() {
-  if (thread_.joinable() && stop(std::chrono::hours(24))) return;
-  if (thread_.joinable()) thread_.detach();
-}
-
 void operation_thread::submit(std::function<void()> job) {
   {
     const std::lock_guard lock(mutex_);

@@ -16,16 +16,16 @@ class operation_thread {
  public:
   /// Throws std::system_error when no thread can be had. `cancel` is borrowed for the thread's life.
   explicit operation_thread(tarvex_cancel_t cancel);
-  /// Waits for the thread, unless `stop` was called and gave it up.
-  ~operation_thread();
+  /// Only after `stop` has returned true.
+  ~operation_thread() = default;
   operation_thread(const operation_thread&) = delete;
   operation_thread& operator=(const operation_thread&) = delete;
 
   void submit(std::function<void()> job);
 
   /// Takes no more jobs, runs what was submitted and waits for the thread to end, up to `limit`.
-  /// \return false when it hangs: the thread is given up and the process has to end without returning to the caller's
-  /// callers, since the thread may still use what they own.
+  /// \return false when it hangs: the process has to end with _exit then, since the thread may still use what others
+  /// own.
   [[nodiscard]] bool stop(std::chrono::milliseconds limit);
 
  private:

@@ -13,7 +13,6 @@ namespace tarvex::server {
 
 namespace {
 
-constexpr std::chrono::seconds LOGIN_LIMIT{120};
 constexpr std::chrono::seconds END_LIMIT{1};
 constexpr std::string_view GREETING = "GridFTP server ready.";
 
@@ -24,6 +23,15 @@ void session_try_stop(session& session) {
   if (session.ending && !session.running && session.output_sent) session.loop.stop();
 }
 
+/// Lines that wait behind a running operation: an ABOR cancels it now and is answered in its turn; what may be answered
+/// now is, as long as nothing waits before it.
+void session_attend(session& session) {
+  for (auto& line : session.control.lines()) {
+    if (!line.aborted && command_aborts(line.text)) line.aborted = operation_cancel(session, 426, "Transfer aborted.");
+  }
+  while (session.busy && command_run_at_once(session)) continue;
+}
+
 /// Runs the commands whose turn it is.
 void session_pump(session& session) {
   while (!session.busy && !session.ending) {
@@ -32,23 +40,13 @@ void session_pump(session& session) {
     session_touch(session);
     command_run(session, *line);
   }
+  if (session.busy) session_attend(session);
   if (!session.ending) session.control.resume();
-}
-
-/// A line came in. What may not wait for its turn happens here.
-void session_line_arrived(session& session, control_line& line) {
-  if (session.busy && command_aborts(line.text)) line.aborted = operation_cancel(session, 426, "Transfer aborted.");
-}
-
-void session_lines_queued(session& session) {
-  while (session.busy && command_run_at_once(session)) continue;
-  session_pump(session);
 }
 
 bool session_open(session& session) {
   control_channel::events events;
-  events.on_line = [&session](control_line& line) { session_line_arrived(session, line); };
-  events.on_queued = [&session] { session_lines_queued(session); };
+  events.on_queued = [&session] { session_pump(session); };
   events.on_lost = [&session] { session_end(session, "connection lost"); };
   if (!session.control.start(std::move(events))) return false;
   session.loop.on_termination([&session] {
@@ -70,9 +68,19 @@ bool session_close_storage(session& session) {
   return session.worker->stop(END_LIMIT);
 }
 
+/// When memory is out the process goes at once: to take the session down would mean to wait for the operation thread.
+void session_loop(session& session) {
+  try {
+    session.loop.run();
+  } catch (const std::exception& error) {
+    log_error("%s: %s", session_who(session).c_str(), error.what());
+    _exit(1);
+  }
+}
+
 int session_serve(session& session) {
   if (!session_open(session)) return 1;
-  session.loop.run();
+  session_loop(session);
   if (!session_close_storage(session)) {
     log_error("%s: the storage hangs; the process ends without it", session_who(session).c_str());
     _exit(1);
@@ -122,15 +130,19 @@ void session_reply_block(session& session, int code, std::string_view first, con
 
 void session_command_over(session& session) {
   session.busy = false;
-  session_touch(session);
   if (session.ending) return session_try_stop(session);
+  session_touch(session);
   session_pump(session);
 }
 
 void session_touch(session& session) {
-  using std::chrono::seconds;
-  const seconds idle(session.setup.config->idle_timeout_s);
-  session.idle_timer.start(session.login.logged_in ? idle : std::min(idle, seconds(LOGIN_LIMIT)), [&session] {
+  using std::chrono::ceil, std::chrono::milliseconds, std::chrono::seconds;
+  milliseconds limit = seconds(session.setup.config->idle_timeout_s);
+  if (!session.login.logged_in) {
+    const auto left = session.login.deadline - std::chrono::steady_clock::now();
+    limit = std::clamp(ceil<milliseconds>(left), milliseconds(0), limit);
+  }
+  session.idle_timer.start(limit, [&session] {
     if (session.busy) return;
     session_reply(session, 421, "Idle for too long; closing the control connection.");
     session_end(session, "idle");
@@ -169,8 +181,8 @@ int session_run(const session_setup& setup) {
     session session(setup, cancel.get());
     return session_serve(session);
   } catch (const std::exception& error) {
-    log_error("a session ends: %s", error.what());
-    _exit(1);
+    log_error("a session cannot start: %s", error.what());
+    return 1;
   }
 }
 

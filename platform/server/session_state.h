@@ -22,6 +22,8 @@ struct login_state {
   bool logged_in = false;
   unsigned failures = 0;
   unsigned bad_commands = 0;
+  /// Who has not logged in by then is sent away, whatever else was said.
+  std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::now() + std::chrono::seconds(120);
   account who;       ///< set before the plug-in's start call
   std::string name;  ///< the storage's name for the user
 };

@@ -178,15 +178,24 @@ void SessionTest::SetUp() {
   config.accounts_file = directory_ + "/accounts.toml";
   config.storage_dsi = "scripted";
   std::ofstream(config.accounts_file) << "[alice]\npassword = \"" << crypt("secret", "$5$rounds=1000$salt")
-                                      << "\"\ncredential = \"alice.json\"\n";
+                                      << "\"\ncredential = \"" << directory_ << "/alice.json\"\n";
   chmod(config.accounts_file.c_str(), 0600);
   storage_.module = &MODULE;
 }
 
 void SessionTest::TearDown() {
-  control.close();
-  if (thread_.joinable()) thread_.join();
+  close_session();
   std::filesystem::remove_all(directory_);
+}
+
+void SessionTest::close_session() {
+  control.close();
+  unread_.clear();
+  if (thread_.joinable()) thread_.join();
+}
+
+void SessionTest::write_credential(const std::string& text) {
+  std::ofstream(directory_ + "/alice.json") << text;
 }
 
 void SessionTest::connect(bool ipv6) {
@@ -214,19 +223,21 @@ std::string SessionTest::command(const std::string& line) {
 }
 
 std::string SessionTest::reply() {
-  std::string whole;
-  while (true) {
-    const std::size_t end = unread_.find('\n');
+  for (std::size_t line = 0;;) {
+    const std::size_t end = unread_.find('\n', line);
     if (end == std::string::npos) {
       const std::string more = control.read();
-      if (more.empty()) return whole + std::exchange(unread_, {});
+      if (more.empty()) return std::exchange(unread_, {});
       unread_ += more;
       continue;
     }
-    const std::string line = unread_.substr(0, end + 1);
-    unread_.erase(0, end + 1);
-    whole += line;
-    if (line.size() > 3 && std::isdigit(static_cast<unsigned char>(line[0])) != 0 && line[3] == ' ') return whole;
+    const bool last =
+        end > line + 3 && std::isdigit(static_cast<unsigned char>(unread_[line])) != 0 && unread_[line + 3] == ' ';
+    line = end + 1;
+    if (!last) continue;
+    const std::string whole = unread_.substr(0, line);
+    unread_.erase(0, line);
+    return whole;
   }
 }
 

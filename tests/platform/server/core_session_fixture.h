@@ -67,6 +67,9 @@ class SessionTest : public ::testing::Test {
   std::string reply();
   /// Prepares a data connection.
   loopback_socket passive(const std::string& from = {});
+  void write_credential(const std::string& text);
+  /// Closes the control connection and waits for the session to end.
+  void close_session();
   /// Whether the session has ended within five seconds.
   bool ended();
 

@@ -1,0 +1,117 @@
+#include "core_session_fixture.h"
+
+namespace tarvex::server::test {
+namespace {
+
+struct command_row {
+  std::string line, reply;
+};
+
+TEST_F(SessionTest, AnswersBeforeLogin) {
+  connect();
+  const command_row rows[] = {
+      {"SYST", "215 UNIX Type: L8\r\n"},
+      {"clnt lftp", "200 "},
+      {"OPTS UTF8 ON", "200 "},
+      {"HOST example.org", "220 "},
+      {"HELP retr", "214 Syntax: RETR path\r\n"},
+      {"PASS secret", "503 "},
+      {"RETR file", "530 "},
+      {"PASV", "530 "},
+      {"STAT", "530 "},
+      {"STOR file", "502 "},
+      {std::string("USER a\0b", 8), "501 "},
+      {"USER", "501 "},
+      {"NOOP", "200 "},
+      {"USER alice", "331 "},
+      {"HOST example.org", "503 "},
+      {"PASS secret", "230 "},
+      {"PASS secret", "503 "},
+      {"USER bob", "503 "},
+      {"PWD x", "501 "},
+      {"CWD", "501 "},
+      {"MODE E", "504 "},
+      {"TYPE I", "200 "},
+      {"type l 8", "200 "},
+      {"STRU R", "504 "},
+      {"OPTS UTF8 OFF", "504 "},
+      {"", "502 "},
+  };
+  for (const auto& row : rows) EXPECT_EQ(command(row.line).substr(0, row.reply.size()), row.reply) << row.line;
+}
+
+TEST_F(SessionTest, FeatListsWhatWorks) {
+  connect();
+  EXPECT_EQ(command("FEAT"),
+            "211-Extensions supported:\r\n CLNT\r\n EPRT\r\n EPSV\r\n HOST\r\n MDTM\r\n"
+            " MLST type*;size*;modify*;perm*;UNIX.mode*;unique*;\r\n REST STREAM\r\n SIZE\r\n TVFS\r\n UTF8\r\n"
+            "211 End.\r\n");
+}
+
+TEST_F(SessionTest, EndsForWebClientsAndBabble) {
+  connect();
+  EXPECT_EQ(command("GET / HTTP/1.1\r\nHost: x"), "500 This is an FTP server.\r\n");
+  EXPECT_EQ(reply(), "");
+  EXPECT_TRUE(ended());
+}
+
+TEST_F(SessionTest, EndsAfterTenBadCommandsBeforeLogin) {
+  connect();
+  for (int i = 0; i < 9; ++i) EXPECT_EQ(command(std::string(9000, 'x')).substr(0, 4), "500 ");
+  EXPECT_EQ(command("BABBLE").substr(0, 4), "502 ");
+  EXPECT_EQ(reply().substr(0, 4), "421 ");
+  EXPECT_TRUE(ended());
+}
+
+TEST_F(SessionTest, EndsAfterFiveFailedLogins) {
+  connect();
+  std::string pipelined;
+  for (int i = 0; i < 6; ++i)
+    pipelined += i % 2 == 0 ? "USER alice\r\nPASS wrong\r\n" : "USER nobody\r\nPASS secret\r\n";
+  control.write(pipelined);
+  for (int i = 0; i < 5; ++i) {
+    EXPECT_EQ(reply().substr(0, 4), "331 ");
+    EXPECT_EQ(reply(), "530 Login incorrect.\r\n");
+  }
+  EXPECT_EQ(reply().substr(0, 4), "421 ");
+  EXPECT_TRUE(ended());
+}
+
+TEST_F(SessionTest, StorageMayRefuseALoginAndTakeTheNext) {
+  bool refuse = true;
+  script.start = [&](auto op, tarvex_gfs_session_info_t* info) {
+    EXPECT_STREQ(info->username, "alice");
+    EXPECT_STREQ(info->remote_host, "127.0.0.1");
+    auto* error = tarvex_gfs_ftp_response_error_construct(nullptr, nullptr, 550, "DENIED", "no token");
+    if (std::exchange(refuse, false))
+      return tarvex_gridftp_server_finished_session_start(op, tarvex_error_put(error), nullptr, nullptr, nullptr);
+    tarvex_object_free(error);
+    tarvex_gridftp_server_finished_session_start(op, TARVEX_SUCCESS, nullptr, "alice@box", "/dir");
+  };
+  connect();
+  command("USER alice");
+  EXPECT_EQ(command("PASS secret"), "530-DENIED\r\n530-no token\r\n530 End.\r\n");
+  command("USER alice");
+  EXPECT_EQ(command("PASS secret").substr(0, 4), "230 ");
+  EXPECT_EQ(command("PWD"), "257 \"/dir\" is the current folder.\r\n");
+}
+
+TEST_F(SessionTest, HandsOverConfigurationData) {
+  config.storage_policy = "{\"rate\": 1}";
+  std::vector<std::string> values;
+  script.start = [&](auto op, auto*) {
+    for (const char* key : {"config", "creds", "renew-creds", "other"}) {
+      char* value = nullptr;
+      EXPECT_EQ(tarvex_gridftp_server_get_config_data(op, key, &value), TARVEX_SUCCESS);
+      values.emplace_back(value ? value : "(none)");
+      std::free(value);
+    }
+    tarvex_gridftp_server_finished_session_start(op, TARVEX_SUCCESS, nullptr, nullptr, nullptr);
+  };
+  write_credential("{}");
+  log_in();
+  EXPECT_EQ(values, (std::vector<std::string>{"{\"rate\": 1}", "{}", "{}", "(none)"}));
+}
+
+}  // namespace
+}  // namespace tarvex::server::test
