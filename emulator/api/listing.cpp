@@ -1,0 +1,128 @@
+#include "api/listing.h"
+
+#include <algorithm>
+
+#include "api/item_json.h"
+#include "base/text.h"
+
+namespace tarvex::emulator {
+namespace {
+
+constexpr std::int64_t DEFAULT_LIMIT = 100;
+constexpr std::int64_t MAX_LIMIT = 1000;
+constexpr std::int64_t MAX_OFFSET = 9999;
+
+/// A folder's items, or the trash, behind one face.
+struct source {
+  call& of;
+  std::optional<std::int64_t> folder;  // nothing: the trash
+
+  [[nodiscard]] std::vector<item> after(const item_place& place, std::int64_t limit) const {
+    if (!folder) return of.box.items.list_trash(of.me.id, place, 0, limit);
+    return of.box.items.list_after(of.me.id, *folder, place, limit);
+  }
+  [[nodiscard]] std::vector<item> from(std::int64_t offset, std::int64_t limit) const {
+    if (!folder) return of.box.items.list_trash(of.me.id, {}, offset, limit);
+    const bool descending = of.in.parameter("direction").value_or("ASC") == "DESC";
+    return of.box.items.list_from(of.me.id, *folder, offset, limit, of.in.parameter("sort").value_or(""), descending);
+  }
+  [[nodiscard]] std::int64_t count() const {
+    return folder ? of.box.items.count(of.me.id, *folder) : of.box.items.count_trash(of.me.id);
+  }
+};
+
+std::int64_t parameter_number(const call& of, const char* name, std::int64_t otherwise, std::string_view refusal) {
+  const auto text = of.in.parameter(name);
+  if (!text || text->empty()) return otherwise;
+  const auto value = number_of(*text);
+  if (!value || *value < 0) throw box_problem(refusal);
+  return *value;
+}
+
+/// Box's markers are base64 of JSON, too. The padding keeps them from being usable without percent-encoding.
+std::string marker_of(const item& last, std::string_view folded) {
+  const json_ptr place(json_object());
+  json_put(place.get(), "type", static_cast<std::int64_t>(last.type));
+  json_put(place.get(), "dir", "next");
+  json_put(place.get(), "tail", folded);
+  json_put(place.get(), "id", last.id);
+  std::string text = json_text(place.get());
+  if (text.size() % 3 == 0) text += ' ';
+  return base64_encode(text);
+}
+
+item_place place_of(const std::string& marker) {
+  if (marker.empty() || marker == "0") return {};
+  const json_ptr place = json_parse(base64_decode(marker).value_or(""));
+  const auto type = json_number_at(place.get(), "type");
+  const auto folded = json_text_at(place.get(), "tail");
+  const auto id = json_number_at(place.get(), "id");
+  require(type && folded && id, "Invalid marker");
+  return {*type, *folded, *id};
+}
+
+json_ptr entries_of(const call& of, const std::vector<item>& items) {
+  item_view view(of);
+  json_ptr entries(json_array());
+  for (const item& each : items) json_add(entries.get(), view.listed(each));
+  return entries;
+}
+
+void put_last_marker(json_t* page, const std::string& style) {
+  if (style == "null") json_put(page, "next_marker", json_ptr(json_null()));
+  if (style == "empty") json_put(page, "next_marker", "");
+}
+
+response by_marker(const source& from, std::int64_t limit) {
+  const call& of = from.of;
+  auto items = from.after(place_of(of.in.parameter("marker").value_or("")), limit + 1);
+  const bool more = static_cast<std::int64_t>(items.size()) > limit;
+  if (more) items.pop_back();
+  const json_ptr page(json_object());
+  json_put(page.get(), "entries", entries_of(of, items));
+  json_put(page.get(), "limit", limit);
+  if (more) {
+    json_put(page.get(), "next_marker", marker_of(items.back(), item_folded(items.back())));
+  } else {
+    put_last_marker(page.get(), of.set.next_marker);
+  }
+  return response_json(200, page.get());
+}
+
+response by_offset(const source& from, std::int64_t limit) {
+  const call& of = from.of;
+  const std::int64_t offset = parameter_number(of, "offset", 0, "invalid_offset");
+  require(offset <= MAX_OFFSET, "offset is too high; page by markers");
+  const json_ptr page(json_object());
+  json_put(page.get(), "total_count", from.count());
+  json_put(page.get(), "entries", entries_of(of, from.from(offset, limit)));
+  json_put(page.get(), "offset", offset);
+  json_put(page.get(), "limit", limit);
+  json_put(page.get(), "order", item_order_json());
+  return response_json(200, page.get());
+}
+
+response list(const source& from) {
+  const call& of = from.of;
+  const bool markers = of.in.parameter("usemarker") == "true";
+  const std::int64_t asked = parameter_number(of, "limit", DEFAULT_LIMIT, "invalid_limit");
+  const std::int64_t limit = std::min(asked == 0 ? DEFAULT_LIMIT : asked, MAX_LIMIT);
+  const bool has_marker = of.in.parameter("marker").has_value();
+  if (has_marker && (!markers || of.in.parameter("offset"))) throw box_problem("invalid_parameter");
+  return markers ? by_marker(from, limit) : by_offset(from, limit);
+}
+
+}  // namespace
+
+response folder_items(call& of) {
+  transaction hold(of.box.data);
+  const item folder = call_item(of, item_type::FOLDER, of.id(0), "folder");
+  return list({of, folder.id});
+}
+
+response trash_items(call& of) {
+  transaction hold(of.box.data);
+  return list({of, std::nullopt});
+}
+
+}  // namespace tarvex::emulator

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <openssl/evp.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "base/handle.h"
+
+namespace tarvex::emulator {
+
+/// A running SHA-1. Copying copies the state, so that a piece can be tried and taken back. Throws std::bad_alloc.
+class sha1_digest {
+ public:
+  sha1_digest();
+  sha1_digest(const sha1_digest& other);
+  sha1_digest& operator=(const sha1_digest& other);
+  sha1_digest(sha1_digest&&) noexcept = default;
+  sha1_digest& operator=(sha1_digest&&) noexcept = default;
+
+  void update(std::string_view bytes);
+
+  /// The 20 bytes of all that was put in so far; more may follow.
+  [[nodiscard]] std::string value() const;
+
+ private:
+  std::unique_ptr<EVP_MD_CTX, handle_releaser<EVP_MD_CTX_free>> context_;
+};
+
+/// SHA-1 of a text, 20 bytes; and SHA-256, 32 bytes.
+[[nodiscard]] std::string sha1_of(std::string_view bytes);
+[[nodiscard]] std::string sha256_of(std::string_view bytes);
+
+}  // namespace tarvex::emulator

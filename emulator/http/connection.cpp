@@ -1,0 +1,97 @@
+#include "http/connection.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+
+#include "http/request_reader.h"
+
+namespace tarvex::emulator {
+namespace {
+
+/// An early error reads off the rest of a body up to here; beyond it the connection is closed.
+constexpr std::uint64_t MAX_DRAINED_BYTES = 1ULL << 33;
+
+std::int64_t body_length(const response& answer) {
+  return answer.file ? answer.file->length : static_cast<std::int64_t>(answer.body.size());
+}
+
+std::string head_text(const response& answer, bool keep) {
+  std::string text = "HTTP/1.1 " + std::to_string(answer.status) + ' ';
+  text += status_reason(answer.status);
+  text += "\r\n";
+  for (const auto& [name, value] : answer.headers) text += name + ": " + value + "\r\n";
+  if (answer.how.chunked) {
+    text += "Transfer-Encoding: chunked\r\n";
+  } else if (answer.status != 204 && answer.status != 304) {
+    text += "Content-Length: " + std::to_string(body_length(answer)) + "\r\n";
+  }
+  text += keep ? "\r\n" : "Connection: close\r\n\r\n";
+  return text;
+}
+
+bool send_piece(transport& client, const response& answer, std::int64_t offset, std::int64_t length) {
+  if (answer.file) return client.send_file(answer.file->file.get(), answer.file->offset + offset, length);
+  const std::string_view piece =
+      std::string_view(answer.body).substr(static_cast<std::size_t>(offset), static_cast<std::size_t>(length));
+  if (!answer.how.chunked) return client.write(piece, false);
+  std::array<char, 24> size{};
+  std::snprintf(size.data(), size.size(), "%zx\r\n", piece.size());
+  return client.write(size.data(), true) && client.write(piece, true) && client.write("\r\n", true);
+}
+
+/// Sends the body, in pieces and cut short where the delivery says so. False when the connection ends here.
+bool send_body(transport& client, const response& answer) {
+  const std::int64_t all = body_length(answer);
+  const std::int64_t end = std::min(all, answer.how.cut_after.value_or(all));
+  const std::int64_t step = answer.how.piece_bytes > 0 ? answer.how.piece_bytes : std::max<std::int64_t>(end, 1);
+  for (std::int64_t at = 0; at < end; at += step) {
+    if (at > 0 && answer.how.piece_delay_ms > 0 && !client.pause(answer.how.piece_delay_ms)) return false;
+    if (!send_piece(client, answer, at, std::min(step, end - at))) return false;
+  }
+  if (answer.how.cut_after) return false;
+  return !answer.how.chunked || client.write("0\r\n\r\n", false);
+}
+
+bool send(transport& client, const response& answer, bool with_body, bool keep) {
+  if (answer.how.hang) return client.pause(-1);
+  if (answer.how.delay_ms > 0 && !client.pause(answer.how.delay_ms)) return false;
+  if (answer.how.drop) return false;
+  std::string head = head_text(answer, keep);
+  const bool at_once = with_body && !answer.file && !answer.how.chunked && answer.how.piece_bytes == 0 &&
+                       !answer.how.cut_after && answer.body.size() < 65536;
+  if (at_once) return client.write(head + answer.body, false);
+  const bool more = with_body && body_length(answer) > 0;
+  return client.write(head, more) && (!with_body || send_body(client, answer));
+}
+
+/// The answer to what is not a request.
+response refusal(reading outcome) {
+  response answer = outcome == reading::TOO_LARGE
+                        ? response_text(431, "text/html", "<html><body>Request head too large</body></html>\n")
+                        : response_text(400, "text/html", "<html><body>Bad request</body></html>\n");
+  answer.close = true;
+  return answer;
+}
+
+}  // namespace
+
+void connection_serve(transport& client, connection_facts facts, const request_handler& handler) {
+  request_reader reader(client);
+  for (;;) {
+    request current;
+    const reading outcome = reader.next(current);
+    if (outcome == reading::CLOSED) return;
+    if (outcome != reading::READ) {
+      (void)send(client, refusal(outcome), true, false);  // the connection ends either way
+      return;
+    }
+    current.secure = facts.secure;
+    current.loopback = facts.loopback;
+    const response answer = handler(current);
+    const bool keep = !answer.close && reader.keep_alive() && reader.drain(MAX_DRAINED_BYTES);
+    if (!send(client, answer, current.method != "HEAD", keep) || !keep) return;
+  }
+}
+
+}  // namespace tarvex::emulator

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "base/descriptor.h"
+
+namespace tarvex::emulator {
+
+/// One accepted connection, plain or TLS, with blocking calls that give up after the idle time.
+class transport {
+ public:
+  virtual ~transport() = default;
+
+  /// Some bytes, or 0 when the peer has closed, failed or been silent for too long.
+  [[nodiscard]] virtual std::size_t read(std::span<char> out) = 0;
+
+  /// Sends all of it; false when the peer is gone or does not read. `more`: further bytes follow at once.
+  [[nodiscard]] virtual bool write(std::string_view bytes, bool more) = 0;
+
+  /// Sends a stretch of a file, without a copy through this process where the connection is plain.
+  [[nodiscard]] virtual bool send_file(int file, std::int64_t offset, std::int64_t length) = 0;
+
+  /// Waits for so many milliseconds (below 0: for ever), or until the peer goes away or the server stops: then false.
+  [[nodiscard]] virtual bool pause(std::int64_t milliseconds) = 0;
+};
+
+/// The server's certificate; null without TLS.
+class tls_identity {
+ public:
+  virtual ~tls_identity() = default;
+
+  /// Shakes hands on a socket; null when that fails.
+  [[nodiscard]] virtual std::unique_ptr<transport> accept(descriptor socket) const = 0;
+};
+
+/// A transport on a connected socket, which it owns.
+[[nodiscard]] std::unique_ptr<transport> transport_plain(descriptor socket);
+
+/// Reads a certificate chain and its key, both PEM. Throws std::runtime_error that names the file.
+[[nodiscard]] std::unique_ptr<tls_identity> tls_identity_load(const std::string& certificate, const std::string& key);
+
+}  // namespace tarvex::emulator

@@ -1,0 +1,85 @@
+#include <signal.h>
+
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+#include "api/router.h"
+#include "api/users.h"
+#include "control/demo.h"
+#include "http/server.h"
+#include "options.h"
+
+namespace {
+
+using namespace std::string_literals;
+namespace emulator = tarvex::emulator;
+
+/// Blocks the signals that end the program in all threads, so that one thread can wait for them.
+sigset_t block_signals() {
+  sigset_t ending;
+  sigemptyset(&ending);
+  sigaddset(&ending, SIGTERM);
+  sigaddset(&ending, SIGINT);
+  pthread_sigmask(SIG_BLOCK, &ending, nullptr);
+  signal(SIGPIPE, SIG_IGN);
+  return ending;
+}
+
+void load_faults(emulator::box_state& box, const std::string& file) {
+  std::ifstream stream(file);
+  std::stringstream text;
+  text << stream.rdbuf();
+  if (!stream) throw std::runtime_error("cannot read the faults in " + file);
+  const emulator::json_ptr rows = emulator::json_parse(text.str());
+  const std::string refusal = rows ? box.faults.add(rows.get()) : "it is not JSON"s;
+  if (!refusal.empty()) throw std::runtime_error(file + ": " + refusal);
+}
+
+void prepare(emulator::box_state& box, const emulator::options& given) {
+  bool first = true;
+  for (const auto& [name, token] : given.accounts) {
+    const emulator::user account = emulator::user_account(box, name, token);
+    if (first && given.demo) emulator::demo_fill(box, account);
+    first = false;
+  }
+  if (!given.faults.empty()) load_faults(box, given.faults);
+}
+
+void serve(const emulator::options& given, const sigset_t& ending) {
+  emulator::box_state box(given.data, given.set, given.journal, !given.quiet);
+  prepare(box, given);
+  emulator::server_options how{
+      .address = given.listen, .idle_timeout_s = given.set.idle_timeout_s, .identity = nullptr};
+  if (!given.certificate.empty()) how.identity = emulator::tls_identity_load(given.certificate, given.key);
+  emulator::http_server server(std::move(how),
+                               [&box](emulator::request& in) { return emulator::router_answer(box, in); });
+  std::printf("listening on %s\n", server.address().c_str());
+  std::fflush(stdout);
+  std::thread waiter([&] {
+    int signal_number = 0;
+    sigwait(&ending, &signal_number);
+    server.stop();
+  });
+  server.run();
+  waiter.join();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    int exit_code = 0;
+    const auto given = emulator::options_parse(argc, argv, exit_code);
+    if (!given) return exit_code;
+    const sigset_t ending = block_signals();
+    serve(*given, ending);
+    return 0;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "tarvex-box-emulator: %s\n", error.what());
+    return 1;
+  }
+}

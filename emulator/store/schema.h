@@ -1,0 +1,45 @@
+#pragma once
+
+namespace tarvex::emulator {
+
+/// The tables, made where they do not exist. Times are seconds since 1970, sizes are bytes.
+///
+/// items: one row for each folder (type 0), file (1) and web link (2); a user's root is the folder 0 without a parent.
+/// `trashed` is 1 for what was deleted itself and 2 for what went with a folder above it. A folder's size is kept as
+/// the sum of what is in it.
+inline constexpr const char* SCHEMA = R"(
+PRAGMA journal_mode = WAL;
+PRAGMA synchronous = NORMAL;
+CREATE TABLE IF NOT EXISTS counters(name TEXT PRIMARY KEY, value INTEGER NOT NULL) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS users(
+  id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE, created_at INTEGER NOT NULL, used INTEGER NOT NULL DEFAULT 0);
+CREATE TABLE IF NOT EXISTS tokens(
+  digest TEXT PRIMARY KEY, kind TEXT NOT NULL, user INTEGER NOT NULL, expires_at INTEGER NOT NULL,
+  spent INTEGER NOT NULL DEFAULT 0) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS items(
+  owner INTEGER NOT NULL, type INTEGER NOT NULL, id INTEGER NOT NULL, parent INTEGER NOT NULL, name TEXT NOT NULL,
+  folded TEXT NOT NULL, size INTEGER NOT NULL DEFAULT 0, version INTEGER NOT NULL DEFAULT 0,
+  sha1 TEXT NOT NULL DEFAULT '', etag INTEGER NOT NULL DEFAULT 0, created_at INTEGER NOT NULL,
+  modified_at INTEGER NOT NULL, content_created_at INTEGER NOT NULL, content_modified_at INTEGER NOT NULL,
+  description TEXT NOT NULL DEFAULT '', url TEXT NOT NULL DEFAULT '', trashed INTEGER NOT NULL DEFAULT 0,
+  trashed_at INTEGER NOT NULL DEFAULT 0, PRIMARY KEY(owner, type, id)) WITHOUT ROWID;
+CREATE INDEX IF NOT EXISTS items_listed ON items(owner, parent, trashed, type, folded, id);
+CREATE INDEX IF NOT EXISTS items_named ON items(owner, parent, folded, trashed);
+CREATE TABLE IF NOT EXISTS versions(
+  id INTEGER PRIMARY KEY, file INTEGER NOT NULL, size INTEGER NOT NULL, sha1 TEXT NOT NULL,
+  content TEXT NOT NULL, created_at INTEGER NOT NULL);
+CREATE INDEX IF NOT EXISTS versions_of_file ON versions(file);
+CREATE INDEX IF NOT EXISTS versions_of_content ON versions(content);
+CREATE TABLE IF NOT EXISTS metadata(
+  type INTEGER NOT NULL, item INTEGER NOT NULL, id TEXT NOT NULL, version INTEGER NOT NULL, value TEXT NOT NULL,
+  PRIMARY KEY(type, item)) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS sessions(
+  id TEXT PRIMARY KEY, owner INTEGER NOT NULL, folder INTEGER NOT NULL, file INTEGER NOT NULL, name TEXT NOT NULL,
+  size INTEGER NOT NULL, part_size INTEGER NOT NULL, expires_at INTEGER NOT NULL, state TEXT NOT NULL,
+  commits INTEGER NOT NULL DEFAULT 0, first_commit_ms INTEGER NOT NULL DEFAULT 0) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS parts(
+  session TEXT NOT NULL, start INTEGER NOT NULL, size INTEGER NOT NULL, id TEXT NOT NULL, sha1 TEXT NOT NULL,
+  PRIMARY KEY(session, start)) WITHOUT ROWID;
+)";
+
+}  // namespace tarvex::emulator
