@@ -223,8 +223,8 @@ void tarvex_box_error_add_info(tarvex_object_t* error, const tarvex_dsi_rest_key
 
 namespace tarvex::box {
 
-tarvex_result_t error_generic(error_source source, const std::string& text, int line) {
-  return tarvex_error_put(tarvex_error_construct_error(nullptr, nullptr, TARVEX_GFS_ERROR_GENERIC, source.file,
+tarvex_result_t error_generic(error_source source, const std::string& text, tarvex_object_t* cause, int line) {
+  return tarvex_error_put(tarvex_error_construct_error(nullptr, cause, TARVEX_GFS_ERROR_GENERIC, source.file,
                                                        source.function, line, "%s", text.c_str()));
 }
 

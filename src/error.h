@@ -18,8 +18,9 @@ struct error_source {
   const char* function = nullptr;
 };
 
-/// Generic error with a fixed sentence.
-[[nodiscard]] tarvex_result_t error_generic(error_source source, const std::string& text, int line = __builtin_LINE());
+/// Generic error with a fixed sentence. \param cause  taken over; null: none
+[[nodiscard]] tarvex_result_t error_generic(error_source source, const std::string& text,
+                                            tarvex_object_t* cause = nullptr, int line = __builtin_LINE());
 
 /// System error for the current errno in "malloc": how running out of memory is told, and what Box failed to send.
 [[nodiscard]] tarvex_result_t error_memory() noexcept;

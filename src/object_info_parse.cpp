@@ -17,7 +17,7 @@ char* tarvex_l_box_string_copy(json_t* value) {
 }
 
 tarvex_result_t tarvex_l_box_parse_error(const char* text, int line = __builtin_LINE()) {
-  return tarvex::box::error_generic({"object_info_parse", "tarvex_box_object_info_parse"}, text, line);
+  return tarvex::box::error_generic({"object_info_parse", "tarvex_box_object_info_parse"}, text, nullptr, line);
 }
 
 /// The time is computed from whatever could be read, also when the form is not the expected one.

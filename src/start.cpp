@@ -70,6 +70,7 @@ extern "C" void tarvex_i_box_start(tarvex_gfs_operation_t op, tarvex_gfs_session
     return;  // without an exit line
   }
   session.reset();
-  tarvex_gridftp_server_finished_session_start(op, result, nullptr, nullptr, nullptr);
-  tarvex_result_release(tarvex::box::trace_exit(result));
+  tarvex::box::report_result(result, [&](tarvex_result_t failure) {
+    tarvex_gridftp_server_finished_session_start(op, failure, nullptr, nullptr, nullptr);
+  });
 }

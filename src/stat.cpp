@@ -89,8 +89,8 @@ void tarvex_i_box_stat(tarvex_gfs_operation_t op, tarvex_gfs_stat_info_t* stat_i
   auto* const box = static_cast<tarvex_box_session_t*>(user_arg);
   const tarvex_result_t result = tarvex_box_token_refresh(box, op);
   if (result != TARVEX_SUCCESS) {
-    tarvex_gridftp_server_finished_stat(op, result, nullptr, 0);
-    tarvex_result_release(scope.leave(result));
+    tarvex::box::report_result(
+        result, [&](tarvex_result_t failure) { tarvex_gridftp_server_finished_stat(op, failure, nullptr, 0); });
     return;
   }
   (stat_info->file_only ? tarvex_i_box_stat_single : tarvex_i_box_stat_multi)(op, stat_info, box);

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "error.h"
+#include "handles.h"
 #include "tarvex_box_common.h"
 
 /// One line at `level` by the function named `function`; nothing is evaluated while the level is off.
@@ -28,7 +29,8 @@ inline int debug_level(int level) {
 /// Prefix and text as one uninterrupted line. Use the macros.
 [[gnu::format(printf, 3, 4)]] void debug_line(int level, const char* function, const char* format, ...) noexcept;
 
-/// Exit line with a result, which comes back.
+/// Exit line with a result, which comes back. `error` is the error behind it.
+void trace_exit(tarvex_result_t result, tarvex_object_t* error, const char* function) noexcept;
 tarvex_result_t trace_exit(tarvex_result_t result, const char* function = __builtin_FUNCTION()) noexcept;
 
 /// Entry line on construction; exit line on `leave`.
@@ -61,13 +63,21 @@ template <typename Work>
   return scope.leave(guarded(std::forward<Work>(work)));
 }
 
+/// Hands a result to the framework, which owns it then, and traces it.
+template <typename Report>
+void report_result(tarvex_result_t result, Report&& report, const char* function = __builtin_FUNCTION()) noexcept {
+  tarvex_object_t* const error = tarvex_error_peek(result);
+  tarvex_object_reference(error);
+  const object_ptr held(error);
+  std::forward<Report>(report)(result);
+  trace_exit(result, error, function);
+}
+
 /// An operation that reports its result to the framework: `report` is called with it exactly once.
 template <typename Work, typename Report>
 void reported(Work&& work, Report&& report, const char* function = __builtin_FUNCTION()) noexcept {
   const trace_scope scope(function);
-  const tarvex_result_t result = guarded(std::forward<Work>(work));
-  std::forward<Report>(report)(result);
-  tarvex_result_release(scope.leave(result));
+  report_result(guarded(std::forward<Work>(work)), std::forward<Report>(report), function);
 }
 
 }  // namespace tarvex::box

@@ -1,0 +1,22 @@
+#include <openssl/evp.h>
+
+#include <limits>
+
+#include "digest.h"
+#include "error.h"
+
+bool tarvex_l_gfs_base64_encode(const unsigned char* inbuf, size_t in_len, char* outbuf, size_t out_len) {
+  if (in_len > std::numeric_limits<int>::max() / 2 || out_len < (in_len + 2) / 3 * 4 + 1) return false;
+  EVP_EncodeBlock(reinterpret_cast<unsigned char*>(outbuf), inbuf, static_cast<int>(in_len));
+  return true;
+}
+
+namespace tarvex::box {
+
+std::string digest_header(const sha1_digest& digest) {
+  std::array<char, 29> text{};
+  require(tarvex_l_gfs_base64_encode(digest.data(), digest.size(), text.data(), text.size()), "28 characters and NUL");
+  return std::string("sha=") + text.data();
+}
+
+}  // namespace tarvex::box

@@ -1,0 +1,55 @@
+#include <cstring>
+
+#include "request.h"
+#include "trace.h"
+
+using tarvex::box::json_ptr;
+using tarvex::box::request;
+using tarvex::box::text_ptr;
+
+namespace {
+
+/// The first property makes the instance, later ones are patched in.
+struct metadata_row {
+  const char* method;
+  const char* content_type;
+};
+
+constexpr metadata_row create = {"POST", "application/json"};
+constexpr metadata_row update = {"PUT", "application/json-patch+json"};
+
+json_ptr tarvex_l_box_property(bool updates, const char* key, const char* value) {
+  if (!updates) return json_ptr(json_pack("{s:s}", key, value));
+  const std::string path = std::string("/") + key;
+  return json_ptr(json_pack("[{s:s, s:s, s:s}]", "op", "add", "path", path.c_str(), "value", value));
+}
+
+tarvex_result_t tarvex_l_box_set_metadata(tarvex_box_session_t* box, tarvex_box_path_info_t* path_info, const char* key,
+                                          const char* value) {
+  const metadata_row& row = path_info->has_metadata ? update : create;
+  const json_ptr property = tarvex_l_box_property(path_info->has_metadata, key, value);
+  const text_ptr body(json_dumps(property.get(), JSON_COMPACT));
+  if (!body) return tarvex::box::error_memory();
+  tarvex_dsi_rest_write_block_arg_t block = {.block_data = body.get(), .block_len = std::strlen(body.get())};
+  const request call = {
+      .source = {"metadata", "tarvex_i_box_set_metadata"},
+      .method = row.method,
+      .url = tarvex::box::api_url(
+          {"/2.0/", tarvex::box::item_collection(path_info->type), "/", path_info->id, "/metadata/global/properties"}),
+      .headers = {{"Content-Type", row.content_type}},
+      .write = tarvex_dsi_rest_write_block,
+      .write_arg = &block,
+      .pacing = &box->user_retry,
+  };
+  tarvex::box::answer ignored;
+  const tarvex_result_t result = request_perform(box, call, ignored);
+  if (result == TARVEX_SUCCESS) path_info->has_metadata = true;
+  return result;
+}
+
+}  // namespace
+
+extern "C" tarvex_result_t tarvex_i_box_set_metadata(tarvex_box_session_t* box, tarvex_box_path_info_t* path_info,
+                                                     const char* key, const char* value) {
+  return tarvex::box::traced([&] { return tarvex_l_box_set_metadata(box, path_info, key, value); });
+}
