@@ -1,9 +1,9 @@
+#include "digest.h"
+#include "error.h"
+
 #include <openssl/evp.h>
 
 #include <limits>
-
-#include "digest.h"
-#include "error.h"
 
 bool tarvex_l_gfs_base64_encode(const unsigned char* inbuf, size_t in_len, char* outbuf, size_t out_len) {
   if (in_len > std::numeric_limits<int>::max() / 2 || out_len < (in_len + 2) / 3 * 4 + 1) return false;

@@ -1,12 +1,12 @@
+#include "digest.h"
+#include "request.h"
+#include "trace.h"
+
 #include <strings.h>
 
 #include <cstring>
 #include <string>
 #include <utility>
-
-#include "digest.h"
-#include "request.h"
-#include "trace.h"
 
 using tarvex::box::request;
 

@@ -1,9 +1,9 @@
-#include <cstring>
-#include <utility>
-
 #include "digest.h"
 #include "recv.h"
 #include "trace.h"
+
+#include <cstring>
+#include <utility>
 
 using tarvex::box::error_generic;
 using tarvex::box::json_ptr;

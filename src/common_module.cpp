@@ -1,7 +1,7 @@
-#include <cstdio>
-
 #include "request.h"
 #include "trace.h"
+
+#include <cstdio>
 
 int tarvex_i_box_api_per_second = 16;
 int tarvex_i_box_upload_per_second = 4;

@@ -1,7 +1,7 @@
-#include <string>
-
 #include "handles.h"
 #include "trace.h"
+
+#include <string>
 
 namespace {
 

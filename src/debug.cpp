@@ -1,11 +1,11 @@
+#include "handles.h"
+#include "trace.h"
+
 #include <unistd.h>
 
 #include <array>
 #include <cstdarg>
 #include <cstdio>
-
-#include "handles.h"
-#include "trace.h"
 
 tarvex_debug_handle_t tarvex_i_TARVEX_BOX_debug_handle = {};
 

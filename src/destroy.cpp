@@ -1,7 +1,7 @@
-#include <cstdlib>
-
 #include "session.h"
 #include "trace.h"
+
+#include <cstdlib>
 
 namespace {
 

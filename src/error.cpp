@@ -1,11 +1,11 @@
 #include "error.h"
 
+#include "trace.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-
-#include "trace.h"
 
 namespace {
 

@@ -2,10 +2,10 @@
 /// One helper per kind of error, each giving the result to return.
 #pragma once
 
+#include "tarvex_box_common.h"
+
 #include <initializer_list>
 #include <string>
-
-#include "tarvex_box_common.h"
 
 namespace tarvex::box {
 

@@ -1,3 +1,6 @@
+#include "handles.h"
+#include "trace.h"
+
 #include <pwd.h>
 #include <unistd.h>
 
@@ -5,9 +8,6 @@
 #include <cstring>
 #include <string>
 #include <string_view>
-
-#include "handles.h"
-#include "trace.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
-#include <string>
-
 #include "request.h"
 #include "trace.h"
+
+#include <string>
 
 using tarvex::box::answer;
 using tarvex::box::error_generic;

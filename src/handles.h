@@ -2,12 +2,12 @@
 /// Owning types for the handles of other libraries.
 #pragma once
 
+#include "tarvex_common.h"
+
 #include <jansson.h>
 
 #include <cstdlib>
 #include <memory>
-
-#include "tarvex_common.h"
 
 namespace tarvex::box {
 

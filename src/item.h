@@ -2,9 +2,9 @@
 /// What the commands that make and move items share.
 #pragma once
 
-#include <string>
-
 #include "request.h"
+
+#include <string>
 
 namespace tarvex::box {
 

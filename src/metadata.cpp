@@ -1,7 +1,7 @@
-#include <cstring>
-
 #include "request.h"
 #include "trace.h"
+
+#include <cstring>
 
 using tarvex::box::json_ptr;
 using tarvex::box::request;

@@ -1,12 +1,12 @@
+#include "date.h"
+#include "handles.h"
+#include "trace.h"
+
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
-
-#include "date.h"
-#include "handles.h"
-#include "trace.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
+#include "handles.h"
+#include "trace.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-
-#include "handles.h"
-#include "trace.h"
 
 using tarvex::box::error_memory;
 using tarvex::box::traced;

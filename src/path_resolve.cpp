@@ -1,7 +1,7 @@
+#include "trace.h"
+
 #include <string>
 #include <string_view>
-
-#include "trace.h"
 
 namespace {
 

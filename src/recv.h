@@ -2,11 +2,11 @@
 /// What the uploads share: the read monitor, the modification time, and the answer that ends an upload.
 #pragma once
 
-#include <functional>
-#include <string>
-
 #include "item.h"
 #include "request.h"
+
+#include <functional>
+#include <string>
 
 /// Where the uploader, on the operation thread, meets the read completions, on the I/O thread. The mutex guards the
 /// fields after it. States of a read: registered (the uploader waits), over (`length` grew, or `eof`, or `result`).

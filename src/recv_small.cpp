@@ -1,9 +1,9 @@
+#include "recv.h"
+#include "trace.h"
+
 #include <array>
 #include <cstdio>
 #include <cstring>
-
-#include "recv.h"
-#include "trace.h"
 
 using tarvex::box::json_ptr;
 using tarvex::box::pair;

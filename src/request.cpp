@@ -1,12 +1,13 @@
 #include "request.h"
 
+#include "trace.h"
+
 #include <strings.h>
+
 #include <array>
 #include <cstdint>
 #include <cstdlib>
 #include <string_view>
-
-#include "trace.h"
 
 namespace tarvex::box {
 

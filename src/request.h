@@ -2,13 +2,13 @@
 /// The one way to Box: every call states its particulars in a record and goes through `request_perform`.
 #pragma once
 
-#include <functional>
-#include <string>
-#include <vector>
-
 #include "error.h"
 #include "handles.h"
 #include "tarvex_box_common.h"
+
+#include <functional>
+#include <string>
+#include <vector>
 
 namespace tarvex::box {
 

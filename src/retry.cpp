@@ -1,10 +1,10 @@
+#include "shared_file.h"
+#include "trace.h"
+
 #include <fcntl.h>
 
 #include <algorithm>
 #include <cstring>
-
-#include "shared_file.h"
-#include "trace.h"
 
 // Pacing file: not_until (8 bytes, reserved), last.tv_sec (8), last.tv_nsec (8), native byte order.
 static_assert(sizeof(tarvex_box_retry_shared_s) == 24 && offsetof(tarvex_box_retry_shared_s, last) == 8);

@@ -2,10 +2,10 @@
 /// Release of the session record, shared by a failed start and by the session's end.
 #pragma once
 
-#include <memory>
-
 #include "handles.h"
 #include "tarvex_box_common.h"
+
+#include <memory>
 
 namespace tarvex::box {
 

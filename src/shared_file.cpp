@@ -1,5 +1,8 @@
 #include "shared_file.h"
 
+#include "error.h"
+#include "handles.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -8,9 +11,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-
-#include "error.h"
-#include "handles.h"
 
 namespace tarvex::box {
 

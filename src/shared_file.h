@@ -2,10 +2,10 @@
 /// A small file of fixed size that several processes of one user map and lock.
 #pragma once
 
+#include "tarvex_common.h"
+
 #include <cstddef>
 #include <string>
-
-#include "tarvex_common.h"
 
 namespace tarvex::box {
 

@@ -1,10 +1,10 @@
-#include <cstdlib>
-#include <cstring>
-#include <string>
-
 #include "session.h"
 #include "shared_file.h"
 #include "trace.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
 
 using tarvex::box::error_ftp;
 using tarvex::box::session_ptr;

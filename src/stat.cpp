@@ -1,8 +1,8 @@
+#include "trace.h"
+
 #include <array>
 #include <cstdlib>
 #include <string>
-
-#include "trace.h"
 
 using tarvex::box::trace_exit;
 

@@ -5,17 +5,18 @@
 /// `tarvex_result_t` that is not success is the caller's to pass on or release.
 #pragma once
 
+#include "tarvex_common.h"
+#include "tarvex_dsi_rest.h"
+#include "tarvex_gridftp_server.h"
+
 #include <jansson.h>
 #include <openssl/md5.h>
 #include <openssl/sha.h>
+
 #include <stdbool.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <time.h>
-
-#include "tarvex_common.h"
-#include "tarvex_dsi_rest.h"
-#include "tarvex_gridftp_server.h"
 
 #ifdef __cplusplus
 extern "C" {

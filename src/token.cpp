@@ -1,12 +1,12 @@
+#include "date.h"
+#include "handles.h"
+#include "trace.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <utility>
-
-#include "date.h"
-#include "handles.h"
-#include "trace.h"
 
 using tarvex::box::error_ftp;
 using tarvex::box::error_generic;

@@ -2,11 +2,11 @@
 /// Debug lines, and the outer layer of every operation: its entry and exit lines, and the net for exceptions.
 #pragma once
 
-#include <utility>
-
 #include "error.h"
 #include "handles.h"
 #include "tarvex_box_common.h"
+
+#include <utility>
 
 /// One line at `level` by the function named `function`; nothing is evaluated while the level is off.
 #define TARVEX_BOX_LOG(level, function, ...)                                      \

@@ -1,11 +1,11 @@
+#include "error.h"
+#include "handles.h"
+#include "trace.h"
+
 #include <array>
 #include <cstdlib>
 #include <string>
 #include <string_view>
-
-#include "error.h"
-#include "handles.h"
-#include "trace.h"
 
 using tarvex::box::error_ftp;
 using tarvex::box::error_generic;

@@ -1,7 +1,7 @@
-#include <fcntl.h>
-
 #include "shared_file.h"
 #include "tarvex_box_common.h"
+
+#include <fcntl.h>
 
 // State file: id (128 bytes), num_parts (4), padding (4), part_size (8), total_size (8), md5_ctx (92), sha1_ctx (96),
 // name (4096), padding (4), native byte order.

@@ -1,8 +1,8 @@
-#include <cstdlib>
-
 #include "digest.h"
 #include "recv.h"
 #include "trace.h"
+
+#include <cstdlib>
 
 using tarvex::box::error_ftp;
 using tarvex::box::error_generic;

@@ -1,10 +1,10 @@
-#include <cstdlib>
-#include <cstring>
-#include <memory>
-
 #include "digest.h"
 #include "item.h"
 #include "trace.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
 
 using tarvex::box::error_generic;
 using tarvex::box::json_ptr;
