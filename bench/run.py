@@ -47,7 +47,7 @@ def session_of(server):
 
 def fill(box, name, count, size):
     folder = box.folder(name)
-    box.call("POST", "/_emulator/fill", {"folder_id": folder, "count": count, "size": size, "prefix": "file-"})
+    box.fill(folder, count, size)
     return folder
 
 

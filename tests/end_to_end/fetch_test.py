@@ -90,26 +90,26 @@ def test_a_folder_is_no_file(files, ftp):
 
 @pytest.mark.parametrize("cut_after", [0, 1, 100_000, SIZE - 1])
 def test_a_cut_download_goes_on_where_it_stopped(files, box, ftp, cut_after):
-    box.fault(method="GET", path="/d/*", times=1, cut="answer", after=cut_after)
+    box.fault(method="GET", path="/d/**", times=1, cut_answer_after=cut_after)
     assert fetch(ftp, "/fetch/data.bin") == files["data.bin"][1]
 
 
 def test_a_download_that_is_cut_again_fails_and_the_session_goes_on(files, box, ftp):
-    box.fault(method="GET", path="/d/*", times=2, cut="answer", after=100_000)
+    box.fault(method="GET", path="/d/**", times=2, cut_answer_after=100_000)
     with pytest.raises((ftplib.error_perm, ftplib.error_temp), match="^[45]"):
         fetch(ftp, "/fetch/data.bin")
     assert fetch(ftp, "/fetch/data.bin") == files["data.bin"][1]
 
 
 @pytest.mark.parametrize("path, row, words", [
-    ("/2.0/files/{id}/content", {"status": 403, "body": '{"code": "access_denied_insufficient_permissions"}'},
+    ("/2.0/files/{id}/content", {"status": 403, "text": '{"code": "access_denied_insufficient_permissions"}'},
      "550-?.*PERMISSION_DENIED"),
-    ("/2.0/files/{id}/content", {"status": 404, "body": '{"code": "trashed"}'}, "550-?.*PATH_NOT_FOUND"),
-    ("/d/*", {"status": 500, "body": "<html>never for the client</html>"}, "500.*INTERNAL_ERROR"),
-    ("/d/*", {"status": 404, "body": "<html>never for the client</html>"}, "550.*PATH_NOT_FOUND"),
-    ("/2.0/files/{id}/content", {"status": 302, "headers": {"Location": "file:///etc/passwd"}, "body": ""}, "500"),
-    ("/2.0/files/{id}/content", {"status": 302, "body": ""}, "500"),
-    ("/2.0/files/{id}/content", {"status": 302, "headers": {"Location": "http://127.0.0.1:1/x"}, "body": "", "times": 2},
+    ("/2.0/files/{id}/content", {"status": 404, "text": '{"code": "trashed"}'}, "550-?.*PATH_NOT_FOUND"),
+    ("/d/**", {"status": 500, "text": "<html>never for the client</html>"}, "500.*INTERNAL_ERROR"),
+    ("/d/**", {"status": 404, "text": "<html>never for the client</html>"}, "550.*PATH_NOT_FOUND"),
+    ("/2.0/files/{id}/content", {"status": 302, "headers": {"Location": "file:///etc/passwd"}, "text": ""}, "500"),
+    ("/2.0/files/{id}/content", {"status": 302, "text": ""}, "500"),
+    ("/2.0/files/{id}/content", {"status": 302, "headers": {"Location": "http://127.0.0.1:1/x"}, "text": "", "times": 2},
      "500"),
 ])
 def test_box_refuses_a_download(files, box, server, path, row, words):
@@ -127,7 +127,7 @@ def test_box_refuses_a_download(files, box, server, path, row, words):
 
 def slow(box):
     """A Box that delivers one piece and then takes its time."""
-    box.fault(method="GET", path="/d/*", times=1, stall="answer", after=100_000, seconds=30)
+    box.fault(method="GET", path="/d/**", times=1, piece_bytes=100_000, piece_delay_ms=30_000)
 
 
 def test_a_client_that_closes_its_data_connection_stops_the_download(files, box, server):
@@ -176,7 +176,7 @@ def test_a_client_that_vanishes_takes_its_session_with_it(files, box, server):
 def test_a_box_that_falls_silent_is_given_up(tmp_path, files, box):
     server = Server(tmp_path, box, settings={"progress_timeout_ms": 700})
     client = server.ftp()
-    box.fault(method="GET", path="/d/*", times=2, stall="answer", after=1000, seconds=30)
+    box.fault(method="GET", path="/d/**", times=2, piece_bytes=1000, piece_delay_ms=30_000)
     with pytest.raises((ftplib.error_perm, ftplib.error_temp), match="^[45]"):
         fetch(client, "/fetch/data.bin")
     assert fetch(client, "/fetch/one") == b"1"

@@ -51,7 +51,7 @@ class Box(Program):
         self.token = "token-" + uuid.uuid4().hex
         super().__init__(
             [BUILD / "bin/tarvex-box-emulator", "--listen", "127.0.0.1:0", "--data", directory / "box", "--account",
-             f"alice:{self.token}", *arguments], directory, "emulator")
+             f"alice:{self.token}", "--quiet", *arguments], directory, "emulator")
         self.base = f"http://{self.address}"
         self.user_id = self.call("GET", "/2.0/users/me")["id"]
 
@@ -91,19 +91,22 @@ class Box(Program):
         return self.call("GET", f"/2.0/files/{file_id}/content", raw=True)
 
     def fault(self, **row):
-        """Adds one fault; see the emulator's --faults."""
+        """Adds one fault; its members are in the emulator's --help."""
         self.call("POST", "/_emulator/faults", [row])
 
     def clear_faults(self):
         self.call("DELETE", "/_emulator/faults")
 
     def journal(self, since=0):
-        return self.call("GET", f"/_emulator/journal?since={since}")["entries"]
+        return self.call("GET", f"/_emulator/journal?since={since}")
 
     def mark(self):
         """Where the journal stands: requests after it are `journal(mark)`."""
-        entries = self.journal()
-        return entries[-1]["seq"] if entries else 0
+        return self.call("GET", "/_emulator/journal/last")["number"]
+
+    def fill(self, folder, count, size, prefix="file-"):
+        """Many equal files at once."""
+        self.call("POST", "/_emulator/fill", {"folder": int(folder), "count": count, "bytes": size, "prefix": prefix})
 
 
 class Server(Program):
