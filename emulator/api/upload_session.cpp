@@ -97,7 +97,8 @@ void end_session(const call& of, const upload_session& session) {
 
 /// "sha=<base64>" in a Digest header, whatever the case of "sha". Throws 400.
 std::string digest_in(const call& of) {
-  for (const std::string_view each : split(of.in.header("Digest").value_or(""), ',')) {
+  const std::string header = of.in.header("Digest").value_or("");
+  for (const std::string_view each : split(header, ',')) {
     const std::string_view one = trim(each);
     if (!lower(one).starts_with("sha=")) continue;
     const auto digest = base64_decode(one.substr(4));
