@@ -249,14 +249,27 @@ tarvex_result_t exchange::judge() {
   const CURLMsg* const message = curl_multi_info_read(multi_, &left);
   if (message == nullptr) return fail(attempt::useless, "The request ended without an outcome.");
   const CURLcode code = message->data.result;
-  if (code == CURLE_OK || range_full_) return TARVEX_SUCCESS;
+  if (range_full_ || (code == CURLE_OK && head_.complete())) return TARVEX_SUCCESS;
+  // To libcurl all is well when a connection is closed within the headers.
+  if (code == CURLE_OK) return fail_transport(CURLE_PARTIAL_FILE, peer_, 0, detail_);
   long system_errno = 0;
   (void)curl_easy_getinfo(easy_, CURLINFO_OS_ERRNO, &system_errno);  // cannot fail for a known item
   return fail_transport(code, peer_, system_errno, detail_);
 }
 
+/// libcurl does not ask for a body of 0 bytes, but only its source knows whether it is over.
+tarvex_result_t exchange::check_empty_body() {
+  if (!plan_.send || plan_.length_bytes != 0U) return TARVEX_SUCCESS;
+  char byte = 0;
+  std::size_t amount = 0;
+  const tarvex_result_t result = source_.pull({&byte, 1}, amount);
+  if (result != TARVEX_SUCCESS || amount == 0) return result;
+  return fail(attempt::useless, "The request's body is longer than the 0 bytes that its length says.");
+}
+
 tarvex_result_t exchange::run() {
-  const tarvex_result_t driven = drive();
+  tarvex_result_t driven = check_empty_body();
+  if (driven == TARVEX_SUCCESS) driven = drive();
   first_failure outcome;
   outcome.note(driven);
   outcome.note(guarded([&] { return sink_.finish(driven == TARVEX_SUCCESS); }));

@@ -38,6 +38,7 @@ class exchange {
   [[nodiscard]] CURLcode set_options(const char* method, const target& where, const request_headers& headers);
   [[nodiscard]] CURLcode set_body_options(const char* method);
   [[nodiscard]] CURLcode set_callbacks();
+  [[nodiscard]] tarvex_result_t check_empty_body();
   [[nodiscard]] tarvex_result_t drive();
   [[nodiscard]] tarvex_result_t drive_once(bool& running);
   [[nodiscard]] tarvex_result_t report_progress();

@@ -7,7 +7,7 @@
 namespace tarvex::rest {
 namespace {
 
-constexpr std::size_t head_limit_bytes = 1 << 20;
+constexpr std::size_t head_limit_bytes = 256 << 10;
 
 std::string_view trim(std::string_view text) noexcept {
   constexpr std::string_view blanks = " \t\r\n";

@@ -19,7 +19,7 @@ struct header_line {
 class response_head {
  public:
   /// Takes one line as libcurl hands it over, with its line end. `status` is that of the block that the line belongs
-  /// to. A head of more than 1 MiB is an error.
+  /// to. A head of more than 256 KiB is an error.
   [[nodiscard]] tarvex_result_t add_line(std::string_view line, int status);
 
   [[nodiscard]] bool complete() const noexcept { return complete_; }

@@ -1,0 +1,77 @@
+#include "fake_operation.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "http_fixture.h"
+
+tarvex_gfs_operation_s::tarvex_gfs_operation_s() : io_thread_([this] { complete_all(); }) {}
+
+tarvex_gfs_operation_s::~tarvex_gfs_operation_s() {
+  const std::lock_guard lock(mutex_);
+  stopping_ = true;
+  changed_.notify_all();
+}
+
+tarvex_result_t tarvex_gfs_operation_s::enqueue(std::function<void()> completion) {
+  const std::lock_guard lock(mutex_);
+  queue_.push(std::move(completion));
+  most_in_flight = std::max(most_in_flight, reads + writes - completed);
+  changed_.notify_all();
+  return TARVEX_SUCCESS;
+}
+
+void tarvex_gfs_operation_s::complete_all() {
+  for (std::unique_lock lock(mutex_);;) {
+    changed_.wait(lock, [this] { return stopping_ || !queue_.empty(); });
+    if (queue_.empty()) return;
+    const auto completion = std::move(queue_.front());
+    queue_.pop();
+    ++completed;
+    lock.unlock();
+    if (before) before();
+    completion();
+    lock.lock();
+  }
+}
+
+// These stand in for the server library's functions of the same names.
+
+tarvex_result_t tarvex_gridftp_server_register_read(tarvex_gfs_operation_t op, unsigned char* buffer, size_t length,
+                                                    tarvex_gridftp_server_read_cb_t callback, void* user_arg) {
+  const std::size_t number = op->reads++;
+  if (number == op->refused_read) return test_failure("read refused");
+  return op->enqueue([=] {
+    const std::size_t offset = op->sent, left = op->sends.size() - offset;
+    const std::size_t amount = std::min({length, left, op->piece_bytes});
+    tarvex_result_t result = TARVEX_SUCCESS;
+    if (number == op->failing_read) result = test_failure("read failed");
+    if (length == 0 && left > 0) result = test_failure("too much data");
+    std::memcpy(buffer, op->sends.data() + offset, amount);
+    op->sent += amount;
+    const bool over = amount == left && (op->eof_with_data || amount == 0);
+    callback(op, result, buffer, amount, static_cast<tarvex_off_t>(offset), over || result != TARVEX_SUCCESS, user_arg);
+    tarvex_result_release(result);
+  });
+}
+
+tarvex_result_t tarvex_gridftp_server_register_write(tarvex_gfs_operation_t op, unsigned char* buffer, size_t length,
+                                                     tarvex_off_t offset, int,
+                                                     tarvex_gridftp_server_write_cb_t callback, void* user_arg) {
+  if (op->writes == op->refused_write) return test_failure("write refused");
+  return op->enqueue([=, number = op->writes++] {
+    tarvex_result_t result = TARVEX_SUCCESS;
+    if (number >= op->failing_write) result = test_failure("write failed");
+    if (number == 0) op->got_offset = offset;
+    const bool in_order = offset == op->got_offset + static_cast<tarvex_off_t>(op->got.size());
+    if (result == TARVEX_SUCCESS && !in_order) op->got_offset = -1;
+    if (result == TARVEX_SUCCESS) op->got.append(reinterpret_cast<char*>(buffer), length);
+    callback(op, result, buffer, length, user_arg);
+    tarvex_result_release(result);
+  });
+}
+
+void tarvex_gridftp_server_update_bytes_recvd(tarvex_gfs_operation_t op, tarvex_off_t nbytes) {
+  op->counted += nbytes;
+}
