@@ -1,5 +1,6 @@
 #include "core_session_fixture.h"
 
+#include <unistd.h>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -213,6 +214,32 @@ TEST_F(SessionTest, TerminationEndsRunningTransfers) {
   EXPECT_EQ(reply().substr(0, 4), "421 ");
   EXPECT_TRUE(ended());
   EXPECT_EQ(script.destroyed, 1);
+}
+
+TEST_F(SessionTest, HangingStorageDoesNotKeepTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  script.send = [](auto, auto*) {
+    while (true) pause();
+  };
+  const auto run = [&] {
+    log_in();
+    const loopback_socket data = passive();
+    control.write("RETR file\r\n");
+    close_session();
+  };
+  EXPECT_EXIT(run(), testing::ExitedWithCode(1), "the storage hangs");
+}
+
+TEST_F(SessionTest, IdleClientsAreSentAway) {
+  config.idle_timeout_s = 1;
+  script.send = [](auto op, auto*) { send_without_end(op); };
+  log_in();
+  const loopback_socket data = passive();
+  EXPECT_EQ(command("RETR file").substr(0, 4), "150 ");
+  EXPECT_EQ(reply(), "426 The client took no data for too long.\r\n");
+  EXPECT_EQ(command("NOOP").substr(0, 4), "200 ");
+  EXPECT_EQ(reply().substr(0, 4), "421 ");
+  EXPECT_TRUE(ended());
 }
 
 /// A storage that breaks the rule of one completion is answered for with 451, and the session goes on.
