@@ -270,7 +270,8 @@ int listener_run(const configuration& config, storage& storage) {
     return 1;
   }
   signal(SIGPIPE, SIG_IGN);
-  if (!config.tls_certificate.empty()) log_warning("[tls] is set, but TLS is not offered yet: logins are in plain text");
+  if (!config.tls_certificate.empty())
+    log_warning("[tls] is set, but TLS is not offered yet: logins are in plain text");
   announce(self);
   serve(self);
   end_sessions(self);
