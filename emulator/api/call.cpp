@@ -14,8 +14,8 @@
 namespace tarvex::emulator {
 namespace {
 
-constexpr std::size_t MAX_JSON_BYTES = 16 * 1024 * 1024;
-constexpr std::size_t MAX_JOURNAL_BYTES = 64 * 1024;
+constexpr std::size_t MAX_JSON_BYTES = 16UL * 1024 * 1024;
+constexpr std::size_t MAX_JOURNAL_BYTES = 64UL * 1024;
 
 const std::filesystem::path& made(const std::filesystem::path& directory) {
   std::filesystem::create_directories(directory);
@@ -72,7 +72,7 @@ std::int64_t call::id(std::size_t index) const {
 
 std::string call::body_text(std::size_t most_bytes) {
   std::string text;
-  std::string buffer(64 * 1024, '\0');
+  std::string buffer(64UL * 1024, '\0');
   while (const std::size_t got = in.body->read(buffer)) {
     text.append(buffer, 0, got);
     if (text.size() > most_bytes) throw box_problem("request_entity_too_large");

@@ -30,7 +30,7 @@ namespace {
 
 using field = item_view::field;
 
-constexpr std::int64_t TRASH_LIFE_S = 30 * 86400;
+constexpr std::int64_t TRASH_LIFE_S = 30L * 86400;
 constexpr unsigned ALL = field::FOLDER | field::FILE | field::LINK;
 constexpr std::int64_t CONTENTS_LIMIT = 100;
 

@@ -7,7 +7,7 @@
 namespace tarvex::emulator {
 namespace {
 
-constexpr std::size_t MAX_BODY_BYTES = 1024 * 1024;
+constexpr std::size_t MAX_BODY_BYTES = 1024UL * 1024;
 constexpr const char* TEMPLATE_ID = "properties-6bcba49f-ca6d-4d2a-a758-57fe6edf44d0";
 
 item subject_of(const call& of, item_type type) {

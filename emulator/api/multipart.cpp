@@ -8,8 +8,8 @@
 namespace tarvex::emulator {
 namespace {
 
-constexpr std::size_t BUFFER_BYTES = 1024 * 1024;
-constexpr std::size_t MAX_HEAD_BYTES = 16 * 1024;
+constexpr std::size_t BUFFER_BYTES = 1024UL * 1024;
+constexpr std::size_t MAX_HEAD_BYTES = 16UL * 1024;
 
 /// Where `needle`, which begins with CR, stands in `text`. Faster than a general search on data with few CRs.
 std::size_t find_delimiter(std::string_view text, std::string_view needle) {

@@ -6,9 +6,9 @@
 namespace tarvex::emulator {
 namespace {
 
-constexpr std::size_t MAX_FORM_BYTES = 64 * 1024;
+constexpr std::size_t MAX_FORM_BYTES = 64UL * 1024;
 constexpr std::int64_t CODE_LIFE_S = 30;
-constexpr std::int64_t REFRESH_LIFE_S = 60 * 86400;
+constexpr std::int64_t REFRESH_LIFE_S = 60L * 86400;
 
 problem oauth_problem(std::string_view error, std::string_view description) {
   const json_ptr body(json_object());

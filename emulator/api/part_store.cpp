@@ -9,7 +9,7 @@
 namespace tarvex::emulator {
 namespace {
 
-constexpr std::size_t BUFFER_BYTES = 256 * 1024;
+constexpr std::size_t BUFFER_BYTES = 256UL * 1024;
 
 struct byte_range {
   std::int64_t first = 0;
@@ -136,7 +136,7 @@ upload_part part_receive(call& of, const std::string& expected) {
   transaction hold(of.box.data);
   (void)session_open(of);  // it may have been aborted meanwhile
   check_overlap(of, *session, range);
-  const upload_part part{range.first, range.size(), new_part_id(), hex(expected)};
+  upload_part part{range.first, range.size(), new_part_id(), hex(expected)};
   of.box.sessions.add_part(*session, part);
   hold.commit();
   writer.accept();

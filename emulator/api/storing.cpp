@@ -18,7 +18,7 @@ std::int64_t add_version(const call& of, std::int64_t file, const file_bytes& by
 }  // namespace
 
 content_draft::content_draft(const content_store& in)
-    : in_(in), name_("draft-" + random_hex(12)), file_(in.open(name_, true)) {}
+    : in_(in), name_(std::string(DRAFT_PREFIX) + random_hex(12)), file_(in.open(name_, true)) {}
 
 content_draft::~content_draft() {
   if (temporary_) in_.remove(name_);

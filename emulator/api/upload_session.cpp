@@ -14,7 +14,7 @@
 namespace tarvex::emulator {
 namespace {
 
-constexpr std::int64_t MIB = 1024 * 1024;
+constexpr std::int64_t MIB = 1024L * 1024;
 constexpr std::int64_t MAX_LISTED_PARTS = 1000;
 
 std::int64_t part_size_for(const settings& set, std::int64_t file_size) {

@@ -44,7 +44,7 @@ void keep_asked(json_t* object, std::string_view fields) {
 }
 
 std::optional<std::string> token_of(const request& in) {
-  const auto header = in.header("Authorization");
+  auto header = in.header("Authorization");
   if (header && lower(*header).starts_with("bearer ")) return std::string(trim(std::string_view(*header).substr(7)));
   if (header) return header;
   return in.parameter("access_token");

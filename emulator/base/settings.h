@@ -16,7 +16,7 @@ struct settings {
   std::int64_t direct_upload_maximum = 0;
   std::int64_t chunked_minimum = 20000000;
   std::int64_t part_size = 0;
-  std::int64_t session_lifetime_s = 7 * 86400;
+  std::int64_t session_lifetime_s = 7L * 86400;
   bool session_conflict = false;
   std::int64_t commit_pending_count = 0;
   std::int64_t commit_pending_ms = 0;

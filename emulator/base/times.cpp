@@ -81,7 +81,7 @@ std::optional<std::int64_t> time_parse(std::string_view text) {
                     std::chrono::day(static_cast<unsigned>(field[2]));
   if (!date.ok()) return std::nullopt;
   const std::int64_t days = std::chrono::sys_days(date).time_since_epoch().count();
-  const std::int64_t seconds = days * 86400 + field[3] * 3600 + field[4] * 60 + field[5] - *offset * 60;
+  const std::int64_t seconds = days * 86400 + field[3] * 3600L + field[4] * 60L + field[5] - *offset * 60L;
   if (seconds < 0) return std::nullopt;
   return seconds;
 }

@@ -7,7 +7,7 @@
 namespace tarvex::emulator {
 namespace {
 
-constexpr std::size_t MAX_BODY_BYTES = 16 * 1024 * 1024;
+constexpr std::size_t MAX_BODY_BYTES = 16UL * 1024 * 1024;
 constexpr std::string_view PREFIX = "/_emulator/";
 
 response refused(const std::string& why) {
@@ -113,7 +113,7 @@ constexpr row ROWS[] = {
 
 std::string read_all(body_source& body) {
   std::string text;
-  std::string buffer(64 * 1024, '\0');
+  std::string buffer(64UL * 1024, '\0');
   while (const std::size_t got = body.read(buffer)) {
     text.append(buffer, 0, got);
     if (text.size() > MAX_BODY_BYTES) throw connection_lost();

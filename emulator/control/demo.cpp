@@ -26,7 +26,7 @@ constexpr row ROWS[] = {
      "A name beyond ASCII.\n", 0},
     {"data/", "", 0},
     {"data/measurements.csv", "time,value\n0,1.5\n1,1.75\n2,2.25\n", 0},
-    {"data/sample.bin", "", 5 * 1000 * 1000},
+    {"data/sample.bin", "", 5000000},
     {"data/empty.dat", "", 0},
     {"incoming/", "", 0},
 };

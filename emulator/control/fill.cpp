@@ -11,7 +11,7 @@
 namespace tarvex::emulator {
 namespace {
 
-constexpr std::size_t PIECE_BYTES = 1024 * 1024;
+constexpr std::size_t PIECE_BYTES = 1024UL * 1024;
 constexpr std::int64_t MOST_FILES = 1000000;
 
 void write_pattern(content_draft& draft, std::int64_t bytes) {

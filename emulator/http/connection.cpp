@@ -20,7 +20,7 @@ std::string head_text(const response& answer, bool keep) {
   std::string text = "HTTP/1.1 " + std::to_string(answer.status) + ' ';
   text += status_reason(answer.status);
   text += "\r\n";
-  for (const auto& [name, value] : answer.headers) text += name + ": " + value + "\r\n";
+  for (const auto& [name, value] : answer.headers) text.append(name).append(": ").append(value).append("\r\n");
   if (answer.how.chunked) {
     text += "Transfer-Encoding: chunked\r\n";
   } else if (answer.status != 204 && answer.status != 304) {

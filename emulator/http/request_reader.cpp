@@ -10,8 +10,8 @@ namespace tarvex::emulator {
 namespace http = boost::beast::http;
 namespace {
 
-constexpr std::size_t BUFFER_BYTES = 256 * 1024;
-constexpr std::uint32_t MAX_HEAD_BYTES = 64 * 1024;
+constexpr std::size_t BUFFER_BYTES = 256UL * 1024;
+constexpr std::uint32_t MAX_HEAD_BYTES = 64UL * 1024;
 
 /// What was read from the connection and not used yet.
 class input {

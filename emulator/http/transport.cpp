@@ -16,7 +16,7 @@
 namespace tarvex::emulator {
 namespace {
 
-constexpr std::size_t TLS_FILE_BUFFER_BYTES = 256 * 1024;
+constexpr std::size_t TLS_FILE_BUFFER_BYTES = 256UL * 1024;
 constexpr std::int64_t SENDFILE_MAX_BYTES = 1 << 30;
 
 /// False when the peer closes within that time. A half-closed peer (it sent all it had) counts as gone, too.

@@ -17,6 +17,10 @@ namespace {
 
 content_store::content_store(std::filesystem::path directory) : directory_(std::move(directory)) {
   std::filesystem::create_directories(directory_);
+  for (const auto& entry : std::filesystem::directory_iterator(directory_)) {
+    const std::string name = entry.path().filename();
+    if (name.starts_with(DRAFT_PREFIX)) remove(name);
+  }
 }
 
 descriptor content_store::open(std::string_view name, bool for_writing) const {

@@ -9,10 +9,14 @@
 
 namespace tarvex::emulator {
 
+/// How the names of contents that are still being received begin.
+inline constexpr std::string_view DRAFT_PREFIX = "draft-";
+
 /// The bytes of file versions and of upload sessions, one file each in one directory.
 class content_store {
  public:
-  /// Makes the directory where it is missing. Throws std::filesystem::filesystem_error.
+  /// Makes the directory where it is missing, and removes the drafts that a killed process left in it.
+  /// Throws std::filesystem::filesystem_error.
   explicit content_store(std::filesystem::path directory);
 
   /// Opens a content for reading (an empty descriptor when there is none), or for reading and writing (then it is made

@@ -8,6 +8,7 @@ namespace tarvex::emulator {
 /// `trashed` is 1 for what was deleted itself and 2 for what went with a folder above it. A folder's size is kept as
 /// the sum of what is in it.
 inline constexpr const char* SCHEMA = R"(
+PRAGMA busy_timeout = 10000;
 PRAGMA journal_mode = WAL;
 PRAGMA synchronous = NORMAL;
 CREATE TABLE IF NOT EXISTS counters(name TEXT PRIMARY KEY, value INTEGER NOT NULL) WITHOUT ROWID;
