@@ -76,9 +76,7 @@ TEST(BoxErrorTest, TakesOneNewKeyAtATime) {
 TEST(TranslateTest, TellsWhatAnAnswerMeans) {
   const struct {
     int status;
-    const char* body;
-    const char* retry_after;
-    const char* text;
+    const char *body, *retry_after, *text;
     bool retry;
   } rows[] = {
       {404, R"({"code":"not_found","context_info":{"errors":[{"name":"a.txt"}]}})", nullptr,

@@ -29,8 +29,7 @@ class NamespaceTest : public PluginTest {
 
 TEST_F(NamespaceTest, ParsesItems) {
   const struct {
-    const char* json;
-    const char* error;
+    const char *json, *error;
     int type;
     const char* parent;
     time_t modtime;
@@ -127,70 +126,55 @@ TEST_F(NamespaceTest, CachesByPath) {
 TEST_F(NamespaceTest, ListsPageByPage) {
   login();
   const std::string a = item_json("file", "1", "a"), twin = item_json("file", "2", "a");
-  struct Case {
-    const char* name;
-    std::vector<Answer> answers;
-    std::string error;
+  const Answer page = code(200, page_json({a})), malformed = code(200, R"({"entries":{}})");
+  const char* const no_array = "Json object not array when it was expected";
+  const struct {
     size_t items;
-    std::vector<const char*> markers;  ///< of the requests
-    std::vector<std::string> waits;
-  } const rows[] = {
-      {"two pages", {{.body = page_json({a, twin}, "\"m1\"")}, {.body = page_json({a})}}, "", 3, {"", "=m1"}, {}},
-      {"empty marker", {{.body = page_json({a}, "\"\"")}, {.body = page_json({})}}, "", 1, {"", "="}, {}},
-      {"no marker", {{.body = R"({"entries":[]})"}}, "", 0, {""}, {}},
-      {"no entries", {{.body = "{}"}}, "Json object not array when it was expected", 0, {""}, {}},
-      {"entries no array", {{.body = R"({"entries":{}})"}}, "Json object not array when it was expected", 0, {""}, {}},
-      {"no type", {{.body = page_json({a, "{}", a})}}, "Failed info_parse!", 1, {""}, {}},
-      {"no id", {{.body = page_json({R"({"type":"file","name":"x"})"})}}, "Failed info_parse!", 0, {""}, {}},
-      {"no body", {{}}, "System error in malloc: ", 0, {""}, {}},
-      {"an HTML page", {{.status = 502, .body = "<html>"}}, "INTERNAL_ERROR", 0, {""}, {}},
-      {"second page fails", {{.body = page_json({a}, "\"m\"")}, {.status = 404}}, "PATH_NOT_FOUND", 1, {"", "=m"}, {}},
-      {"retried", {{.transport = Answer::may_be_retried}, {.body = page_json({a})}}, "", 1, {"", ""}, {}},
-      {"retried twice",
-       {{.transport = Answer::may_be_retried}, {.transport = Answer::may_be_retried}},
-       "transport 7001",
-       0,
-       {"", ""},
-       {}},
-      {"not retried", {{.transport = Answer::is_final}}, "transport 7002", 0, {""}, {}},
-      {"busy", {{.status = 429}, {.body = page_json({a})}}, "", 1, {"", ""}, {}},
-      {"busy for 2 s",
-       {{.status = 429, .body = R"({"code":"rate_limit_exceeded"})", .headers = {{"Retry-After", "2"}}},
-        {.body = page_json({a})}},
-       "",
-       1,
-       {"", ""},
-       {"2.0"}},
-      {"odd status counts as success", {{.status = 418}}, "System error in malloc: ", 0, {""}, {}},
+    std::string markers, waits;  ///< of the requests
+    Row row;
+  } rows[] = {
+      {3, "&=m1&", "", {"two pages", {code(200, page_json({a, twin}, "\"m1\"")), page}, ""}},
+      {1, "&=&", "", {"empty marker", {code(200, page_json({a}, "\"\"")), code(200, page_json({}))}, ""}},
+      {0, "&", "", {"no marker", {code(200, R"({"entries":[]})")}, ""}},
+      {0, "&", "", {"no entries", {code(200, "{}")}, no_array}},
+      {0, "&", "", {"entries no array", {malformed}, no_array}},
+      {1, "&", "", {"no type", {code(200, page_json({a, "{}", a}))}, "Failed info_parse!"}},
+      {0, "&", "", {"no id", {code(200, page_json({R"({"type":"file","name":"x"})"}))}, "Failed info_parse!"}},
+      {0, "&", "", {"no body", {{}}, "System error in malloc: "}},
+      {0, "&", "", {"an HTML page", {code(502, "<html>")}, "INTERNAL_ERROR"}},
+      {1, "&=m&", "", {"second page fails", {code(200, page_json({a}, "\"m\"")), code(404)}, "PATH_NOT_FOUND"}},
+      {1, "&&", "", {"cut once", {cut, page}, ""}},
+      {0, "&&", "", {"cut twice", {cut, cut}, "transport 7001"}},
+      {0, "&", "", {"dead", {dead}, "transport 7002"}},
+      {1, "&&", "", {"busy", {code(429), page}, ""}},
+      {1, "&&", "2.0", {"busy for 2 s", {code(429, R"({"code":"rate_limit_exceeded"})", "2"), page}, ""}},
+      {0, "&", "", {"odd status", {code(418)}, "System error in malloc: "}},
   };
-  for (const Case& row : rows) {
-    SCOPED_TRACE(row.name);
-    box_script.answers.assign(row.answers.begin(), row.answers.end());
-    size_t items = 0;
+  for (const auto& [items, markers, waits, row] : rows) {
+    size_t seen = 0;
     const auto count = [](tarvex_box_session_t*, const char* base, tarvex_box_path_info_t* info, void* counter) {
-      EXPECT_STREQ(base, "/d");
-      EXPECT_STREQ(info->name, "a");
+      EXPECT_EQ(std::string(base) + info->name, "/da");
       ++*static_cast<size_t*>(counter);
       return tarvex_result_t{TARVEX_SUCCESS};
     };
-    EXPECT_THAT(text_of(tarvex_box_get_folder_items(session, "9", "/d", count, &items)),
-                testing::StartsWith(row.error));
-    EXPECT_EQ(items, row.items);
-    EXPECT_EQ(box_script.take_waits(), row.waits);
-    const auto lines = box_script.take_lines();
-    ASSERT_EQ(lines.size(), row.markers.size());
-    for (size_t i = 0; i < lines.size(); ++i) {
-      EXPECT_THAT(lines[i], HasSubstr("/2.0/folders/9/items?"));
-      EXPECT_THAT(lines[i], testing::EndsWith(std::string("&usemarker=true&marker") + row.markers[i] + "&limit=300"));
+    expect_rows({row},
+                [&](const char*) { return text_of(tarvex_box_get_folder_items(session, "9", "/d", count, &seen)); });
+    EXPECT_EQ(seen, items) << row.what;
+    EXPECT_EQ(testing::PrintToString(box_script.take_waits()), waits.empty() ? "{}" : "{ \"" + waits + "\" }");
+    std::string sent;
+    for (const std::string& line : box_script.take_lines()) {
+      EXPECT_THAT(line, HasSubstr("/2.0/folders/9/items?fields="));
+      const size_t at = line.find("&marker") + 7;
+      sent += line.substr(at, line.find("&limit=300") - at) + "&";
     }
-    EXPECT_TRUE(box_script.answers.empty());
+    EXPECT_EQ(sent, markers) << row.what;
   }
   EXPECT_STREQ(cached("/d/a")->id, "1");
 }
 
 TEST_F(NamespaceTest, FetchesAFileWithItsMetadata) {
   login();
-  box_script.expect({{.body = item_json("file", "5", "f", "4", R"(,"metadata":{})")}, {.body = "{}"}, {}});
+  box_script.expect({code(200, item_json("file", "5", "f", "4", R"(,"metadata":{})")), code(200, "{}"), {}});
   EXPECT_EQ(tarvex_box_get_file_info(session, "5", "/d", nullptr, nullptr), TARVEX_SUCCESS);
   EXPECT_TRUE(cached("/d/f")->has_metadata);
   EXPECT_EQ(box_script.sent[0].headers, std::vector<std::string>{"Authorization: Bearer T"});
@@ -204,19 +188,17 @@ TEST_F(NamespaceTest, FetchesAFileWithItsMetadata) {
 
 TEST_F(NamespaceTest, ResolvesPaths) {
   login({item_json("folder", "1", "a"), item_json("file", "2", "f")});
-  const Answer a_page = {.body = page_json({item_json("folder", "3", "b", "1"), item_json("file", "4", "g", "1")})};
+  const Answer a_page = code(200, page_json({item_json("folder", "3", "b", "1"), item_json("file", "4", "g", "1")}));
   const struct {
     const char* path;
     std::vector<Answer> answers;
-    const char* error;
-    const char* entry;
-    const char* parent;
+    const char *error, *entry, *parent;
   } rows[] = {
       {"/", {}, "", "0", "-"},
       {"/a", {}, "", "1", "0"},
       {"/none", {}, "PATH_NOT_FOUND\nGridFTP-Path: \"/none\"", "-", "0"},
       {"/none/x", {}, "PATH_NOT_FOUND\nGridFTP-Path: \"/none/x\"", "-", "-"},
-      {"/a/b", {{.status = 403}}, "PERMISSION_DENIED", "untouched", "untouched"},
+      {"/a/b", {code(403)}, "PERMISSION_DENIED", "untouched", "untouched"},
       {"/a/b", {a_page}, "", "3", "1"},
       {"/a/b", {}, "", "3", "1"},
       {"/a/missing", {}, "PATH_NOT_FOUND\nGridFTP-Path: \"/a/missing\"", "-", "1"},
@@ -224,7 +206,7 @@ TEST_F(NamespaceTest, ResolvesPaths) {
       {"/a/g/", {}, "", "4", "-"},
       {"/a/", {}, "", "1", "-"},
       {"/a//b", {}, "PATH_NOT_FOUND\nGridFTP-Path: \"/a//b\"", "-", "-"},
-      {"/f/x", {{.status = 404}}, "PATH_NOT_FOUND", "untouched", "untouched"},
+      {"/f/x", {code(404)}, "PATH_NOT_FOUND", "untouched", "untouched"},
       {"a", {}, "INVALID_PATH_NAME\nGridFTP-Path: \"a\"", "untouched", "untouched"},
       {"", {}, "INVALID_PATH_NAME\nGridFTP-Path: \"\"", "untouched", "untouched"},
   };
@@ -241,13 +223,13 @@ TEST_F(NamespaceTest, ResolvesPaths) {
 
 TEST_F(NamespaceTest, ListsAgainWhatHasMoved) {
   login({item_json("folder", "1", "a")});
-  box_script.expect({{.body = page_json({item_json("folder", "3", "b", "1")})}, {.body = page_json({})}});
+  box_script.expect({code(200, page_json({item_json("folder", "3", "b", "1")})), code(200, page_json({}))});
   ASSERT_EQ(resolve("/a/b/x").error, "PATH_NOT_FOUND\nGridFTP-Path: \"/a/b/x\"");
   free(std::exchange(cached("/a/b")->parent_id, strdup("77")));
-  box_script.expect({{.body = page_json({item_json("folder", "8", "b", "1")})}});
+  box_script.expect({code(200, page_json({item_json("folder", "8", "b", "1")}))});
   EXPECT_STREQ(resolve("/a/b").entry, "8");
   free(std::exchange(cached("/a/b")->parent_id, strdup("77")));
-  box_script.expect({{.body = page_json({})}});
+  box_script.expect({code(200, page_json({}))});
   EXPECT_STREQ(resolve("/a/b/x").parent, "-");
 }
 
@@ -260,7 +242,7 @@ TEST_F(NamespaceTest, ListsInBatches) {
       names.push_back("n" + std::to_string(i));
       items.push_back(item_json("file", "1" + std::to_string(i), names.back(), "1"));
     }
-    box_script.expect({{.body = page_json(items)}});
+    box_script.expect({code(200, page_json(items))});
     EXPECT_EQ(stat_path("/a", false), "");
     ASSERT_EQ(framework.batches.size(), (count + 1) / 100 + 1) << count;
     std::vector<std::string> seen;
@@ -284,12 +266,12 @@ TEST_F(NamespaceTest, ReportsStatsOnce) {
   EXPECT_THAT(framework.batches, ElementsAre(ElementsAre("(null)")));  // one entry, empty
   EXPECT_EQ(stat_path("/x", false), "PATH_NOT_FOUND\nGridFTP-Path: \"/x\"");
   EXPECT_THAT(framework.batches, ElementsAre(IsEmpty()));
-  box_script.expect({{.status = 404, .body = R"({"code":"not_found"})"}});
+  box_script.expect({code(404, R"({"code":"not_found"})")});
   EXPECT_THAT(stat_path("/f", false), HasSubstr("PATH_NOT_FOUND"));
   EXPECT_THAT(framework.batches, ElementsAre(ElementsAre(".")));
   EXPECT_FALSE(cached("/f")->listed);
   // The items of a folder asked for with a trailing slash go where no path leads, on purpose.
-  box_script.expect({{.body = page_json({item_json("file", "5", "x", "1")})}});
+  box_script.expect({code(200, page_json({item_json("file", "5", "x", "1")}))});
   EXPECT_EQ(stat_path("/a/", false), "");
   EXPECT_NE(cached("/a//x"), nullptr);
   EXPECT_TRUE(cached("/a")->listed);

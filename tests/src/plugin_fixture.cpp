@@ -147,7 +147,7 @@ PluginTest::~PluginTest() {
 }
 
 tarvex_box_session_t* PluginTest::login(const std::vector<std::string>& root_items) {
-  box_script.expect({{.body = page_json(root_items)}});
+  box_script.expect({code(200, page_json(root_items))});
   tarvex_gfs_session_info_t info = {.username = "alice", .remote_host = "::1"};
   tarvex_i_box_start(framework.op(), &info);
   EXPECT_EQ(framework.completions, 1);
@@ -166,27 +166,22 @@ Framework& PluginTest::next() {
 }
 
 std::string PluginTest::command(tarvex_gfs_command_type_t type, const char* path, const char* from) {
-  framework.completions = 0;
   tarvex_gfs_command_info_t info{};
   info.command = type;
   info.pathname = path;
   info.from_pathname = from;
-  tarvex_i_box_command(framework.op(), &info, session);
-  EXPECT_EQ(framework.completions, 1);
-  return framework.error;
+  return run(tarvex_i_box_command, info);
 }
 
 std::string PluginTest::cksm(const char* algorithm, const char* path, tarvex_off_t offset, tarvex_off_t length) {
-  framework.completions = 0;
   tarvex_gfs_command_info_t info{};
   info.command = TARVEX_GFS_CMD_CKSM;
   info.pathname = path;
   info.cksm_alg = algorithm;
   info.cksm_offset = offset;
   info.cksm_length = length;
-  tarvex_i_box_command(framework.op(), &info, session);
-  EXPECT_EQ(framework.completions, 1);
-  return framework.error.empty() ? framework.text : framework.error;
+  const std::string error = run(tarvex_i_box_command, info);
+  return error.empty() ? framework.text : error;
 }
 
 std::string PluginTest::stat_path(const char* path, bool file_only) {
@@ -194,23 +189,13 @@ std::string PluginTest::stat_path(const char* path, bool file_only) {
   tarvex_gfs_stat_info_t info{};
   info.file_only = file_only;
   info.pathname = path;
-  tarvex_i_box_stat(framework.op(), &info, session);
-  EXPECT_EQ(framework.completions, 1);
-  return framework.error;
+  return run(tarvex_i_box_stat, info);
 }
 
 std::string PluginTest::send(const char* path) {
-  framework.completions = 0;
-  tarvex_gfs_transfer_info_t info{.pathname = path, .alloc_size = 0, .truncate = false};
-  tarvex_i_box_send(framework.op(), &info, session);
-  EXPECT_EQ(framework.completions, 1);
-  return framework.error;
+  return run(tarvex_i_box_send, tarvex_gfs_transfer_info_t{.pathname = path, .alloc_size = 0, .truncate = false});
 }
 
 std::string PluginTest::recv(const char* path, uint64_t size, bool truncate) {
-  framework.completions = 0;
-  tarvex_gfs_transfer_info_t info{.pathname = path, .alloc_size = size, .truncate = truncate};
-  tarvex_i_box_recv(framework.op(), &info, session);
-  EXPECT_EQ(framework.completions, 1);
-  return framework.error;
+  return run(tarvex_i_box_recv, tarvex_gfs_transfer_info_t{.pathname = path, .alloc_size = size, .truncate = truncate});
 }

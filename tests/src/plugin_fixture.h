@@ -69,6 +69,31 @@ class PluginTest : public testing::Test {
   std::string send(const char* path);
   std::string recv(const char* path, uint64_t size, bool truncate = true);
 
+  /// Runs an entry point of the storage interface, which completes exactly once. \return the error's text.
+  template <typename Entry, typename Info>
+  std::string run(Entry entry, Info info) {
+    framework.completions = 0;
+    entry(framework.op(), &info, session);
+    EXPECT_EQ(framework.completions, 1);
+    return framework.error;
+  }
+  /// Each row's `call` gets the row's answers, uses them all, and yields a text that starts with the row's error.
+  struct Row {
+    const char* what;
+    std::vector<Answer> answers;
+    std::string error;
+  };
+  template <typename Call>
+  void expect_rows(const std::vector<Row>& rows, Call call) {
+    for (const Row& row : rows) {
+      SCOPED_TRACE(std::string(row.what) + ": " + row.error);
+      box_script.answers.assign(row.answers.begin(), row.answers.end());
+      const std::string error = call(row.what);
+      EXPECT_TRUE(row.error.empty() ? error.empty() : error.starts_with(row.error)) << error;
+      EXPECT_TRUE(box_script.answers.empty());
+    }
+  }
+
   std::filesystem::path home;
   Framework framework;
   tarvex_box_session_t* session = nullptr;

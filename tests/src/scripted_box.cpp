@@ -172,6 +172,12 @@ std::string page_json(const std::vector<std::string>& items, const std::string& 
   return R"({"entries":[)" + text + R"(],"next_marker":)" + marker + "}";
 }
 
+Answer code(int status, const std::string& body, const char* retry_after) {
+  Answer answer = {.status = status, .body = body};
+  if (retry_after != nullptr) answer.headers = {{"Retry-After", retry_after}};
+  return answer;
+}
+
 Answer redirect_answer(const std::string& location) {
   return {.status = 302, .headers = {{"Location", location}}};
 }

@@ -17,6 +17,11 @@ struct Answer {
   enum { arrives, may_be_retried, is_final } transport = arrives;  ///< how the exchange goes
 };
 
+/// An answer with this status, body and Retry-After header; exchanges that break off.
+Answer code(int status, const std::string& body = "", const char* retry_after = nullptr);
+inline const Answer cut = {.transport = Answer::may_be_retried};
+inline const Answer dead = {.transport = Answer::is_final};
+
 /// What went out: "METHOD URL?key=value&key", headers as "Key: value", and the body as its writer had it.
 struct Sent {
   std::string line;

@@ -51,44 +51,33 @@ TEST_F(SessionTest, StartsWithTheRootListed) {
 }
 
 TEST_F(SessionTest, RefusesToStart) {
-  const std::string creds = framework.config["creds"].front();
+  const std::string creds = framework.config["creds"].front(), internal = "INTERNAL_ERROR\nGridFTP-Error: ";
+  const std::string undated = R"({"access_token":"T","token_expiry":"soon","sub":"1","max_upload":1})";
   const struct {
-    const char* key;
     std::deque<std::string> value;
-    std::vector<Answer> answers;
-    const char* error;
+    Row row;
   } rows[] = {
-      {"config", {}, {}, "INTERNAL_ERROR\nGridFTP-Error: Missing storage gateway policy."},
-      {"config", {"{"}, {}, "Error loading collection storage policy: "},
-      {"config",
-       {R"({"user_api_rate_limit":"5"})"},
-       {},
-       "INTERNAL_ERROR\nGridFTP-Error: Error unpacking collection storage policy: "},
-      {"creds", {}, {}, "INTERNAL_ERROR\nGridFTP-Error: User's Box credentials are not available."},
-      {"creds", {"x"}, {}, "Error loading user credential: "},
-      {"creds", {"{}"}, {}, "INTERNAL_ERROR\nGridFTP-Error: Error unpacking user credential: "},
-      {"creds",
-       {R"({"access_token":"T","token_expiry":"soon","sub":"1","max_upload":1})"},
-       {},
-       "Error parsing time string: soon"},
-      {"creds", {creds}, {{.status = 401}}, "PERMISSION_DENIED"},
-      {"creds", {creds}, {{.transport = Answer::is_final}}, "transport 7002"},
+      {{}, {"config", {}, internal + "Missing storage gateway policy."}},
+      {{"{"}, {"config", {}, "Error loading collection storage policy: "}},
+      {{R"({"user_api_rate_limit":"5"})"}, {"config", {}, internal + "Error unpacking collection storage policy: "}},
+      {{}, {"creds", {}, internal + "User's Box credentials are not available."}},
+      {{"x"}, {"creds", {}, "Error loading user credential: "}},
+      {{"{}"}, {"creds", {}, internal + "Error unpacking user credential: "}},
+      {{undated}, {"creds", {}, "Error parsing time string: soon"}},
+      {{creds}, {"creds", {code(401)}, "PERMISSION_DENIED"}},
+      {{creds}, {"creds", {dead}, "transport 7002"}},
   };
-  for (const auto& row : rows) {
+  for (const auto& [value, row] : rows) {
     const auto before = framework.config;
-    framework.config[row.key] = row.value;
-    box_script.answers.assign(row.answers.begin(), row.answers.end());
-    EXPECT_THAT(start(), HasSubstr(row.error));
+    framework.config[row.what] = value;
+    expect_rows({row}, [&](const char*) { return start(); });
     EXPECT_EQ(framework.session, nullptr);
     EXPECT_EQ(framework.text, "(null)");
     framework.config = before;
   }
-}
-
-TEST_F(SessionTest, PolicyChangesTheRate) {
-  int rate = 16;
-  for (const auto& [text, expected] : std::vector<std::pair<const char*, int>>{
-           {"{}", 16}, {R"({"user_api_rate_limit":0})", 16}, {R"({"user_api_rate_limit":-3})", -3}}) {
+  for (const auto& [text, expected] :
+       {std::pair{R"({"user_api_rate_limit":0})", 16}, {R"({"user_api_rate_limit":-3})", -3}}) {
+    int rate = 16;
     EXPECT_EQ(tarvex_box_config_parse_json(text, &rate), TARVEX_SUCCESS);
     EXPECT_EQ(rate, expected);
   }
@@ -123,8 +112,7 @@ TEST_F(SessionTest, RenewsTheToken) {
   const struct {
     time_t expiry;
     std::deque<std::string> renewed;
-    const char* error;
-    const char* token;
+    const char *error, *token;
   } rows[] = {
       {now + 100, {}, "", "T"},
       {now + 99, {credential("2029-01-01T00:00:00.0+00:00")}, "", "N"},
@@ -183,7 +171,7 @@ TEST_F(SessionTest, ActivatesAndRegisters) {
   ASSERT_NE(table, nullptr);
   EXPECT_EQ(table->descriptor, 0x6b);
   EXPECT_EQ(table->stat_func, tarvex_i_box_stat);
-  box_script.expect({{.status = 401}});
+  box_script.expect({code(401)});
   EXPECT_EQ(start(), "PERMISSION_DENIED");
   EXPECT_THAT(box_script.take_lines(), ElementsAre(HasSubstr("GET http://127.0.0.1:1/2.0/folders/0/items?")));
   EXPECT_EQ(tarvex_module_deactivate(&tarvex_gridftp_server_box_module), 0);
@@ -192,7 +180,7 @@ TEST_F(SessionTest, ActivatesAndRegisters) {
   unsetenv("TARVEX_BOX_API_BASE");
   ASSERT_EQ(tarvex_module_activate(&tarvex_gridftp_server_box_module), 0);
   EXPECT_EQ(tarvex_module_deactivate(&tarvex_gridftp_server_box_module), 0);
-  box_script.expect({{.status = 429, .headers = {{"Retry-After", "60"}}}, {.status = 503}});
+  box_script.expect({code(429, "", "60"), code(503)});
   EXPECT_EQ(start(), "INTERNAL_ERROR");
   EXPECT_THAT(box_script.take_lines(), ElementsAre(root_listing, root_listing));
   EXPECT_THAT(box_script.take_waits(), ElementsAre("25.0"));
@@ -204,7 +192,7 @@ TEST_F(SessionTest, TracesByLevel) {
   ASSERT_EQ(tarvex_module_activate(&tarvex_i_box_common_module), 0);
   auto& handle = tarvex_i_TARVEX_BOX_debug_handle;
   box_script.now.tv_usec = 5;
-  box_script.expect({{.status = 404}});
+  box_script.expect({code(404)});
   EXPECT_EQ(start(), "PATH_NOT_FOUND");
   const std::string self = std::to_string(tarvex_thread_self());
   const std::string process = std::to_string(getpid());

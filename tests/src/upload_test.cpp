@@ -20,14 +20,12 @@ class UploadTest : public PluginTest {
   ~UploadTest() override { tarvex_i_box_chunked_minimum = 52428800; }
 
   static Answer session_answer(const char* text = R"({"id":"S","part_size":4,"total_parts":3})") {
-    return {.status = 201, .body = text};
+    return code(201, text);
   }
   static Answer part_answer(int number) {
-    return {.body = R"({"part":{"part_id":")" + std::to_string(number) + "\"}}"};
+    return code(200, R"({"part":{"part_id":")" + std::to_string(number) + "\"}}");
   }
-  static Answer stored_answer(const char* name = "n") {
-    return {.status = 201, .body = page_json({item_json("file", "77", name)})};
-  }
+  static Answer stored_answer(const char* name = "n") { return code(201, page_json({item_json("file", "77", name)})); }
   /// The ten bytes "0123456789" as they arrive, the end of the data on its own.
   void client_sends() { framework.blocks = {{"01"}, {"23"}, {"4567"}, {"89"}, {"", true}}; }
 };
@@ -51,80 +49,46 @@ TEST_F(UploadTest, SendsSmallFilesInOneRequest) {
 }
 
 TEST_F(UploadTest, JudgesSmallUploads) {
-  const struct {
-    std::vector<Answer> answers;
-    const char* error;
-  } rows[] = {
-      {{{.transport = Answer::may_be_retried}}, "transport 7001"},  // the data cannot be sent twice
-      {{{.status = 429}}, "TOO_BUSY"},
-      {{{.status = 201}}, "No metadata response after upload."},
-      {{{.status = 201, .body = "{}"}}, ""},
-      {{{.status = 201, .body = R"({"entries":{}})"}}, ""},
-      {{{.status = 201, .body = R"({"entries":[{}]})"}}, "Failed info_parse!"},
-      {{{.status = 201, .body = R"({"entries":[{"type":"file"}]})"}}, "Failed cache update!"},
-  };
-  for (const auto& row : rows) {
-    next();
-    box_script.answers.assign(row.answers.begin(), row.answers.end());
-    EXPECT_EQ(recv("/n", 0), row.error);
-    EXPECT_EQ(framework.begun, 1);
-    EXPECT_THAT(box_script.sent.back().body, HasSubstr(R"({"name":"n","parent":{"id":"0"}})"));
-  }
+  expect_rows({{"cut", {cut}, "transport 7001"},  // the data cannot be sent twice
+               {"busy", {code(429)}, "TOO_BUSY"},
+               {"no body", {code(201)}, "No metadata response after upload."},
+               {"no entries", {code(201, "{}")}, ""},
+               {"entries no array", {code(201, R"({"entries":{}})")}, ""},
+               {"no type", {code(201, R"({"entries":[{}]})")}, "Failed info_parse!"},
+               {"no id", {code(201, R"({"entries":[{"type":"file"}]})")}, "Failed cache update!"}},
+              [&](const char*) { return recv("/n", 0); });
+  EXPECT_EQ(framework.begun, 7);
+  EXPECT_THAT(box_script.sent.back().body, HasSubstr(R"({"name":"n","parent":{"id":"0"}})"));
   next().modification_time_fails = true;
   EXPECT_EQ(recv("/n", 0), "no time");
   EXPECT_EQ(framework.begun, 0);
 }
 
 TEST_F(UploadTest, MakesRoomBeforeItStores) {
-  const struct {
-    const char* path;
-    uint64_t size;
-    std::vector<Answer> answers;
-    const char* error;
-  } rows[] = {
-      {"/", 1, {}, ""},  // success, with nothing stored, on purpose
-      {"/x/y", 1, {}, "PATH_NOT_FOUND\nGridFTP-Path: \"/x/y\""},
-      {"/d",
-       1,
-       {},
-       "Path is a folder.\nBox-Details: \"A file with this name already exists and must be deleted before "
-       "upload, but deletion failed.\""},
-      {"/f",
-       200000001,
-       {{.status = 204}},
-       "QUOTA_EXCEEDED\nBox-Path: \"/f\"\nBox-Upload-Size: \"200000001\"\nBox-Max-Upload-Size: \"200000000\"\n"
-       "Box-Error: \"Upload size is too large.\""},
-      {"/f", 1, {stored_answer("f")}, ""},
-      {"/f",
-       1,
-       {{.status = 403}},
-       "PERMISSION_DENIED\nBox-Details: \"A file with this name already exists and must be "
-       "deleted before upload, but deletion failed.\""},
-  };
-  for (const auto& row : rows) {
-    next();
-    box_script.sent.clear();
-    box_script.answers.assign(row.answers.begin(), row.answers.end());
-    EXPECT_EQ(recv(row.path, row.size), row.error);
-    EXPECT_TRUE(box_script.answers.empty());
-  }
-  next();
-  box_script.expect({stored_answer("g"), {.status = 204}, stored_answer("g")});
-  for (int i = 0; i < 2; ++i) EXPECT_EQ(recv("/g", 1), "");
-  EXPECT_EQ(box_script.sent[box_script.sent.size() - 2].line, "DELETE https://api.box.com/2.0/files/77");
+  const std::string failed =
+      "\nBox-Details: \"A file with this name already exists and must be deleted before upload, but deletion failed.\"";
+  const auto one_byte = [&](const char* path) { return recv(path, 1); };
+  expect_rows({{"/", {}, ""},  // success, with nothing stored, on purpose
+               {"/x/y", {}, "PATH_NOT_FOUND\nGridFTP-Path: \"/x/y\""},
+               {"/d", {}, "Path is a folder." + failed},
+               {"/g", {stored_answer("g")}, ""},
+               {"/g", {code(204), stored_answer("g")}, ""}},
+              one_byte);
+  EXPECT_EQ(box_script.sent[1].line, "DELETE https://api.box.com/2.0/files/77");
+  const auto too_large = [&](const char* path) { return recv(path, 200000001); };
+  expect_rows({{"/f",
+                {code(204)},
+                "QUOTA_EXCEEDED\nBox-Path: \"/f\"\nBox-Upload-Size: \"200000001\"\nBox-Max-Upload-Size: "
+                "\"200000000\"\nBox-Error: \"Upload size is too large.\""}},
+              too_large);
+  expect_rows({{"/g", {code(403)}, "PERMISSION_DENIED" + failed}}, one_byte);
 }
 
 TEST_F(UploadTest, SendsLargeFilesInParts) {
   next().modification_time = 0;
   client_sends();
-  box_script.expect({session_answer(),
-                     part_answer(1),
-                     part_answer(2),
-                     part_answer(3),
-                     {.status = 202, .body = "{}"},
-                     {.status = 202},
-                     stored_answer(),
-                     {.status = 201}});
+  box_script.expect({session_answer(), part_answer(1), part_answer(2), part_answer(3), code(202, "{}"), code(202),
+                     stored_answer(), code(201)});
   EXPECT_EQ(recv("/n", 10), "");
   EXPECT_EQ(framework.received, 10);
   ASSERT_EQ(box_script.sent.size(), 8u);
@@ -161,78 +125,42 @@ TEST_F(UploadTest, SendsLargeFilesInParts) {
 }
 
 TEST_F(UploadTest, FailsAtEachStepOfAnUploadInParts) {
-  const Answer again = {.transport = Answer::may_be_retried};
+  const Answer opened = session_answer(), single = session_answer(R"({"id":"S","part_size":4,"total_parts":1})");
+  const Answer part = part_answer(1), later = code(202);
+  const std::string unusable = "Failed to parse session info!\n", lost = "cable pulled";
+  const std::deque<Block> whole = {{"0123"}, {"4567"}, {"89"}, {"", true}}, one = {{"0123", true}};
   const struct {
-    const char* name;
-    std::vector<Answer> answers;
     std::deque<Block> blocks;
-    std::string error;
+    Row row;
   } rows[] = {
-      {"session refused", {{.status = 403}}, {}, "PERMISSION_DENIED"},
-      {"session tried three times", {again, {.status = 429}, again}, {}, "transport 7001"},
-      {"session without a body", {{.status = 201}}, {}, "System error in malloc: "},
-      {"no parts",
-       {session_answer(R"({"part_size":0,"total_parts":0})")},
-       {},
-       "Failed to parse session info!\nInvalid number of parts!"},
-      {"no size",
-       {session_answer(R"({"part_size":0,"total_parts":1})")},
-       {},
-       "Failed to parse session info!\nInvalid part size!"},
-      {"size not told", {session_answer(R"({"id":"S","total_parts":1})")}, {}, "Invalid part size!"},
-      {"parts not told", {session_answer(R"({"id":"S","part_size":4})")}, {}, "Operation failed."},
-      {"client lost", {session_answer()}, {{"01"}, {"2", false, true}}, "cable pulled"},
-      {"client lost at the end",
-       {session_answer(), part_answer(1), part_answer(2)},
-       {{"0123"}, {"4567"}, {"89"}, {"", false, true}},
-       "cable pulled"},
-      {"part tried three times", {session_answer(), again, {.status = 429}, {.status = 429}}, {{"0123"}}, "TOO_BUSY"},
-      {"part without a body", {session_answer(), {}}, {{"0123"}}, "System error in malloc: "},
-      {"last part's answer is odd",
-       {session_answer(), part_answer(1), part_answer(2), {.body = "{}"}},
-       {{"0123"}, {"4567"}, {"89"}, {"", true}},
-       "invalid part upload response"},
-      {"never ready",
-       {session_answer(R"({"id":"S","part_size":4,"total_parts":1})"),
-        part_answer(1),
-        {.status = 202},
-        {.status = 202},
-        {.status = 202},
-        {.status = 202},
-        {.status = 202}},
-       {{"0123"}, {"", true}},
-       "Upload is not ready to commit."},
-      {"commit refused",
-       {session_answer(R"({"id":"S","part_size":4,"total_parts":1})"),
-        part_answer(1),
-        {.status = 412, .body = R"({"code":"bad_digest"})"}},
-       {{"0123", true}},
-       "INCORRECT_CHECKSUM"},
-      {"metadata refused",
-       {session_answer(R"({"id":"S","part_size":4,"total_parts":1})"),
-        part_answer(1),
-        stored_answer(),
-        {.status = 401}},
-       {{"0123", true}},
-       "PERMISSION_DENIED"},
+      {{}, {"session refused", {code(403)}, "PERMISSION_DENIED"}},
+      {{}, {"session tried three times", {cut, code(429), cut}, "transport 7001"}},
+      {{}, {"session without a body", {code(201)}, "System error in malloc: "}},
+      {{}, {"no parts", {session_answer(R"({"part_size":0,"total_parts":0})")}, unusable + "Invalid number of parts!"}},
+      {{}, {"no size", {session_answer(R"({"part_size":0,"total_parts":1})")}, unusable + "Invalid part size!"}},
+      {{}, {"size not told", {session_answer(R"({"id":"S","total_parts":1})")}, "Invalid part size!"}},
+      {{}, {"parts not told", {session_answer(R"({"id":"S","part_size":4})")}, "Operation failed."}},
+      {{{"01"}, {"2", false, true}}, {"client lost", {opened}, lost}},
+      {{{"0123"}, {"4567"}, {"89"}, {"", false, true}}, {"client lost at the end", {opened, part, part}, lost}},
+      {whole, {"part tried three times", {opened, cut, code(429), code(429)}, "TOO_BUSY"}},
+      {whole, {"part without a body", {opened, {}}, "System error in malloc: "}},
+      {whole, {"last answer is odd", {opened, part, part, code(200, "{}")}, "invalid part upload response"}},
+      {one, {"never ready", {single, part, later, later, later, later, later}, "Upload is not ready to commit."}},
+      {one, {"refused", {single, part, code(412, R"({"code":"bad_digest"})")}, "INCORRECT_CHECKSUM"}},
+      {one, {"no metadata", {single, part, stored_answer(), code(401)}, "PERMISSION_DENIED"}},
   };
-  int number = 0;
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
-    next().blocks = row.blocks;
-    box_script.answers.assign(row.answers.begin(), row.answers.end());
-    EXPECT_THAT(recv(("/n" + std::to_string(number++)).c_str(), 10), StartsWith(row.error));
-    EXPECT_TRUE(box_script.answers.empty());
+  for (const auto& [blocks, row] : rows) {
+    next().blocks = blocks;
+    expect_rows({row}, [&](const char* what) { return recv((std::string("/") + what).c_str(), 10); });
   }
   EXPECT_THAT(box_script.take_waits(), ElementsAre("1.0", "3.0", "7.0", "15.0"));
   next().register_fails = true;
-  box_script.expect({session_answer()});
-  EXPECT_EQ(recv("/n", 10), "Operation failed.");
+  expect_rows({{"no read", {opened}, "Operation failed."}}, [&](const char*) { return recv("/n", 10); });
 }
 
 TEST_F(UploadTest, ContinuesAtAPart) {
   client_sends();
-  box_script.expect({session_answer(), part_answer(1), {.status = 403}});
+  box_script.expect({session_answer(), part_answer(1), code(403)});
   EXPECT_EQ(recv("/n", 10), "PERMISSION_DENIED");
   const struct { tarvex_off_t offset, length; } refused[] = {{3, -1}, {4, 6}, {-4, -1}};
   for (const auto& row : refused) {
@@ -249,7 +177,7 @@ TEST_F(UploadTest, ContinuesAtAPart) {
   next().write_range = {4, 10};
   framework.blocks = {{"4567"}, {"89", true}};
   box_script.sent.clear();
-  box_script.expect({part_answer(2), part_answer(3), {.status = 412}});
+  box_script.expect({part_answer(2), part_answer(3), code(412)});
   EXPECT_EQ(recv("/n", 10, false), "No metadata response after upload.");  // a bare 412 passes for a success
   EXPECT_THAT(box_script.sent[2].body, StartsWith(R"({"parts":[{"part_id":"1"},{"part_id":"2"},{"part_id":"3"}]})"));
   // The part list went with the commit: there is nothing to continue any more.
