@@ -3,7 +3,6 @@
 #include "text.h"
 
 #include <openssl/evp.h>
-#include <strings.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -43,8 +42,11 @@ constexpr auto NAMES = [] {
   return names;
 }();
 
-bool same_name(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
+const algorithm_row* find(std::string_view algorithm) {
+  const auto row = std::find_if(std::begin(ALGORITHMS), std::end(ALGORITHMS), [&](const algorithm_row& candidate) {
+    return same_word(algorithm, candidate.name) || same_word(algorithm, candidate.alias);
+  });
+  return algorithm.empty() || row == std::end(ALGORITHMS) ? nullptr : &*row;
 }
 
 std::string hex(std::span<const unsigned char> bytes) {
@@ -64,22 +66,26 @@ std::span<const std::string_view> checksum_names() {
   return NAMES;
 }
 
+std::string_view checksum_name(std::string_view algorithm) {
+  const algorithm_row* const row = find(algorithm);
+  return row ? row->name : std::string_view();
+}
+
 void checksum_stream::free_digest::operator()(evp_md_ctx_st* digest) const noexcept {
   EVP_MD_CTX_free(digest);
 }
 
 std::optional<checksum_stream> checksum_stream::create(std::string_view algorithm) {
-  for (const algorithm_row& row : ALGORITHMS) {
-    if (algorithm.empty() || (!same_name(algorithm, row.name) && !same_name(algorithm, row.alias))) continue;
-    checksum_stream made;
-    made.add_ = row.add;
-    made.sum_ = row.start;
-    if (row.digest == nullptr) return made;
-    made.digest_.reset(EVP_MD_CTX_new());
-    if (made.digest_ == nullptr || EVP_DigestInit_ex(made.digest_.get(), row.digest(), nullptr) != 1) break;
-    return made;
-  }
-  return std::nullopt;
+  const algorithm_row* const row = find(algorithm);
+  if (row == nullptr) return std::nullopt;
+  checksum_stream made;
+  made.add_ = row->add;
+  made.sum_ = row->start;
+  if (row->digest == nullptr) return made;
+  made.digest_.reset(EVP_MD_CTX_new());
+  if (made.digest_ == nullptr || EVP_DigestInit_ex(made.digest_.get(), row->digest(), nullptr) != 1)
+    return std::nullopt;
+  return made;
 }
 
 void checksum_stream::update(std::span<const std::byte> bytes) {

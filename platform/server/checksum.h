@@ -15,10 +15,14 @@ namespace tarvex::server {
 /// The algorithms that checksum_stream knows, by the names that FEAT lists.
 std::span<const std::string_view> checksum_names();
 
+/// Which of checksum_names an algorithm is that a client names so: case does not matter, and SHA-1, SHA-256 and
+/// SHA-512 are known too. Empty: none.
+std::string_view checksum_name(std::string_view algorithm);
+
 /// A checksum in the making. One thread at a time.
 class checksum_stream {
  public:
-  /// \param algorithm  one of checksum_names, or SHA-1, SHA-256, SHA-512; case does not matter
+  /// \param algorithm  as for checksum_name
   /// \return nothing for an algorithm that is not known or that OpenSSL does not permit.
   [[nodiscard]] static std::optional<checksum_stream> create(std::string_view algorithm);
 

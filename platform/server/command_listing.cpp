@@ -55,6 +55,7 @@ std::string batch_lines(const listing_request& request, const tarvex_gridftp_ser
 std::unique_ptr<operation> listing_operation(session& session, const listing_request& request,
                                              std::function<void(std::string)> take) {
   auto op = operation_make(session, operation_kind::stat, request.verb, request.path);
+  op->lists = true;
   op->work = [](operation& started) {
     tarvex_gfs_stat_info_t info{false, false, true, false, started.path.c_str()};
     started.session.setup.storage->interface->stat_func(&started, &info, started.session.storage.session);
@@ -79,6 +80,7 @@ void listing_send(session& session, const listing_request& request) {
   auto op =
       listing_operation(session, request, [channel](std::string lines) { push_text(*channel, std::move(lines)); });
   op->transfer = channel;
+  op->rewind = [channel](operation&) { return !channel->begun(); };
   op->done = [](operation& over) { transfer_answer(over); };
   operation_start(session, std::move(op));
 }
@@ -161,6 +163,7 @@ void status_send(session& session, const listing_request& request) {
     if (!std::exchange(*opened, true)) text->add(text, status_opening(path));
     text->add(text, lines_indented(lines));
   });
+  op->rewind = [opened](operation&) { return !*opened; };
   op->done = [opened](operation& over) {
     if (operation_succeeded(over)) return session_reply(over.session, 213, "End.");
     command_log_failure(over);

@@ -48,6 +48,7 @@ void log_in(operation& op, login_attempt& attempt) {
     op.finished = true;
     return;
   }
+  session.others.open(session.setup.changes, session.login.who.name);
   const std::string peer = session.control.peer().host;
   tarvex_gfs_session_info_t info{attempt.user.c_str(), peer.c_str()};
   storage.interface->init_func(&op, &info);

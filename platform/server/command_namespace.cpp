@@ -36,8 +36,7 @@ void command_cdup(session& session, const std::string&) {
 void command_size(session& session, const std::string& argument) {
   const auto path = path_argument(session, argument);
   if (!path) return;
-  stat_start(session, "SIZE", *path, [path = *path](server::session& of, const item_stat& item) {
-    if (item.folder()) return session_reply(of, 550, path + ": not a file.");
+  file_stat_start(session, "SIZE", *path, [](server::session& of, const item_stat& item) {
     session_reply(of, 213, std::to_string(std::max<tarvex_off_t>(item.stat.size, 0)));
   });
 }

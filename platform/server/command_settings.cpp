@@ -3,8 +3,8 @@
 #include "command_handlers.h"
 #include "command_table.h"
 #include "session_state.h"
+#include "text.h"
 
-#include <strings.h>
 #include <algorithm>
 #include <array>
 #include <span>
@@ -14,10 +14,6 @@ namespace tarvex::server {
 namespace {
 
 constexpr auto FACTS = std::to_array<std::string_view>({"type", "size", "modify", "perm", "UNIX.mode", "unique"});
-
-bool same_text(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
-}
 
 /// "type*;size*;": the selected facts starred, as FEAT shows them.
 std::string facts_starred(unsigned selected) {
@@ -35,7 +31,7 @@ unsigned facts_parse(std::string_view names) {
   while (!names.empty()) {
     const std::string_view name = names.substr(0, names.find(';'));
     for (std::size_t i = 0; i < FACTS.size(); ++i) {
-      if (same_text(name, FACTS[i])) selected |= 1U << i;
+      if (same_word(name, FACTS[i])) selected |= 1U << i;
     }
     names.remove_prefix(std::min(names.size(), name.size() + 1));
   }
@@ -44,7 +40,7 @@ unsigned facts_parse(std::string_view names) {
 
 bool fact_selected(unsigned selected, std::string_view fact) {
   for (std::size_t i = 0; i < FACTS.size(); ++i) {
-    if (same_text(fact, FACTS[i])) return (selected >> i & 1U) != 0;
+    if (same_word(fact, FACTS[i])) return (selected >> i & 1U) != 0;
   }
   return true;
 }
@@ -62,7 +58,7 @@ void opts_mlst(session& session, std::string_view names) {
 void choose(session& session, const std::string& argument, std::span<const std::string_view> known,
             std::string_view what) {
   for (const auto value : known) {
-    if (same_text(argument, value)) return session_reply(session, 200, std::string(what) + " set to " + argument + ".");
+    if (same_word(argument, value)) return session_reply(session, 200, std::string(what) + " set to " + argument + ".");
   }
   session_reply(session, 504, std::string(what) + " " + argument + " is not offered.");
 }
@@ -118,9 +114,9 @@ void command_opts(session& session, const std::string& argument) {
   const std::string_view name = std::string_view(argument).substr(0, blank);
   const std::string_view value =
       blank == std::string::npos ? std::string_view() : std::string_view(argument).substr(blank + 1);
-  if (same_text(name, "MLST")) return opts_mlst(session, value);
-  if (!same_text(name, "UTF8")) return session_reply(session, 501, "Options exist for UTF8 and MLST only.");
-  if (!value.empty() && !same_text(value, "ON")) return session_reply(session, 504, "UTF8 is always on.");
+  if (same_word(name, "MLST")) return opts_mlst(session, value);
+  if (!same_word(name, "UTF8")) return session_reply(session, 501, "Options exist for UTF8 and MLST only.");
+  if (!value.empty() && !same_word(value, "ON")) return session_reply(session, 504, "UTF8 is always on.");
   session_reply(session, 200, "UTF8 is on.");
 }
 

@@ -38,6 +38,10 @@ void stat_start(session& session, std::string_view verb, const std::string& path
     tarvex_gfs_stat_info_t info{true, false, false, false, started.path.c_str()};
     started.session.setup.storage->interface->stat_func(&started, &info, started.session.storage.session);
   };
+  op->rewind = [item](operation&) {
+    item->reset();
+    return true;
+  };
   op->batch = [item](const tarvex_gridftp_server_control_stat_t* entries, int count) {
     if (count < 1) return;
     item->emplace(item_stat{entries[0]});
@@ -53,6 +57,13 @@ void stat_start(session& session, std::string_view verb, const std::string& path
     found(over.session, **item);
   };
   operation_start(session, std::move(op));
+}
+
+void file_stat_start(session& session, std::string_view verb, const std::string& path, stat_call found) {
+  stat_start(session, verb, path, [path, found = std::move(found)](server::session& of, const item_stat& item) {
+    if (item.folder()) return session_reply(of, 550, path + ": not a file.");
+    found(of, item);
+  });
 }
 
 }  // namespace tarvex::server

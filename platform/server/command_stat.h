@@ -21,6 +21,10 @@ using stat_call = std::function<void(session& session, const item_stat& item)>;
 /// is ready for the next command. `found` may start another operation.
 void stat_start(session& session, std::string_view verb, const std::string& path, stat_call found);
 
+/// The same for a file; answers 550 itself when it is a folder. Storages may number files and folders apart, so that a
+/// folder taken for a file would be another file.
+void file_stat_start(session& session, std::string_view verb, const std::string& path, stat_call found);
+
 /// The path that a client means, absolute and normal; answers 501 itself when it cannot be one.
 std::optional<std::string> path_argument(session& session, std::string_view argument);
 

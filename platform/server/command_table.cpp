@@ -1,8 +1,8 @@
 #include "command_table.h"
 
 #include "command_handlers.h"
+#include "text.h"
 
-#include <strings.h>
 #include <algorithm>
 #include <array>
 
@@ -60,9 +60,8 @@ std::span<const command_row> command_rows() {
 }
 
 const command_row* command_find(std::string_view verb) {
-  const auto row = std::find_if(ROWS.begin(), ROWS.end(), [verb](const command_row& candidate) {
-    return candidate.verb.size() == verb.size() && strncasecmp(candidate.verb.data(), verb.data(), verb.size()) == 0;
-  });
+  const auto row = std::find_if(ROWS.begin(), ROWS.end(),
+                                [verb](const command_row& candidate) { return same_word(candidate.verb, verb); });
   return row == ROWS.end() ? nullptr : &*row;
 }
 

@@ -1,5 +1,6 @@
 #include "command_handlers.h"
 #include "command_stat.h"
+#include "operation_send.h"
 #include "session_state.h"
 #include "transfer.h"
 #include "transfer_reply.h"
@@ -24,18 +25,13 @@ void command_retr(session& session, const std::string& argument) {
   const std::int64_t offset = std::exchange(session.settings.restart_offset, 0);
   const auto path = path_argument(session, argument);
   if (!path || !transfer_possible(session)) return;
-  const auto* interface = session.setup.storage->interface;
-  if (!interface->send_func) return session_reply(session, 502, "The storage sends no files.");
-  auto op = operation_make(session, operation_kind::transfer, "RETR", *path);
-  op->transfer = std::make_shared<transfer>(session, op->verb, op->path);
-  op->ranges.push_back({offset, -1});
-  op->next_offset = offset;
-  op->work = [interface](operation& started) {
-    tarvex_gfs_transfer_info_t info{started.path.c_str(), 0, false};
-    interface->send_func(&started, &info, started.session.storage.session);
-  };
-  op->done = [](operation& over) { transfer_answer(over); };
-  operation_start(session, std::move(op));
+  if (!session.setup.storage->interface->send_func) return session_reply(session, 502, "The storage sends no files.");
+  file_stat_start(session, "RETR", *path, [path = *path, offset](server::session& of, const item_stat&) {
+    auto op = send_make(of, "RETR", path, {offset, -1});
+    op->transfer = std::make_shared<transfer>(of, op->verb, op->path);
+    op->done = [](operation& over) { transfer_answer(over); };
+    operation_start(of, std::move(op));
+  });
 }
 
 /// An ABOR that comes while something runs is dealt with on arrival.

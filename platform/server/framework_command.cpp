@@ -14,12 +14,12 @@ constexpr int PROGRESS_CODE = 113;
 }  // namespace
 
 void tarvex_gridftp_server_get_update_interval(tarvex_gfs_operation_t op, int* seconds) {
-  *seconds = static_cast<int>(op->session.setup.config->update_interval_s);
+  *seconds = op->progress ? static_cast<int>(op->session.setup.config->update_interval_s) : 0;
 }
 
 void tarvex_gridftp_server_intermediate_command(tarvex_gfs_operation_t op, tarvex_result_t result, const char* text) {
   const tarvex::server::owned_result owned(result);
-  if (!owned.ok() || !text || op->kind != operation_kind::command || op->finished) return;
+  if (!owned.ok() || !text || op->kind != operation_kind::command || !op->progress || op->finished) return;
   (void)guard_result([&]() -> tarvex_result_t {
     op->session.loop.post([&session = op->session, line = std::string(text)] {
       tarvex::server::session_reply(session, PROGRESS_CODE, line);

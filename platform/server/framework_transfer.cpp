@@ -59,6 +59,20 @@ struct registered_write {
   }
 };
 
+bool takes_bytes(const tarvex_gfs_operation_s& op) {
+  return (op.sink || (op.transfer && op.transfer->begun())) && !op.cancelled && !op.finished;
+}
+
+/// Hands a piece on. \return false when nobody takes it any more.
+bool piece_push(tarvex_gfs_operation_s& op, data_piece piece) {
+  if (!op.sink) return op.transfer->stream().push(std::move(piece));
+  op.session.loop.post([&op, piece = std::move(piece)] {
+    op.sink({reinterpret_cast<const std::byte*>(piece.bytes), piece.length});
+    piece.done(true);
+  });
+  return true;
+}
+
 }  // namespace
 
 void tarvex_gridftp_server_begin_transfer(tarvex_gfs_operation_t op, int, void*) {
@@ -84,12 +98,12 @@ tarvex_result_t tarvex_gridftp_server_register_write(tarvex_gfs_operation_t op, 
                                                      tarvex_off_t offset, int,
                                                      tarvex_gridftp_server_write_cb_t callback, void* user_arg) {
   return guard_result([&]() -> tarvex_result_t {
-    if (!op->transfer || !op->transfer->begun() || op->cancelled || op->finished) return channel_error();
+    if (!takes_bytes(*op)) return channel_error();
     data_piece piece{buffer, length, {}, registered_write{op, buffer, length, callback, user_arg}};
     const std::lock_guard lock(op->order_mutex);
     if (const tarvex_result_t refused = piece_trim(*op, piece, offset); refused != TARVEX_SUCCESS) return refused;
     const auto taken = static_cast<tarvex_off_t>(piece.length);
-    if (!op->transfer->stream().push(std::move(piece))) return channel_error();
+    if (!piece_push(*op, std::move(piece))) return channel_error();
     op->next_offset += taken;
     return TARVEX_SUCCESS;
   });

@@ -1,6 +1,7 @@
 #include "operation.h"
 
 #include "log.h"
+#include "operation_relist.h"
 #include "reply.h"
 #include "session_state.h"
 #include "transfer.h"
@@ -59,7 +60,7 @@ void operation_start(session& session, std::unique_ptr<operation> op) {
   tarvex_cancel_reset(session.cancel);
   operation& running = *session.running;
   session.worker->submit([&session, &running] {
-    run_work(running);
+    operation_run(running, run_work);
     session.loop.post([&running] { work_returned(running); });
   });
 }

@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -57,8 +58,15 @@ struct tarvex_gfs_operation_s {
   // What is asked, for the plug-in and for the log.
   std::string verb;
   std::string path;
+  std::string from_path;                              ///< a rename's source; else empty
   std::function<void(tarvex_gfs_operation_s&)> work;  ///< operation thread: calls the plug-in
   std::function<void(tarvex_gfs_operation_s&)> done;  ///< I/O thread: answers the client
+
+  // What it means to the account's other sessions, and they to it: see operation_relist.h.
+  bool changes = false;              ///< changes what is stored
+  bool lists = false;                ///< lists the folder `path`
+  bool existing_may_be_new = false;  ///< PATH_EXISTS may mean that another session was quicker
+  std::function<bool(tarvex_gfs_operation_s&)> rewind;
 
   // How it ended. Written on the operation thread, read by `done`.
   std::atomic<bool> finished{false};
@@ -76,12 +84,14 @@ struct tarvex_gfs_operation_s {
 
   // Command.
   std::optional<std::string> text;
+  bool progress = false;  ///< the client takes 113 replies
 
   // Transfer, and listings over the data channel.
   std::shared_ptr<tarvex::server::transfer> transfer;
   std::mutex order_mutex;
-  std::deque<tarvex::server::byte_range> ranges;  ///< guarded by order_mutex: not yet asked for
-  tarvex_off_t next_offset = 0;                   ///< guarded by order_mutex: the next byte to send
+  std::deque<tarvex::server::byte_range> ranges;         ///< guarded by order_mutex: not yet asked for
+  tarvex_off_t next_offset = 0;                          ///< guarded by order_mutex: the next byte to send
+  std::function<void(std::span<const std::byte>)> sink;  ///< I/O thread: takes what is sent instead of a data channel
 };
 
 namespace tarvex::server {

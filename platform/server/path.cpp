@@ -1,5 +1,9 @@
 #include "path.h"
 
+#include "text.h"
+
+#include <algorithm>
+
 namespace tarvex::server {
 
 namespace {
@@ -41,6 +45,33 @@ std::string path_quoted(std::string_view path) {
   }
   quoted += '"';
   return quoted;
+}
+
+std::optional<std::string> path_take(std::string_view& rest) {
+  if (!rest.starts_with('"')) {
+    const std::string_view word = take_word(rest);
+    return word.empty() ? std::nullopt : std::optional<std::string>(word);
+  }
+  std::string path;
+  for (std::size_t i = 1; i < rest.size(); ++i) {
+    if (rest[i] == '"') {
+      const bool doubled = rest.substr(i + 1).starts_with('"');
+      const bool closing = i + 1 == rest.size() || rest[i + 1] == ' ';
+      if (!doubled && (!closing || path.empty())) return std::nullopt;
+      if (!doubled) {
+        rest.remove_prefix(std::min(rest.size(), i + 2));
+        return path;
+      }
+      ++i;
+    }
+    path += rest[i];
+  }
+  return std::nullopt;
+}
+
+std::string path_parent(std::string_view path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == 0 || slash == std::string_view::npos ? "/" : std::string(path.substr(0, slash));
 }
 
 std::string path_base_name(std::string_view path) {

@@ -14,6 +14,13 @@ std::optional<std::string> path_normalise(std::string_view directory, std::strin
 /// The path between double quotes, quotes inside doubled (RFC 959 appendix II, the 257 reply).
 std::string path_quoted(std::string_view path);
 
+/// Cuts a path off `rest`: one between double quotes (quotes inside doubled), or else the first word, and the blank
+/// after it. \return nothing when the closing quote or the path is missing.
+std::optional<std::string> path_take(std::string_view& rest);
+
+/// The folder that holds an absolute, normal path; "/" for the root.
+std::string path_parent(std::string_view path);
+
 /// The text after the last "/"; "/" for the root.
 std::string path_base_name(std::string_view path);
 

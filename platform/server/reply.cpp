@@ -13,11 +13,7 @@ constexpr std::string_view UNKNOWN_FAILURE = "Operation failed.";
 
 void append_line(std::string& out, int code, char separator, std::string_view line) {
   out.append(std::to_string(code)).push_back(separator);
-  for (const char byte : line) {
-    out.push_back(is_control(byte) ? '?' : byte);
-    if (byte == TELNET_IAC) out.push_back(byte);
-  }
-  out.append("\r\n");
+  out.append(reply_clean(line)).append("\r\n");
 }
 
 void append_lines(std::vector<std::string>& lines, const char* text) {
@@ -50,6 +46,15 @@ std::vector<std::string> error_lines(tarvex_result_t result) {
 }
 
 }  // namespace
+
+std::string reply_clean(std::string_view line) {
+  std::string clean;
+  for (const char byte : line) {
+    clean.push_back(is_control(byte) ? '?' : byte);
+    if (byte == TELNET_IAC) clean.push_back(byte);
+  }
+  return clean;
+}
 
 std::string reply_format(int code, const std::vector<std::string>& lines) {
   if (lines.size() <= 1)

@@ -14,6 +14,9 @@ namespace tarvex::server {
 std::string reply_format(int code, const std::vector<std::string>& lines);
 std::string reply_format(int code, std::string_view line);
 
+/// A line as it may stand in a reply: control bytes replaced, a byte 255 doubled.
+std::string reply_clean(std::string_view line);
+
 /// The reply that a failed operation gets: the code of its FTP response error (or `default_code` where it has none),
 /// then class word, message and causes, a line each. Does not release `result`.
 std::string reply_from_error(tarvex_result_t result, int default_code);

@@ -115,11 +115,6 @@ void session_reply(session& session, int code, const std::vector<std::string>& l
   session.control.send(reply_format(code, lines));
 }
 
-std::string reply_clean(std::string_view line) {
-  const std::string reply = reply_format(200, line);
-  return reply.substr(4, reply.size() - 6);
-}
-
 void session_reply_block(session& session, int code, std::string_view first, const std::vector<std::string>& lines,
                          std::string_view last) {
   std::string text = reply_format(code, first);

@@ -4,6 +4,7 @@
 #include "control_channel.h"
 #include "data_channel.h"
 #include "operation.h"
+#include "operation_relist.h"
 #include "operation_thread.h"
 #include "session.h"
 #include "session_loop.h"
@@ -41,6 +42,8 @@ struct client_settings {
   char type = 'A';
   bool epsv_only = false;
   std::int64_t restart_offset = 0;
+  std::string rename_from;  ///< of an RNFR just before; empty: none
+  std::string hash_algorithm = "SHA1";
   unsigned mlst_facts = ~0U;  ///< bits in the order of the fact table
 };
 
@@ -59,6 +62,7 @@ struct session {
   login_state login;
   storage_state storage;
   client_settings settings;
+  change_view others;  ///< operation thread
 
   tarvex_cancel_t cancel;  ///< bound to the operation thread
   std::unique_ptr<operation_thread> worker;
@@ -76,9 +80,6 @@ void session_reply(session& session, int code, const std::vector<std::string>& l
 /// Sends "CODE-first", the lines as they stand behind a blank, "CODE last" (RFC 2389, RFC 3659).
 void session_reply_block(session& session, int code, std::string_view first, const std::vector<std::string>& lines,
                          std::string_view last);
-
-/// A line as it may stand in a reply: control bytes replaced, a byte 255 doubled.
-std::string reply_clean(std::string_view line);
 
 /// The command that made the session busy is over: the next line's turn.
 void session_command_over(session& session);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -14,5 +16,14 @@ void append_printable(std::string& out, std::string_view text);
 
 /// Appends two lower-case hex digits for each byte.
 void append_hex(std::string& out, std::span<const unsigned char> bytes);
+
+/// Whether two ASCII words are the same but for case.
+bool same_word(std::string_view a, std::string_view b);
+
+/// Cuts the first word off `rest`, and one blank after it. \return what stood before the blank.
+std::string_view take_word(std::string_view& rest);
+
+/// A whole text as a decimal number; nothing when it is none or too large.
+std::optional<std::int64_t> parse_integer(std::string_view text);
 
 }  // namespace tarvex::server
