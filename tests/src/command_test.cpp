@@ -164,7 +164,10 @@ TEST_F(CommandTest, ComputesAndRecordsDigests) {
   free(std::exchange(cached("/s")->md5, nullptr));
   box_script.expect({redirect_answer(), code(200, "abc"), code(403)});
   EXPECT_EQ(cksm("MD5", "/s", 1), md5_of_abc);
-  EXPECT_THAT(box_script.sent.back().line, testing::StartsWith("PUT "));
+  const Sent& patch = box_script.sent.back();
+  EXPECT_THAT(patch.line, testing::StartsWith("PUT "));
+  EXPECT_THAT(patch.headers, ElementsAre("Authorization: Bearer T", "Content-Type: application/json-patch+json"));
+  EXPECT_EQ(patch.body, std::string(R"([{"op":"add","path":"/tarvex-md5","value":")") + md5_of_abc + "\"}]");
   EXPECT_STREQ(cached("/s")->md5, md5_of_abc);
 }
 
@@ -197,21 +200,6 @@ TEST_F(CommandTest, TellsProgress) {
     EXPECT_EQ(tarvex_i_box_cksm_cb(&state, const_cast<char*>("abc"), 3), TARVEX_SUCCESS);
   }
   EXPECT_THAT(framework.progress, ElementsAre("6", "12"));
-}
-
-TEST_F(CommandTest, StoresProperties) {
-  tarvex_box_path_info_t* const folder = cached("/d");
-  box_script.expect({cut, cut});
-  EXPECT_EQ(text_of(tarvex_i_box_set_metadata(session, folder, "k", "v")), "transport 7001");
-  EXPECT_FALSE(folder->has_metadata);
-  box_script.expect({code(409, R"({"code":"tuple_already_exists"})")});
-  EXPECT_EQ(text_of(tarvex_i_box_set_metadata(session, folder, "k", "v")), "code: \"tuple_already_exists\"");
-  box_script.expect({code(201), code(200)});
-  for (int i = 0; i < 2; ++i) EXPECT_EQ(tarvex_i_box_set_metadata(session, folder, "k", "v"), TARVEX_SUCCESS);
-  const Sent& patch = box_script.sent.back();
-  EXPECT_EQ(patch.line, std::string("PUT ") + api + "/folders/1/metadata/global/properties");
-  EXPECT_THAT(patch.headers, ElementsAre("Authorization: Bearer T", "Content-Type: application/json-patch+json"));
-  EXPECT_EQ(patch.body, R"([{"op":"add","path":"/k","value":"v"}])");
 }
 
 TEST_F(CommandTest, SendsRanges) {

@@ -4,18 +4,17 @@ namespace {
 
 using Pairs = std::vector<std::pair<const char*, const char*>>;
 
-tarvex_object_t* make_error(const Pairs& pairs) {
+/// Hands the pairs to `call` as the plug-in has them.
+template <typename Call>
+auto with_info(const Pairs& pairs, Call call) {
   std::vector<tarvex_dsi_rest_key_value_t> list;
   for (const auto& [key, value] : pairs) list.push_back({const_cast<char*>(key), const_cast<char*>(value)});
   const tarvex_dsi_rest_key_array_t info = {list.size(), list.data()};
-  return tarvex_box_error_construct(nullptr, nullptr, &info);
+  return call(&info);
 }
 
-void add_info(tarvex_object_t* error, const Pairs& pairs) {
-  std::vector<tarvex_dsi_rest_key_value_t> list;
-  for (const auto& [key, value] : pairs) list.push_back({const_cast<char*>(key), const_cast<char*>(value)});
-  const tarvex_dsi_rest_key_array_t info = {list.size(), list.data()};
-  tarvex_box_error_add_info(error, &info);
+tarvex_object_t* make_error(const Pairs& pairs) {
+  return with_info(pairs, [](const auto* info) { return tarvex_box_error_construct(nullptr, nullptr, info); });
 }
 
 TEST(BoxErrorTest, PrintsItsPairs) {
@@ -68,7 +67,7 @@ TEST(BoxErrorTest, TakesOneNewKeyAtATime) {
   };
   for (const auto& row : rows) {
     tarvex_object_t* const error = make_error({{"a", "1"}});
-    add_info(error, row.added);
+    with_info(row.added, [&](const auto* info) { tarvex_box_error_add_info(error, info); });
     EXPECT_EQ(text_of(tarvex_error_put(error)), row.text);
   }
 }

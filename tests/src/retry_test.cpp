@@ -142,45 +142,31 @@ TEST_F(RetryTest, SeveralProcessesKeepTheSpacing) {
 }
 
 TEST_F(RetryTest, KeepsAStateFileForUploads) {
-  tarvex_box_upload_state_t state{};
-  tarvex_i_box_upload_state_create("name", &state);
-  ASSERT_GE(state.fd, 0);
-  struct stat status {};
-  ASSERT_EQ(stat((home / ".tarvex/box-u/name").c_str(), &status), 0);
-  EXPECT_EQ(status.st_size, 4440);
-  EXPECT_EQ(status.st_mode & 07777, 0600u);
-  state.shared->num_parts = 7;
-  ASSERT_EQ(tarvex_i_box_upload_state_lock(&state, true), TARVEX_SUCCESS);
-  // Another process finds the file locked, and maps what is in it all the same.
-  in_processes(1, [] {
-    tarvex_box_upload_state_t other{};
-    tarvex_i_box_upload_state_create("name", &other);
-    const std::string refused = text_of(tarvex_i_box_upload_state_lock(&other, false));
-    if (other.shared->num_parts != 7 || !refused.starts_with("System error in fnctl: ")) _exit(1);
-    tarvex_i_box_upload_state_destroy(&other);
-  });
-  ASSERT_EQ(tarvex_i_box_upload_state_unlock(&state), TARVEX_SUCCESS);
-  tarvex_i_box_upload_state_destroy(&state);
-  EXPECT_EQ(state.fd, -1);
-
-  std::filesystem::remove_all(home / ".tarvex");
-  tarvex_i_box_upload_state_create("name", &state);
-  EXPECT_TRUE(state.is);
-  EXPECT_EQ(state.fd, -1);
-  ASSERT_NE(state.shared, nullptr);
-  tarvex_i_box_upload_state_destroy(&state);
-  EXPECT_EQ(state.shared, nullptr);
-}
-
-TEST_F(RetryTest, CreatedAtOnceByManyProcesses) {
   box_script.real_time = true;
-  in_processes(8, [] {
+  in_processes(8, [] {  // one makes the file, the others wait for it
     tarvex_box_upload_state_t state{};
     tarvex_i_box_upload_state_create("name", &state);
     if (state.fd == -1) _exit(1);
     tarvex_i_box_upload_state_destroy(&state);
   });
   EXPECT_EQ(std::filesystem::file_size(home / ".tarvex/box-u/name"), 4440u);
+  tarvex_box_upload_state_t state{};
+  tarvex_i_box_upload_state_create("name", &state);
+  state.shared->num_parts = 7;
+  ASSERT_EQ(tarvex_i_box_upload_state_lock(&state, true), TARVEX_SUCCESS);
+  in_processes(1, [] {  // which finds the file locked, and maps what is in it all the same
+    tarvex_box_upload_state_t other{};
+    tarvex_i_box_upload_state_create("name", &other);
+    const std::string refused = text_of(tarvex_i_box_upload_state_lock(&other, false));
+    if (other.shared->num_parts != 7 || !refused.starts_with("System error in fnctl: ")) _exit(1);
+  });
+  ASSERT_EQ(tarvex_i_box_upload_state_unlock(&state), TARVEX_SUCCESS);
+  tarvex_i_box_upload_state_destroy(&state);
+  std::filesystem::remove_all(home / ".tarvex");
+  tarvex_i_box_upload_state_create("name", &state);
+  EXPECT_TRUE(state.is && state.fd == -1 && state.shared != nullptr);
+  tarvex_i_box_upload_state_destroy(&state);
+  EXPECT_EQ(state.shared, nullptr);
 }
 
 }  // namespace

@@ -84,22 +84,18 @@ TEST_F(SessionTest, RefusesToStart) {
 }
 
 TEST_F(SessionTest, ReadsDates) {
-  const struct {
-    const char* text;
-    time_t time;  // -1: refused
-  } rows[] = {
+  const std::pair<const char*, time_t> rows[] = {
+      // -1: refused
       {"2030-01-01T00:00:00.000000-05:00", 1893474000},
       {"2030-01-01T00:00:00.5+05:30", 1893436200},
       {"2030-01-01T00:00:00.0-00:30", 1893454200},  // counts as plus 30 minutes
       {"2030-01-01T00:00:00-05:00", -1},
       {"2030-01-01T00:00:00.0Z", -1},
-      {"", -1},
-  };
-  for (const auto& row : rows) {
+      {"", -1}};
+  for (const auto& [text, expected] : rows) {
     time_t time = -1;
-    const std::string error = text_of(tarvex_i_box_parse_date(row.text, &time));
-    EXPECT_EQ(time, row.time) << row.text;
-    EXPECT_EQ(error.empty(), row.time != -1) << error;
+    EXPECT_EQ(text_of(tarvex_i_box_parse_date(text, &time)).empty(), expected != -1);
+    EXPECT_EQ(time, expected) << text;
   }
 }
 
@@ -145,20 +141,15 @@ TEST_F(SessionTest, RenewsTheToken) {
 }
 
 TEST_F(SessionTest, ExpandsPaths) {
-  const struct {
-    const char* path;
-    std::string expanded;
-  } rows[] = {
-      {"$HOME/.tarvex/box-r", home.string() + "/.tarvex/box-r"},
-      {"$LOGNAME-$LOGNAME", "tester-tester"},
-      {"$HOMEX", home.string() + "X"},
-      {"/plain/$PATH/$", "/plain/$PATH/$"},
-      {"", ""},
-  };
-  for (const auto& row : rows) {
+  const std::pair<const char*, std::string> rows[] = {{"$HOME/.tarvex/box-r", home.string() + "/.tarvex/box-r"},
+                                                      {"$LOGNAME-$LOGNAME", "tester-tester"},
+                                                      {"$HOMEX", home.string() + "X"},
+                                                      {"/plain/$PATH/$", "/plain/$PATH/$"},
+                                                      {"", ""}};
+  for (const auto& [path, expected] : rows) {
     char* text = nullptr;
-    ASSERT_EQ(tarvex_box_evaluate_path(row.path, &text), TARVEX_SUCCESS);
-    EXPECT_EQ(text, row.expanded);
+    ASSERT_EQ(tarvex_box_evaluate_path(path, &text), TARVEX_SUCCESS);
+    EXPECT_EQ(text, expected);
     free(text);
   }
 }
