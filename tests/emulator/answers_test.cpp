@@ -291,9 +291,14 @@ TEST_F(Answers, TrashKeepsAndGivesBack) {
        200,
        {{"total_count", "4"}, {"entries.3.type", "web_link"}, {"entries.3.url", "https://example.com/x"}}},
   });
+  run({{"delete the tree again", "DELETE", "/2.0/folders/{a}?recursive=true", "", 204, {}},
+       {"purge it", "DELETE", "/2.0/folders/{a}/trash", "", 204, {}},
+       {"file went with it", "GET", "/2.0/files/{f}", "", 404, {{"code", "not_found"}}},
+       {"only the copy counts", "GET", "/2.0/users/me", "", 200, {{"space_used", "5"}}}});
+  const std::string id = box_.file("0", "now", "x");
   box_.set(R"({"trash":false})");
-  EXPECT_EQ(box_.send("DELETE", "/2.0/files/" + f_).status, 204);
-  EXPECT_EQ(box_.send("GET", "/2.0/files/" + f_).at("code"), "not_found");
+  EXPECT_EQ(box_.send("DELETE", "/2.0/files/" + id).status, 204);
+  EXPECT_EQ(box_.send("GET", "/2.0/files/" + id).at("code"), "not_found");
 }
 
 TEST_F(Answers, LocksHoldForTheirTime) {

@@ -78,6 +78,17 @@ TEST_F(Transfer, UploadsAreTakenAsClientsWriteThem) {
   EXPECT_TRUE(box_.fetch(made.at("entries.0.id")).body == bytes);
 }
 
+TEST_F(Transfer, BoundaryMayFallAcrossPieces) {
+  header_list chunked = form_type();
+  chunked.emplace_back("Transfer-Encoding", "chunked");
+  for (std::size_t size = 0; size < 1000; size += 5) {
+    const std::string bytes = sample(size);
+    const std::string attributes = R"({"name":")" + std::to_string(1000 + size) + R"(","parent":{"id":"0"}})";
+    const reply made = box_.send("POST", CONTENT, form(attributes, bytes), chunked);
+    ASSERT_EQ(made.at("entries.0.sha1"), sha1_hex(bytes)) << size << made.body;
+  }
+}
+
 TEST_F(Transfer, RefusedUploadsLeaveNothing) {
   const auto attributes = [](const std::string& name) { return R"({"name":")" + name + R"(","parent":{"id":"0"}})"; };
   const std::string good = form(attributes("f"), "x");
