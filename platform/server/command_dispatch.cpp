@@ -1,3 +1,4 @@
+#include "command_handlers.h"
 #include "command_table.h"
 #include "log.h"
 #include "session_state.h"
@@ -64,6 +65,7 @@ void command_run(session& session, const control_line& line) {
   if (line.text.find_first_of(std::string_view("\0\r", 2)) != std::string::npos)
     return refuse(session, 501, "The line holds a NUL or CR byte.");
   const command_row* row = command_find(parsed.verb);
+  if (!row || row->handler != command_rnto) session.settings.rename_from.clear();
   if (!row) return refuse(session, 502, "Command not implemented.");
   run_row(session, *row, parsed.argument);
 }

@@ -43,9 +43,29 @@ void command_nlst(session& session, const std::string& argument);
 void command_mlsd(session& session, const std::string& argument);
 void command_stat(session& session, const std::string& argument);
 
+// Changes.
+void command_mkd(session& session, const std::string& argument);
+void command_rmd(session& session, const std::string& argument);
+void command_dele(session& session, const std::string& argument);
+void command_rnfr(session& session, const std::string& argument);
+void command_rnto(session& session, const std::string& argument);
+void command_site(session& session, const std::string& argument);
+
+// Checksums.
+void command_cksm(session& session, const std::string& argument);
+void command_hash(session& session, const std::string& argument);
+void command_xcrc(session& session, const std::string& argument);
+void command_xmd5(session& session, const std::string& argument);
+void command_xsha1(session& session, const std::string& argument);
+void command_xsha256(session& session, const std::string& argument);
+
 // Transfers.
 void command_rest(session& session, const std::string& argument);
 void command_retr(session& session, const std::string& argument);
+void command_stor(session& session, const std::string& argument);
+void command_appe(session& session, const std::string& argument);
+void command_allo(session& session, const std::string& argument);
+void command_storattr(session& session, const std::string& argument);
 void command_abor(session& session, const std::string& argument);
 
 }  // namespace tarvex::server

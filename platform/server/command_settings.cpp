@@ -1,5 +1,6 @@
 #include "command_settings.h"
 
+#include "command_checksum.h"
 #include "command_handlers.h"
 #include "command_table.h"
 #include "session_state.h"
@@ -103,10 +104,11 @@ void command_help(session& session, const std::string& argument) {
 }
 
 void command_feat(session& session, const std::string&) {
-  session_reply_block(session, 211, "Extensions supported:",
-                      {"CLNT", "EPRT", "EPSV", "HOST", "MDTM", "MLST " + facts_starred(session.settings.mlst_facts),
-                       "REST STREAM", "SIZE", "TVFS", "UTF8"},
-                      "End.");
+  std::vector<std::string> lines = {
+      "CLNT",        "EPRT", "EPSV", "HOST", "MDTM", "MLST " + facts_starred(session.settings.mlst_facts),
+      "REST STREAM", "SIZE", "TVFS", "UTF8"};
+  for (auto& line : checksum_features(session)) lines.push_back(std::move(line));
+  session_reply_block(session, 211, "Extensions supported:", lines, "End.");
 }
 
 void command_opts(session& session, const std::string& argument) {
@@ -115,7 +117,8 @@ void command_opts(session& session, const std::string& argument) {
   const std::string_view value =
       blank == std::string::npos ? std::string_view() : std::string_view(argument).substr(blank + 1);
   if (same_word(name, "MLST")) return opts_mlst(session, value);
-  if (!same_word(name, "UTF8")) return session_reply(session, 501, "Options exist for UTF8 and MLST only.");
+  if (same_word(name, "HASH")) return checksum_options(session, value);
+  if (!same_word(name, "UTF8")) return session_reply(session, 501, "Options exist for UTF8, MLST and HASH only.");
   if (!value.empty() && !same_word(value, "ON")) return session_reply(session, 504, "UTF8 is always on.");
   session_reply(session, 200, "UTF8 is on.");
 }

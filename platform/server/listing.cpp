@@ -102,4 +102,23 @@ std::string listing_timestamp(std::time_t time) {
   return text;
 }
 
+std::optional<std::time_t> listing_timestamp_parse(std::string_view text) {
+  constexpr std::size_t DIGITS = 14;
+  const bool digits = text.find_first_not_of("0123456789") == std::string_view::npos;
+  if (text.size() != DIGITS || !digits) return std::nullopt;
+  const auto field = [&](std::size_t at, std::size_t length) {
+    return static_cast<int>(parse_integer(text.substr(at, length)).value_or(0));
+  };
+  std::tm fields = {};
+  fields.tm_year = field(0, 4) - 1900;
+  fields.tm_mon = field(4, 2) - 1;
+  fields.tm_mday = field(6, 2);
+  fields.tm_hour = field(8, 2);
+  fields.tm_min = field(10, 2);
+  fields.tm_sec = field(12, 2);
+  const std::time_t time = timegm(&fields);
+  // What timegm had to carry over (30 February) was no time.
+  return listing_timestamp(time) == text ? std::optional(time) : std::nullopt;
+}
+
 }  // namespace tarvex::server

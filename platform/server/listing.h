@@ -3,6 +3,7 @@
 #include "tarvex_gridftp_server.h"
 
 #include <ctime>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -25,5 +26,8 @@ void listing_append(listing_form form, const tarvex_gridftp_server_control_stat_
 
 /// "YYYYMMDDHHMMSS" in UTC (RFC 3659 section 2.3).
 std::string listing_timestamp(std::time_t time);
+
+/// The time that "YYYYMMDDHHMMSS" in UTC means; nothing when it is none.
+std::optional<std::time_t> listing_timestamp_parse(std::string_view text);
 
 }  // namespace tarvex::server

@@ -90,7 +90,7 @@ typedef struct tarvex_gfs_command_info_s {
   const char* authz_assert;
   const char* chgrp_group;
   time_t utime_time;
-  void* op_info;
+  void* op_info;  ///< const char*: what a SITE word came with that no other field takes; null: none
 } tarvex_gfs_command_info_t;
 
 /// A retrieve or a store. Borrowed until the operation is finished.

@@ -218,13 +218,14 @@ TEST_F(SessionTest, TerminationEndsRunningTransfers) {
 
 TEST_F(SessionTest, HangingStorageDoesNotKeepTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  script.send = [](auto, auto*) {
+  script.send = [](auto op, auto*) {
+    tarvex_gridftp_server_begin_transfer(op, 0, nullptr);
     while (true) pause();
   };
   const auto run = [&] {
     log_in();
     const loopback_socket data = passive();
-    control.write("RETR file\r\n");
+    (void)command("RETR file");
     close_session();
   };
   EXPECT_EXIT(run(), testing::ExitedWithCode(1), "the storage hangs");
