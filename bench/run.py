@@ -1,12 +1,13 @@
 """Runs the benchmarks and prints one table. Whole programs on loopback; each figure beside what it is compared with."""
 
+import base64
 import concurrent.futures
-import ftplib
+import hashlib
 import http.client
+import io
 import json
 import os
 import pathlib
-import statistics
 import subprocess
 import sys
 import tempfile
@@ -156,18 +157,259 @@ def pacing():
             f"{found['rate_used']:.3f}", "aim: at least 0.95" if processes == 8 else "")
 
 
+class Payload:
+    """A file of random-looking bytes, and its parts with their digests, as an upload session wants them."""
+
+    def __init__(self, directory, size):
+        self.path = directory / f"payload-{size}"
+        self.size = size
+        block = os.urandom(1024**2)
+        with open(self.path, "wb") as file:
+            for number in range(0, size, len(block)):
+                file.write((number.to_bytes(8, "big") + block)[:min(len(block), size - number)])
+
+    def parts(self, part_size):
+        """(offset, bytes) of each part."""
+        with open(self.path, "rb") as file:
+            for offset in range(0, self.size, part_size):
+                yield offset, file.read(part_size)
+
+
+def base64_sha1(content):
+    return base64.b64encode(hashlib.sha1(content).digest()).decode()
+
+
+def straight_upload(box, payload, directory, name):
+    """Seconds that curl needs to put all parts into an upload session of the local Box; digests are ready before."""
+    session = box.call("POST", "/api/2.0/files/upload_sessions",
+                       {"folder_id": "0", "file_size": payload.size, "file_name": name})
+    url = f"{box.base}/api/2.0/files/upload_sessions/{session['id']}"
+    sections = []
+    for number, (offset, content) in enumerate(payload.parts(session["part_size"])):
+        part = directory / f"part-{number}"
+        part.write_bytes(content)
+        sections.append(f'url = "{url}"\nupload-file = "{part}"\noutput = "/dev/null"\n'
+                        f'header = "Authorization: Bearer {box.token}"\nheader = "Content-Type: application/octet-stream"\n'
+                        f'header = "Content-Range: bytes {offset}-{offset + len(content) - 1}/{payload.size}"\n'
+                        f'header = "Digest: sha={base64_sha1(content)}"\nheader = "Expect:"\n')
+    (directory / "curl.config").write_text("next\n".join(sections))
+    took = seconds(lambda: subprocess.run(["curl", "-sSf", "-K", directory / "curl.config"], check=True))
+    box.call("DELETE", url.removeprefix(box.base))
+    for part in directory.glob("part-*"):
+        part.unlink()
+    return took
+
+
+def store(server, payload, name, announced):
+    """Seconds of one STOR by a client that only sends."""
+    client = server.ftp(timeout=600)
+    client.voidcmd("TYPE I")
+
+    def run():
+        if announced:
+            client.sendcmd(f"ALLO {payload.size}")
+        with open(payload.path, "rb") as file, client.transfercmd(f"STOR {name}") as data:
+            data.sendfile(file)
+        client.voidresp()
+
+    took = seconds(run)
+    client.quit()
+    return took
+
+
+def upload():
+    """1 GiB up, announced and not, against curl that puts the same parts straight into the local Box."""
+    with Place() as (box, server):
+        directory = server.directory
+        payload = Payload(directory, GIB)
+        straight = min(straight_upload(box, payload, directory, f"straight-{run}") for run in range(2))
+        announced = min(store(server, payload, f"announced-{run}", True) for run in range(2))
+        unannounced = min(store(server, payload, f"unannounced-{run}", False) for run in range(2))
+        row("upload 1 GiB: curl straight, the same parts", rate(GIB, straight))
+        row("upload 1 GiB: announced, through the server", rate(GIB, announced))
+        row("upload 1 GiB: announced, share of the straight rate", f"{straight / announced:.2f}", "aim: at least 0.7")
+        row("upload 1 GiB: not announced, through the server", rate(GIB, unannounced))
+        row("upload 1 GiB: not announced, share of the announced rate", f"{announced / unannounced:.2f}",
+            "aim: at least 0.5")
+
+
+def upload_memory():
+    """Private bytes of a session while it uploads in parts of 8 MiB, above those of an idle one."""
+    with Place() as (box, server):
+        for size in (128 * 1024**2, 512 * 1024**2):
+            payload = Payload(server.directory, size)
+            for announced in (True, False):
+                client = server.ftp()
+                idle = private_bytes(session_of(server))
+                client.quit()
+                peak = 0
+                with concurrent.futures.ThreadPoolExecutor(1) as pool:
+                    running = pool.submit(store, server, payload, f"m-{size}-{announced}", announced)
+                    time.sleep(0.05)
+                    while not running.done():
+                        try:
+                            peak = max(peak, private_bytes(session_of(server)))
+                        except (OSError, ValueError):
+                            pass  # not begun, or just over
+                        time.sleep(0.02)
+                    running.result()
+                kind = "announced" if announced else "not announced"
+                row(f"memory: chunked upload of {size // 1024**2} MiB, {kind}, over idle",
+                    f"{(peak - idle) / 1024**2:.1f} MiB", "aim: at most 8 + 32 + 16" if announced else "")
+
+
+def checksum():
+    """CKSM of 1 GiB, against openssl on a local file plus a plain download."""
+    with Place() as (box, server):
+        payload = Payload(server.directory, GIB)
+        store(server, payload, "sum", True)
+        plain = best(lambda: server.curl("-o", "/dev/null", f"{server.url}/sum"), 2)
+        client = server.ftp(timeout=600)
+        for algorithm, first, last in (("MD5", 0, -1), ("SHA256", 0, -1), ("SHA1", 0, GIB - 1)):
+            local = seconds(lambda: subprocess.run(["openssl", "dgst", f"-{algorithm.lower()}", payload.path], check=True,
+                                                   stdout=subprocess.DEVNULL))
+            if algorithm == "MD5":  # forget the property, so that it is computed
+                item = box.items()["sum"]["id"]
+                box.call("DELETE", f"/2.0/files/{item}/metadata/global/properties")
+                client = server.ftp(timeout=600)
+            took = seconds(lambda: client.sendcmd(f"CKSM {algorithm} {first} {last} /sum"))
+            row(f"checksum 1 GiB {algorithm}: openssl + download / CKSM", f"{local + plain:.2f} s / {took:.2f} s")
+        row("checksum 1 GiB MD5: asked again", f"{seconds(lambda: client.sendcmd('CKSM MD5 0 -1 /sum')) * 1000:.1f} ms")
+
+
+def raw_small_uploads(box, count, content):
+    """Seconds of the same uploads by one keep-alive client that does nothing else."""
+    folder = box.folder("raw")
+    connection = http.client.HTTPConnection(box.host, box.port)
+
+    def run():
+        for number in range(count):
+            attributes = json.dumps({"name": f"f{number}", "parent": {"id": folder}})
+            body = (f'--b\r\nContent-Disposition: form-data; name="attributes"\r\n\r\n{attributes}\r\n--b\r\n'
+                    f'Content-Disposition: form-data; name="file"; filename="f"\r\n\r\n').encode() + content + b"\r\n--b--\r\n"
+            connection.request("POST", "/api/2.0/files/content", body, {
+                "Authorization": f"Bearer {box.token}", "Content-Type": "multipart/form-data; boundary=b"})
+            connection.getresponse().read()
+
+    return seconds(run)
+
+
+def small_files():
+    """1,000 files of 10 KB up and down over one session, pacing out of the way."""
+    count, content = 1000, os.urandom(10_000)
+    with Place() as (box, server):
+        raw = raw_small_uploads(box, count, content)
+        client = server.ftp()
+        client.mkd("/small")
+        up = seconds(lambda: [client.storbinary(f"STOR /small/f{number}", io.BytesIO(content)) for number in range(count)])
+        down = seconds(lambda: [client.retrbinary(f"RETR /small/f{number}", lambda piece: None) for number in range(count)])
+        client.quit()
+        row("small files: up", f"{count / up:.0f} files/s")
+        row("small files: up, our own time per file", f"{(up - raw) / count * 1000:.2f} ms")
+        row("small files: down", f"{count / down:.0f} files/s")
+
+
+class RclonePlace:
+    """A local Box that answers as Box's hosts over TLS on port 443, a server before it, and rclone beside it; in a
+    network of its own, so that rclone's compiled-in host names lead to it."""
+
+    def __enter__(self):
+        sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests" / "emulator"))
+        from rclone_test import make_certificate
+        self.holder = tempfile.TemporaryDirectory(prefix="tarvex-bench-")
+        self.top = pathlib.Path(self.holder.name)
+        make_certificate(self.top)
+        self.box = Box(self.top, "--certificate", self.top / "cert.pem", "--key", self.top / "key.pem",
+                       listen="127.0.0.1:443", ca=self.top / "ca.pem")
+        self.server = Server(self.top, self.box, api_base="https://127.0.0.1:443", ca=self.top / "ca.pem")
+        (self.top / "rclone.conf").write_text(f"[bx]\ntype = box\naccess_token = {self.box.token}\n")
+        return self
+
+    def __exit__(self, *error):
+        self.server.stop()
+        self.box.stop()
+        self.holder.cleanup()
+
+    def rclone(self, *arguments):
+        command = ["rclone", "--config", self.top / "rclone.conf", "--ca-cert", self.top / "ca.pem", *arguments]
+        return seconds(lambda: subprocess.run(command, check=True, capture_output=True))
+
+    def serve(self):
+        """rclone's own server before the same Box: the program and what names it as a remote."""
+        program = subprocess.Popen(
+            ["rclone", "--config", self.top / "rclone.conf", "--ca-cert", self.top / "ca.pem", "serve", "sftp", "bx:",
+             "--addr", "127.0.0.1:2022", "--user", "u", "--pass", "p", "--vfs-cache-mode", "writes"],
+            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        obscured = subprocess.run(["rclone", "obscure", "p"], capture_output=True, text=True, check=True).stdout.strip()
+        time.sleep(2)
+        return program, f":sftp,host=127.0.0.1,port=2022,user=u,pass={obscured}:"
+
+
+def rclone_side_by_side(place, size, count, latency):
+    place.box.call("POST", "/_emulator/settings", {"latency_ms": latency})
+    tag = f"{latency}"
+    payload = Payload(place.top, size)
+    down = place.top / "down"
+    server = place.server
+    ours_up = store(server, payload, f"ours-{tag}", True)
+    ours_up_silent = store(server, payload, f"ours-silent-{tag}", False)
+    ours_down = seconds(lambda: server.curl("-o", down, f"{server.url}/ours-{tag}"))
+    theirs_up = place.rclone("copyto", payload.path, f"bx:theirs-{tag}")
+    theirs_down = place.rclone("copyto", f"bx:theirs-{tag}", down)
+    serving, remote = place.serve()
+    served_up = place.rclone("copyto", payload.path, f"{remote}served-{tag}")
+    served_down = place.rclone("copyto", f"{remote}theirs-{tag}", down)
+    name = f"{size // 1024**2} MiB, {latency} ms a request"
+    row(f"rclone, {name}: up, ours announced / not / rclone / its sftp server",
+        " / ".join(f"{size / took / 1e6:.0f}" for took in (ours_up, ours_up_silent, theirs_up, served_up)) + " MB/s",
+        "aim: twice rclone's")
+    row(f"rclone, {name}: down, ours / rclone / its sftp server",
+        " / ".join(f"{size / took / 1e6:.0f}" for took in (ours_down, theirs_down, served_down)) + " MB/s",
+        "aim: twice rclone's")
+    source = place.top / f"small-{tag}"
+    source.mkdir()
+    for number in range(count):
+        (source / f"f{number}").write_bytes(os.urandom(10_000))
+    took = [seconds(lambda: server.lftp(f"mirror -R --parallel=4 {source} /small-ours-{tag}", timeout=900)),
+            place.rclone("--transfers", "4", "copy", source, f"bx:small-theirs-{tag}"),
+            seconds(lambda: server.lftp(f"mirror --parallel=4 /small-ours-{tag} {place.top}/d1-{tag}", timeout=900)),
+            place.rclone("--transfers", "4", "copy", f"bx:small-theirs-{tag}", place.top / f"d2-{tag}")]
+    serving.terminate()
+    serving.wait()
+    row(f"rclone, {count} files of 10 KB, {latency} ms: up, ours (lftp, 4 sessions) / rclone (4)",
+        f"{count / took[0]:.0f} / {count / took[1]:.0f} files/s", "aim: no slower")
+    row(f"rclone, {count} files of 10 KB, {latency} ms: down, ours (lftp, 4 sessions) / rclone (4)",
+        f"{count / took[2]:.0f} / {count / took[3]:.0f} files/s", "aim: no slower")
+
+
+def rclone():
+    """The same files through rclone's Box backend and the same local Box, both over TLS, side by side."""
+    if os.environ.get("TARVEX_BENCH_NETWORK") != "own":
+        hosts = tempfile.NamedTemporaryFile("w", suffix=".hosts")
+        hosts.write("127.0.0.1 localhost api.box.com upload.box.com app.box.com dl.boxcloud.com\n")
+        hosts.flush()
+        script = f'ip link set lo up && mount --bind {hosts.name} /etc/hosts && exec "$@"'
+        subprocess.run(["unshare", "-rmn", "sh", "-c", script, "sh", sys.executable, __file__, "rclone"], check=True,
+                       env={**os.environ, "TARVEX_BENCH_NETWORK": "own"})
+        return
+    with RclonePlace() as place:
+        rclone_side_by_side(place, GIB, 1000, 0)
+        rclone_side_by_side(place, GIB, 300, 100)
+
+
 def micro():
     """Pieces inside a process."""
     subprocess.run([BUILD / "bin/micro", "--benchmark_min_time=0.2"], check=True)
 
 
-BENCHMARKS = {run.__name__: run for run in (download, listing, memory, logins, pacing, micro)}
+BENCHMARKS = {run.__name__: run for run in (
+    download, listing, memory, logins, pacing, upload, upload_memory, checksum, small_files, rclone, micro)}
 
 
 def main():
     names = sys.argv[1:] or list(BENCHMARKS)
     if names == ["--list"]:
-        print("\n".join(f"{name:<10} {run.__doc__}" for name, run in BENCHMARKS.items()))
+        print("\n".join(f"{name:<14} {run.__doc__}" for name, run in BENCHMARKS.items()))
         return
     unknown = [name for name in names if name not in BENCHMARKS]
     if unknown:

@@ -6,6 +6,7 @@ import json
 import os
 import pathlib
 import signal
+import ssl
 import subprocess
 import time
 import urllib.request
@@ -47,19 +48,21 @@ class Program:
 class Box(Program):
     """The local Box, and the calls that fill it and look into it."""
 
-    def __init__(self, directory, *arguments):
+    def __init__(self, directory, *arguments, listen="127.0.0.1:0", ca=None):
+        """`ca`: the authority to trust when the arguments make it speak TLS."""
         self.token = "token-" + uuid.uuid4().hex
+        self.trusted = ca and ssl.create_default_context(cafile=ca)
         super().__init__(
-            [BUILD / "bin/tarvex-box-emulator", "--listen", "127.0.0.1:0", "--data", directory / "box", "--account",
+            [BUILD / "bin/tarvex-box-emulator", "--listen", listen, "--data", directory / "box", "--account",
              f"alice:{self.token}", "--quiet", *arguments], directory, "emulator")
-        self.base = f"http://{self.address}"
+        self.base = f"http{'s' if ca else ''}://{self.address}"
         self.user_id = self.call("GET", "/2.0/users/me")["id"]
 
     def call(self, method, path, body=None, headers=None, raw=False):
         data = body if isinstance(body, (bytes, type(None))) else json.dumps(body).encode()
         request = urllib.request.Request(self.base + path, data=data, method=method, headers={
             "Authorization": f"Bearer {self.token}", "Content-Type": "application/json", **(headers or {})})
-        with urllib.request.urlopen(request, timeout=60) as answer:
+        with urllib.request.urlopen(request, timeout=60, context=self.trusted) as answer:
             content = answer.read()
         return content if raw else (json.loads(content) if content else None)
 
@@ -113,7 +116,7 @@ class Server(Program):
     """The server, with one account "alice"."""
 
     def __init__(self, directory, box, settings=None, policy=FAST_POLICY, server_lines="", credential=None,
-                 api_base=None, environment=None):
+                 api_base=None, ca=None, environment=None):
         self.directory = directory
         self.credential_path = directory / "alice.json"
         self.write_credential(credential or {
@@ -137,6 +140,7 @@ policy = '{policy}'
 [box]
 api_base = "{api_base or box.base}"
 upload_base = "{api_base or box.base}"
+{f'ca_file = "{ca}"' if ca else ""}
 """)
         super().__init__([BUILD / "bin/tarvex-gridftp-server", "--config", directory / "server.toml"], directory,
                          "server", environment)
