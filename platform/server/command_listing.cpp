@@ -180,7 +180,8 @@ void status_of_session(session& session) {
                                     "Folder " + path_quoted(session.settings.directory)};
   if (session.running && session.running->transfer)
     lines.push_back(session.running->verb + " " + session.running->path + ": " +
-                    std::to_string(session.running->transfer->sent_bytes()) + " bytes sent");
+                    std::to_string(session.running->transfer->moved_bytes()) +
+                    (session.running->transfer->receives() ? " bytes received" : " bytes sent"));
   else if (session.running)
     lines.push_back(session.running->verb + " " + session.running->path + " is running");
   session_reply_block(session, 211, "Status:", lines, "End.");

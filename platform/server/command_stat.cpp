@@ -31,6 +31,21 @@ std::optional<std::string> path_argument(session& session, std::string_view argu
   return path;
 }
 
+owned_result stat_inside(operation& op, const std::string& path, std::optional<item_stat>& item) {
+  const auto inner = operation_make(op.session, operation_kind::stat, op.verb, path);
+  inner->batch = [&item](const tarvex_gridftp_server_control_stat_t* entries, int count) {
+    if (count > 0) item.emplace(item_stat{entries[0]});
+  };
+  tarvex_gfs_stat_info_t info{true, false, false, true, inner->path.c_str()};
+  op.session.setup.storage->interface->stat_func(inner.get(), &info, op.session.storage.session);
+  if (!inner->finished || inner->misused) {
+    op.misused = true;
+    return owned_result(TARVEX_FAILURE);
+  }
+  if (item) item->stat.name = item->stat.symlink_target = nullptr;
+  return std::move(inner->result);
+}
+
 void stat_start(session& session, std::string_view verb, const std::string& path, stat_call found) {
   auto op = operation_make(session, operation_kind::stat, verb, path);
   const auto item = std::make_shared<std::optional<item_stat>>();

@@ -14,6 +14,10 @@ struct item_stat {
   bool folder() const;
 };
 
+/// Asks for the attributes of one item inside the work of another operation. Operation thread.
+/// \param item  stays empty when the storage fails
+owned_result stat_inside(operation& op, const std::string& path, std::optional<item_stat>& item);
+
 /// Called when a stat came out well.
 using stat_call = std::function<void(session& session, const item_stat& item)>;
 

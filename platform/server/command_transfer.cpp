@@ -18,7 +18,7 @@ void command_rest(session& session, const std::string& argument) {
   if (error != std::errc() || parsed != end || offset < 0)
     return session_reply(session, 501, "REST takes an offset in bytes from 0 to 9223372036854775807.");
   session.settings.restart_offset = offset;
-  session_reply(session, 350, "Restarting at " + std::to_string(offset) + "; send RETR.");
+  session_reply(session, 350, "Restarting at " + std::to_string(offset) + "; send RETR or STOR.");
 }
 
 void command_retr(session& session, const std::string& argument) {

@@ -200,6 +200,10 @@ bool control_channel::start(events handlers) {
   return true;
 }
 
+bool control_channel::present() const {
+  return !state_->lost && !state_->finishing && !peer_hung_up(state_->socket.native_handle());
+}
+
 const socket_address& control_channel::local() const {
   return state_->local;
 }

@@ -50,6 +50,9 @@ class control_channel {
   /// \return false when the socket is no connected TCP socket.
   bool start(events handlers);
 
+  /// Whether the peer is there, as far as the kernel knows by now.
+  bool present() const;
+
   const socket_address& local() const;
   const socket_address& peer() const;
 

@@ -29,11 +29,6 @@ tarvex_result_t order_error(tarvex_off_t offset, tarvex_off_t expected) {
       static_cast<long long>(offset), static_cast<long long>(expected)));
 }
 
-tarvex_result_t no_store_error() {
-  return tarvex_error_put(tarvex_gfs_ftp_response_error_construct(nullptr, nullptr, 502, "NOT_IMPLEMENTED",
-                                                                  "This transfer stores nothing."));
-}
-
 /// Cuts off what was sent already; fails where bytes would be missing.
 tarvex_result_t piece_trim(tarvex_gfs_operation_s& op, data_piece& piece, tarvex_off_t offset) {
   const auto length = static_cast<tarvex_off_t>(piece.length);
@@ -115,23 +110,6 @@ void tarvex_gridftp_server_get_block_size(tarvex_gfs_operation_t, size_t* block_
 void tarvex_gridftp_server_get_optimal_concurrency(tarvex_gfs_operation_t, int* count) {
   *count = CONCURRENCY;
 }
-
-void tarvex_gridftp_server_get_write_range(tarvex_gfs_operation_t, tarvex_off_t* offset, tarvex_off_t* length) {
-  *offset = 0;
-  *length = 0;
-}
-
-tarvex_result_t tarvex_gridftp_server_get_recv_modification_time(tarvex_gfs_operation_t, time_t* modification_time) {
-  *modification_time = -1;
-  return no_store_error();
-}
-
-tarvex_result_t tarvex_gridftp_server_register_read(tarvex_gfs_operation_t, unsigned char*, size_t,
-                                                    tarvex_gridftp_server_read_cb_t, void*) {
-  return no_store_error();
-}
-
-void tarvex_gridftp_server_update_bytes_recvd(tarvex_gfs_operation_t, tarvex_off_t) {}
 
 void tarvex_gridftp_server_finished_transfer(tarvex_gfs_operation_t op, tarvex_result_t result) {
   (void)operation_complete(*op, operation_kind::transfer, result);

@@ -34,8 +34,11 @@ void run_work(operation& op) noexcept {
 /// The operation is over and answered. The answer may start another one, or keep the session busy for a while.
 void hand_over(session& session) {
   std::unique_ptr<operation> over = std::move(session.running);
-  const bool large = over->transfer && over->transfer->sent_bytes() > TRIM_ABOVE_BYTES;
+  const bool large = over->transfer && over->transfer->moved_bytes() > TRIM_ABOVE_BYTES;
   session.busy = false;
+  // A folder above may have another name now, and the upload would end where its old one was.
+  if (!over->from_path.empty())
+    for (auto& [path, left] : session.unfinished) left.offset = 0;
   over->done(*over);
   over.reset();
   if (large) malloc_trim(0);

@@ -16,6 +16,7 @@
 namespace tarvex::server {
 
 struct session;
+class store;
 class transfer;
 
 /// Owns a result and the error object behind it.
@@ -30,6 +31,7 @@ class owned_result {
     return *this;
   }
   tarvex_result_t get() const { return result_; }
+  tarvex_result_t release() { return std::exchange(result_, TARVEX_SUCCESS); }
   bool ok() const { return result_ == TARVEX_SUCCESS; }
 
  private:
@@ -88,6 +90,7 @@ struct tarvex_gfs_operation_s {
 
   // Transfer, and listings over the data channel.
   std::shared_ptr<tarvex::server::transfer> transfer;
+  std::shared_ptr<tarvex::server::store> store;  ///< of a transfer to the storage
   std::mutex order_mutex;
   std::deque<tarvex::server::byte_range> ranges;         ///< guarded by order_mutex: not yet asked for
   tarvex_off_t next_offset = 0;                          ///< guarded by order_mutex: the next byte to send

@@ -8,8 +8,11 @@
 #include "operation_thread.h"
 #include "session.h"
 #include "session_loop.h"
+#include "transfer_store.h"
 
 #include <cstdint>
+#include <ctime>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -42,6 +45,8 @@ struct client_settings {
   char type = 'A';
   bool epsv_only = false;
   std::int64_t restart_offset = 0;
+  std::uint64_t announced_size = 0;    ///< of the next store; 0: none
+  std::time_t modification_time = -1;  ///< of the next stored file; -1: none
   std::string rename_from;  ///< of an RNFR just before; empty: none
   std::string hash_algorithm = "SHA1";
   unsigned mlst_facts = ~0U;  ///< bits in the order of the fact table
@@ -62,6 +67,7 @@ struct session {
   login_state login;
   storage_state storage;
   client_settings settings;
+  std::map<std::string, unfinished_store> unfinished;  ///< by path
   change_view others;  ///< operation thread
 
   tarvex_cancel_t cancel;  ///< bound to the operation thread

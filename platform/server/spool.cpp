@@ -46,11 +46,7 @@ int spool::append(std::span<const std::byte> bytes) {
   if (options_.limit_bytes != 0 && bytes.size() > options_.limit_bytes - size_) return EFBIG;
   int error = 0;
   if (in_memory() && bytes.size() <= options_.memory_bytes - size_) {
-    try {
-      memory_.insert(memory_.end(), bytes.begin(), bytes.end());
-    } catch (const std::bad_alloc&) {
-      error = ENOMEM;
-    }
+    error = append_to_memory(bytes);
   } else {
     if (in_memory()) error = move_to_file();
     if (error == 0) error = write_all(file_.get(), bytes, size_);
@@ -59,13 +55,38 @@ int spool::append(std::span<const std::byte> bytes) {
   return error;
 }
 
+int spool::append_to_memory(std::span<const std::byte> bytes) {
+  try {
+    while (blocks_.size() * BLOCK_BYTES < size_ + bytes.size())
+      blocks_.push_back(std::make_unique_for_overwrite<std::byte[]>(BLOCK_BYTES));
+  } catch (const std::bad_alloc&) {
+    return ENOMEM;
+  }
+  for (std::uint64_t offset = size_; !bytes.empty();) {
+    const std::span<std::byte> room = memory_at(offset);
+    const std::size_t count = std::min(room.size(), bytes.size());
+    std::copy_n(bytes.begin(), count, room.begin());
+    bytes = bytes.subspan(count);
+    offset += count;
+  }
+  return 0;
+}
+
+std::span<std::byte> spool::memory_at(std::uint64_t offset) const {
+  const std::size_t within = static_cast<std::size_t>(offset % BLOCK_BYTES);
+  return {blocks_[static_cast<std::size_t>(offset / BLOCK_BYTES)].get() + within, BLOCK_BYTES - within};
+}
+
 int spool::move_to_file() {
   descriptor file = open_unnamed(options_.directory.empty() ? default_directory() : options_.directory);
   if (file.get() < 0) return errno;
-  const int error = write_all(file.get(), memory_, 0);
-  if (error != 0) return error;
+  for (std::uint64_t offset = 0; offset < size_; offset += BLOCK_BYTES) {
+    const std::size_t held = static_cast<std::size_t>(std::min<std::uint64_t>(BLOCK_BYTES, size_ - offset));
+    const int error = write_all(file.get(), memory_at(offset).first(held), offset);
+    if (error != 0) return error;
+  }
   file_ = std::move(file);
-  memory_ = {};
+  blocks_.clear();
   return 0;
 }
 
@@ -73,10 +94,11 @@ int spool::read(std::uint64_t offset, std::span<std::byte> out, std::size_t& got
   got = 0;
   if (offset >= size_) return 0;
   const std::size_t wanted = static_cast<std::size_t>(std::min<std::uint64_t>(out.size(), size_ - offset));
-  if (in_memory()) {
-    std::copy_n(memory_.begin() + static_cast<std::ptrdiff_t>(offset), wanted, out.begin());
-    got = wanted;
-    return 0;
+  while (in_memory() && got < wanted) {
+    const std::span<std::byte> held = memory_at(offset + got);
+    const std::size_t count = std::min(held.size(), wanted - got);
+    std::copy_n(held.begin(), count, out.begin() + static_cast<std::ptrdiff_t>(got));
+    got += count;
   }
   while (got < wanted) {
     const ssize_t count = pread(file_.get(), out.data() + got, wanted - got, static_cast<off_t>(offset + got));

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 #include <utility>
@@ -38,10 +39,16 @@ class spool {
   [[nodiscard]] int read(std::uint64_t offset, std::span<std::byte> out, std::size_t& got) const;
 
  private:
+  /// Blocks, so that growing moves no bytes.
+  static constexpr std::size_t BLOCK_BYTES = 1 << 20;
+
+  [[nodiscard]] int append_to_memory(std::span<const std::byte> bytes);
   [[nodiscard]] int move_to_file();
+  /// What is held in memory from `offset` on, up to the end of a block.
+  std::span<std::byte> memory_at(std::uint64_t offset) const;
 
   spool_options options_;
-  std::vector<std::byte> memory_;
+  std::vector<std::unique_ptr<std::byte[]>> blocks_;
   descriptor file_;
   std::uint64_t size_ = 0;
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "data_receiver.h"
 #include "data_stream.h"
 
 #include <atomic>
@@ -13,7 +14,8 @@ namespace tarvex::server {
 
 struct session;
 
-/// One use of the data channel, from the 150 reply to the closed connection. The final reply is the caller's.
+/// One use of the data channel, from the 150 reply to the closed connection. The final reply is the caller's. It sends,
+/// unless it was told to receive before it begins.
 class transfer : public std::enable_shared_from_this<transfer> {
  public:
   /// Why the data channel ended before its time.
@@ -30,13 +32,22 @@ class transfer : public std::enable_shared_from_this<transfer> {
   void begin();
   bool begun() const { return begun_; }
   data_stream& stream() { return stream_; }
+  data_receiver& receiver() { return *receiver_; }  ///< of one that receives
+  bool receives() const { return receiver_ != nullptr; }
   const std::string& verb() const { return verb_; }
   const std::string& path() const { return path_; }
-  std::uint64_t sent_bytes() const { return stream_.sent_bytes(); }
+  /// Bytes that went out, or that came in.
+  std::uint64_t moved_bytes() const { return receiver_ ? receiver_->received_bytes() : stream_.sent_bytes(); }
 
   // I/O thread.
 
-  /// Ends it at once; the first failure counts.
+  /// Makes it receive exactly `expected` bytes; nothing: as many as come.
+  void receive(std::optional<std::uint64_t> expected);
+  /// What the client will be told; the first failure counts. Ends nothing by itself.
+  void note_failure(int code, const std::string& text);
+  /// Adds a sentence to the failure.
+  void explain_failure(const std::string& more);
+  /// Ends it at once.
   void fail(int code, const std::string& text);
   /// Ends it: sends what is there when `success`, or drops it, closes the data connection, then calls `over`.
   void finish(bool success, std::function<void()> over);
@@ -52,6 +63,7 @@ class transfer : public std::enable_shared_from_this<transfer> {
   std::atomic<bool> begun_{false};
   std::optional<failure> failed_;
   data_stream stream_;
+  std::unique_ptr<data_receiver> receiver_;
 };
 
 }  // namespace tarvex::server
