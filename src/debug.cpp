@@ -22,14 +22,14 @@ tarvex_debug_handle_t& handle = tarvex_i_TARVEX_BOX_debug_handle;
 void tarvex_l_box_debug_vprintf(const char* format, va_list arguments) {
   if (handle.file == nullptr) return;
   if (!handle.thread_ids) {
-    (void)std::vfprintf(handle.file, format,
-                        arguments);  // NOLINT(clang-analyzer-valist.Uninitialized): the caller has started it
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the caller has started it
+    (void)std::vfprintf(handle.file, format, arguments);
     return;
   }
   std::array<char, format_size> full{};
   (void)std::snprintf(full.data(), full.size(), "%lu::%s", tarvex_thread_self(), format);
-  (void)std::vfprintf(handle.file, full.data(),
-                      arguments);  // NOLINT(clang-analyzer-valist.Uninitialized): the caller has started it
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the caller has started it
+  (void)std::vfprintf(handle.file, full.data(), arguments);
 }
 
 void tarvex_l_box_debug_time_vprintf(const char* format, va_list arguments) {
@@ -45,8 +45,8 @@ void tarvex_l_box_debug_time_vprintf(const char* format, va_list arguments) {
   } else {
     (void)std::snprintf(full.data(), full.size(), "%lu.%.9lu::%s", seconds, nanoseconds, format);
   }
-  (void)std::vfprintf(handle.file, full.data(),
-                      arguments);  // NOLINT(clang-analyzer-valist.Uninitialized): the caller has started it
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the caller has started it
+  (void)std::vfprintf(handle.file, full.data(), arguments);
 }
 
 }  // namespace
