@@ -45,6 +45,7 @@ TEST_F(SessionTest, FeatListsWhatWorks) {
   EXPECT_EQ(command("FEAT"),
             "211-Extensions supported:\r\n CLNT\r\n EPRT\r\n EPSV\r\n HOST\r\n MDTM\r\n"
             " MLST type*;size*;modify*;perm*;UNIX.mode*;unique*;\r\n REST STREAM\r\n SIZE\r\n TVFS\r\n UTF8\r\n"
+            " HASH SHA-1*;MD5;SHA-256;SHA-512;CRC32\r\n XCRC\r\n XMD5\r\n XSHA1\r\n XSHA256\r\n"
             "211 End.\r\n");
 }
 

@@ -30,6 +30,9 @@ void stat(tarvex_gfs_operation_t op, tarvex_gfs_stat_info_t* info, void*) {
 void send(tarvex_gfs_operation_t op, tarvex_gfs_transfer_info_t* info, void*) {
   current->send(op, info);
 }
+void command(tarvex_gfs_operation_t op, tarvex_gfs_command_info_t* info, void*) {
+  current->command(op, info);
+}
 
 const tarvex_gfs_storage_iface_t INTERFACE = {.descriptor = 0x6b,
                                               .init_func = start,
@@ -41,7 +44,7 @@ const tarvex_gfs_storage_iface_t INTERFACE = {.descriptor = 0x6b,
                                               .active_func = nullptr,
                                               .passive_func = nullptr,
                                               .data_destroy_func = nullptr,
-                                              .command_func = nullptr,
+                                              .command_func = command,
                                               .stat_func = stat,
                                               .set_cred_func = nullptr,
                                               .buffer_send_func = nullptr,
@@ -204,6 +207,7 @@ void SessionTest::connect(bool ipv6) {
   session_setup setup;
   setup.config = &config;
   setup.storage = &storage_;
+  setup.changes = &changes;
   setup.control_socket = listener.accept().release();
   std::packaged_task<int()> task([setup] { return session_run(setup); });
   status_ = task.get_future();
