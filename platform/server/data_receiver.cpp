@@ -72,6 +72,7 @@ struct data_receiver::state : std::enable_shared_from_this<state> {
   state(event_loop& event_loop, rules with)
       : loop(event_loop),
         rule(std::move(with)),
+        window(rule.window_bytes),
         stall_check(event_loop),
         partly_filled(event_loop),
         grace(event_loop) {}
@@ -92,7 +93,7 @@ struct data_receiver::state : std::enable_shared_from_this<state> {
   std::size_t filled = 0;     // bytes in the first read's buffer
   bool rest_awaited = false;  // by the first read, since a while
   bool hurried = false;       // the first read has waited long enough
-  byte_ring window{WINDOW_BYTES};
+  byte_ring window;
   std::uint64_t handed_out = 0;
   bool waiting = false;
   bool ended = false, broken = false;

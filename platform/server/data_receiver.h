@@ -40,9 +40,8 @@ struct data_read {
 /// States: waiting for its connection, open, ended or broken off (what came before is still handed out), over.
 class data_receiver {
  public:
-  static constexpr std::size_t WINDOW_BYTES = 16 << 20;
-
   struct rules {
+    std::size_t window_bytes = 0;             ///< of memory for what comes ahead of reads
     std::chrono::milliseconds stall_limit{};  ///< how long the peer may send nothing
     std::optional<std::uint64_t> expected;    ///< exactly so many bytes must come; nothing: as many as come
     std::function<bool()> peer_present;       ///< I/O thread: whether the control connection is there

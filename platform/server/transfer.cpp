@@ -18,8 +18,9 @@ transfer::transfer(session& session, std::string verb, std::string path)
       stream_(session.loop, std::chrono::seconds(session.setup.config->idle_timeout_s),
               [&session](const std::string& why) { operation_cancel(session, 426, why); }) {}
 
-void transfer::receive(std::optional<std::uint64_t> expected) {
+void transfer::receive(std::optional<std::uint64_t> expected, std::size_t window_bytes) {
   data_receiver::rules rules;
+  rules.window_bytes = window_bytes;
   rules.stall_limit = std::chrono::seconds(session_.setup.config->idle_timeout_s);
   rules.expected = expected;
   rules.peer_present = [this] { return session_.control.present(); };

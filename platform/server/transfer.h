@@ -41,8 +41,8 @@ class transfer : public std::enable_shared_from_this<transfer> {
 
   // I/O thread.
 
-  /// Makes it receive exactly `expected` bytes; nothing: as many as come.
-  void receive(std::optional<std::uint64_t> expected);
+  /// Makes it receive exactly `expected` bytes; nothing: as many as come. `window_bytes` may wait to be read.
+  void receive(std::optional<std::uint64_t> expected, std::size_t window_bytes);
   /// What the client will be told; the first failure counts. Ends nothing by itself.
   void note_failure(int code, const std::string& text);
   /// Adds a sentence to the failure.

@@ -17,6 +17,8 @@ namespace tarvex::server {
 namespace {
 
 constexpr int DEFAULT_CHUNKED_MINIMUM = 50 << 20;
+constexpr std::size_t READ_AHEAD_BYTES = 16 << 20;  // while the plug-in is busy with what it has read
+constexpr std::size_t SPOOL_AHEAD_BYTES = 1 << 20;  // a disk is not waited for as long
 constexpr std::size_t BLOCK_BYTES = 1 << 20;
 constexpr std::size_t BLOCKS = 3;  // one is written while others are filled
 
@@ -90,7 +92,7 @@ store::store(session& session, std::shared_ptr<transfer> channel, const store_re
     : session_(session), channel_(std::move(channel)), request_(request) {
   std::optional<std::uint64_t> expected;
   if (request.size > 0) expected = request.size - request.offset;
-  channel_->receive(expected);
+  channel_->receive(expected, expected ? READ_AHEAD_BYTES : SPOOL_AHEAD_BYTES);
 }
 
 store::~store() = default;
