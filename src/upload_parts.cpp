@@ -3,6 +3,7 @@
 #include "trace.h"
 
 #include <cstdlib>
+#include <future>
 
 using tarvex::box::error_ftp;
 using tarvex::box::error_generic;
@@ -26,19 +27,24 @@ struct part_upload {
   unsigned char* data() const { return reinterpret_cast<unsigned char*>(buffer.get()); }
 };
 
-/// Adds the part to the digests of the whole file. \param header  takes the part's own, as its header has it
-tarvex_result_t tarvex_l_box_part_digest(part_upload& parts, size_t length, std::string& header) {
+/// The part's own digest, as its header has it.
+tarvex_result_t tarvex_l_box_part_digest(const part_upload& parts, size_t length, std::string& header) {
   tarvex::box::sha1_digest digest{};
-  const unsigned char* const data = parts.data();
-  if (!tarvex::box::sha1_of(data, length, digest)) return error_generic(source, "Failed generating part hash.");
-  if (!tarvex::box::sha1_update(parts.upload->sha1_ctx, data, length)) {
-    return error_generic(source, "Failed updating file sha1 hash.");
-  }
-  if (!tarvex::box::md5_update(parts.upload->md5_ctx, data, length)) {
-    return error_generic(source, "Failed updating file md5 hash.");
+  if (!tarvex::box::sha1_of(parts.data(), length, digest)) {
+    return error_generic(source, "Failed generating part hash.");
   }
   header = tarvex::box::digest_header(digest);
   return TARVEX_SUCCESS;
+}
+
+/// Adds the part to the digests of the whole file, on a thread of its own: what needs them comes last, and the part can
+/// be on its way meanwhile. \return what failed; null: nothing did
+std::future<const char*> tarvex_l_box_file_digests_add(const part_upload& parts, size_t length) {
+  return std::async([upload = parts.upload, data = parts.data(), length]() -> const char* {
+    if (!tarvex::box::sha1_update(upload->sha1_ctx, data, length)) return "Failed updating file sha1 hash.";
+    if (!tarvex::box::md5_update(upload->md5_ctx, data, length)) return "Failed updating file md5 hash.";
+    return nullptr;
+  });
 }
 
 /// "bytes FIRST-LAST/TOTAL" of a part.
@@ -75,9 +81,13 @@ tarvex_result_t tarvex_l_box_part(part_upload& parts, tarvex::box::read_monitor&
   tarvex_result_t result = monitor.fill(parts.op, parts.data(), parts.upload->part_size, last);
   std::string digest;
   if (result == TARVEX_SUCCESS) result = tarvex_l_box_part_digest(parts, monitor.length(), digest);
-  tarvex::box::answer sent;
-  if (result == TARVEX_SUCCESS) result = tarvex_l_box_part_put(parts, index, monitor.length(), digest, sent);
   if (result != TARVEX_SUCCESS) return result;
+  std::future<const char*> added = tarvex_l_box_file_digests_add(parts, monitor.length());
+  tarvex::box::answer sent;
+  result = tarvex_l_box_part_put(parts, index, monitor.length(), digest, sent);
+  const char* const failure = added.get();
+  if (result != TARVEX_SUCCESS) return result;
+  if (failure != nullptr) return error_generic(source, failure);
   if (!sent.document) return tarvex::box::error_memory();
   json_t* const part = json_object_get(sent.document.get(), "part");
   complete = part != nullptr;
