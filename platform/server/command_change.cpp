@@ -16,8 +16,9 @@ void remove_item(session& session, tarvex_gfs_command_type_t type, std::string_v
   storage_command command;
   command.type = type;
   command.path = *path;
-  command_start(command_make(session, verb, std::move(command)),
-                [](operation& over) { session_reply(over.session, 250, over.path + " is deleted."); });
+  auto op = command_make(session, verb, std::move(command));
+  op->removes = true;
+  command_start(std::move(op), [](operation& over) { session_reply(over.session, 250, over.path + " is deleted."); });
 }
 
 }  // namespace

@@ -29,7 +29,9 @@ void refuse_form(session& session, const site_row& row) {
 
 void site_start(session& session, const site_row& row, storage_command command) {
   command.type = row.type;
-  command_start(command_make(session, "SITE " + std::string(row.word), std::move(command)),
+  auto op = command_make(session, "SITE " + std::string(row.word), std::move(command));
+  op->removes = row.type == TARVEX_GFS_CMD_SITE_RDEL;
+  command_start(std::move(op),
                 [](operation& over) { session_reply(over.session, 250, over.text.value_or(over.verb + " is done.")); });
 }
 

@@ -8,6 +8,19 @@
 
 namespace tarvex::server {
 
+namespace {
+
+/// Runs a stat inside the work of `op`, which answers for a misuse.
+owned_result run_inside(operation& op, operation& inner, bool file_only) {
+  tarvex_gfs_stat_info_t info{file_only, false, false, true, inner.path.c_str()};
+  op.session.setup.storage->interface->stat_func(&inner, &info, op.session.storage.session);
+  if (inner.finished && !inner.misused) return std::move(inner.result);
+  op.misused = true;
+  return owned_result(TARVEX_FAILURE);
+}
+
+}  // namespace
+
 bool item_stat::folder() const {
   return S_ISDIR(stat.mode);
 }
@@ -36,14 +49,13 @@ owned_result stat_inside(operation& op, const std::string& path, std::optional<i
   inner->batch = [&item](const tarvex_gridftp_server_control_stat_t* entries, int count) {
     if (count > 0) item.emplace(item_stat{entries[0]});
   };
-  tarvex_gfs_stat_info_t info{true, false, false, true, inner->path.c_str()};
-  op.session.setup.storage->interface->stat_func(inner.get(), &info, op.session.storage.session);
-  if (!inner->finished || inner->misused) {
-    op.misused = true;
-    return owned_result(TARVEX_FAILURE);
-  }
+  owned_result result = run_inside(op, *inner, true);
   if (item) item->stat.name = item->stat.symlink_target = nullptr;
-  return std::move(inner->result);
+  return result;
+}
+
+owned_result list_inside(operation& op, const std::string& path) {
+  return run_inside(op, *operation_make(op.session, operation_kind::stat, op.verb, path), false);
 }
 
 void stat_start(session& session, std::string_view verb, const std::string& path, stat_call found) {

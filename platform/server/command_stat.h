@@ -18,6 +18,9 @@ struct item_stat {
 /// \param item  stays empty when the storage fails
 owned_result stat_inside(operation& op, const std::string& path, std::optional<item_stat>& item);
 
+/// Has a folder listed inside the work of another operation, for what the storage learns by it. Operation thread.
+owned_result list_inside(operation& op, const std::string& path);
+
 /// Called when a stat came out well.
 using stat_call = std::function<void(session& session, const item_stat& item)>;
 

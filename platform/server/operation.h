@@ -66,6 +66,7 @@ struct tarvex_gfs_operation_s {
 
   // What it means to the account's other sessions, and they to it: see operation_relist.h.
   bool changes = false;              ///< changes what is stored
+  bool removes = false;              ///< removes the item `path`
   bool lists = false;                ///< lists the folder `path`
   bool existing_may_be_new = false;  ///< PATH_EXISTS may mean that another session was quicker
   std::function<bool(tarvex_gfs_operation_s&)> rewind;

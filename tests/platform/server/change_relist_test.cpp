@@ -75,6 +75,10 @@ class RelistTest : public SessionTest {
     if (info.command == TARVEX_GFS_CMD_MKD && folder(there, path) && !folder(known, path))
       result = error("PATH_EXISTS");
     if (info.command == TARVEX_GFS_CMD_DELE) result = tarvex_error_put(nullptr);
+    if (info.command == TARVEX_GFS_CMD_RMD && there.contains(path + "/full")) {
+      result = error("PATH_EXISTS");
+      known.erase(path + "/");
+    }
     tarvex_gridftp_server_finished_command(op, result, nullptr);
   }
 
@@ -110,6 +114,19 @@ TEST_F(RelistTest, MissingItemsAreLookedForOnceAfterChangesOfOthers) {
   expect("MKD /a/quick", "257", "run /a/quick;again /a;run /a/quick;");
   EXPECT_EQ(command("STAT /a").substr(0, 4), "213-");
   EXPECT_EQ(asked(), "list /a;");
+}
+
+/// The storage forgets what it could not remove, and takes the listing of the folder around it for complete.
+TEST_F(RelistTest, ARefusedRemovalHidesNothing) {
+  there.insert({"/a/b/", "/a/b/full"});
+  known.insert("/a/b/");
+  EXPECT_EQ(command("RMD /a/b").substr(0, 4), "553 ");
+  EXPECT_EQ(command("SIZE /a/other").substr(0, 4), "550-");
+  EXPECT_EQ(asked(), "run /a/b;");
+  EXPECT_EQ(command("SIZE /a/b/full").substr(0, 4), "213 ");
+  EXPECT_EQ(asked(), "again /a;");
+  EXPECT_EQ(command("SIZE /a/b/none").substr(0, 4), "550-");
+  EXPECT_EQ(asked(), "");
 }
 
 TEST_F(RelistTest, BothPathsOfARenameAreListed) {

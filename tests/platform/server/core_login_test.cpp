@@ -19,7 +19,7 @@ TEST_F(SessionTest, AnswersBeforeLogin) {
       {"RETR file", "530 "},
       {"PASV", "530 "},
       {"STAT", "530 "},
-      {"STOR file", "502 "},
+      {"ACCT x", "502 "},
       {std::string("USER a\0b", 8), "501 "},
       {"USER", "501 "},
       {"NOOP", "200 "},
