@@ -65,40 +65,46 @@ struct file_range {
   std::int64_t end = -1;  ///< not included; -1: the file's
 };
 
-/// Numbers are taken for a range behind a path between quotes, or when they are two: a name may end in a number.
-std::optional<file_range> range_parse(std::string_view argument) {
+std::optional<file_range> range_of_quoted(std::string_view argument) {
+  auto path = path_take(argument);
+  if (!path) return std::nullopt;
   file_range range;
-  const bool quoted = argument.starts_with('"');
-  std::string_view rest = argument;
-  if (quoted) {
-    auto path = path_take(rest);
-    if (!path) return std::nullopt;
-    range.path = std::move(*path);
-    if (rest.empty()) return range;
-    const auto start = parse_integer(take_word(rest));
-    const auto end = rest.empty() ? std::optional<std::int64_t>(-1) : parse_integer(rest);
-    if (!start || !end || (!rest.empty() && *end < *start)) return std::nullopt;
-    range.start = *start;
-    range.end = *end;
-    return range;
-  }
-  range.path = argument;
-  const std::size_t second = argument.rfind(' ');
-  if (second == std::string_view::npos || second == 0) return range;
-  const std::size_t first = argument.rfind(' ', second - 1);
-  if (first == std::string_view::npos || first == 0) return range;
-  const auto start = parse_integer(argument.substr(first + 1, second - first - 1));
-  const auto end = parse_integer(argument.substr(second + 1));
-  if (!start || !end) return range;
-  if (*end < *start) return std::nullopt;
-  return file_range{std::string(argument.substr(0, first)), *start, *end};
+  range.path = std::move(*path);
+  if (argument.empty()) return range;
+  const auto start = parse_integer(take_word(argument));
+  if (!start || *start < 0) return std::nullopt;
+  range.start = *start;
+  if (argument.empty()) return range;
+  const auto end = parse_integer(argument);
+  if (!end || *end < *start) return std::nullopt;
+  range.end = *end;
+  return range;
+}
+
+/// Cuts the last word off, with the blank before it; nothing when it is no number or nothing stands before it.
+std::optional<std::int64_t> take_last_number(std::string_view& text) {
+  const std::size_t blank = text.rfind(' ');
+  if (blank == std::string_view::npos || blank == 0) return std::nullopt;
+  const auto number = parse_integer(text.substr(blank + 1));
+  if (number) text = text.substr(0, blank);
+  return number;
+}
+
+/// Behind a path without quotes only two numbers are taken for a range: a name may end in one.
+std::optional<file_range> range_parse(std::string_view argument) {
+  if (argument.starts_with('"')) return range_of_quoted(argument);
+  std::string_view path = argument;
+  const auto end = take_last_number(path);
+  const auto start = end ? take_last_number(path) : std::nullopt;
+  if (!start) return file_range{std::string(argument)};
+  if (*start < 0 || *end < *start) return std::nullopt;
+  return file_range{std::string(path), *start, *end};
 }
 
 /// XCRC and its like, which have no standard: 250 and the digest, as clients that know them expect.
 void x_command(session& session, std::string_view verb, std::string_view algorithm, std::string_view argument) {
   const auto range = range_parse(argument);
-  if (!range || range->start < 0)
-    return session_reply(session, 501, std::string(verb) + " takes a path, or \"path\" start end.");
+  if (!range) return session_reply(session, 501, std::string(verb) + " takes a path, or \"path\" start end.");
   const auto path = path_argument(session, range->path);
   if (!path) return;
   checksum_request request;

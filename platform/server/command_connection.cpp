@@ -1,8 +1,8 @@
 #include "command_handlers.h"
 #include "session_state.h"
+#include "text.h"
 
 #include <arpa/inet.h>
-#include <strings.h>
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -105,7 +105,7 @@ void command_pasv(session& session, const std::string&) {
 
 /// RFC 2428 section 3. The only protocol that works is that of the control connection.
 void command_epsv(session& session, const std::string& argument) {
-  if (argument.size() == 3 && strncasecmp(argument.c_str(), "ALL", 3) == 0) {
+  if (same_word(argument, "ALL")) {
     session.settings.epsv_only = true;
     return session_reply(session, 200, "Only EPSV from now on.");
   }

@@ -84,17 +84,10 @@ void site_link(session& session, const site_row& row, std::string_view argument)
   start_on_path(session, row, *to, std::move(command));
 }
 
-void site_assertion(session& session, const site_row& row, std::string_view argument) {
-  if (argument.empty()) return refuse_form(session, row);
-  storage_command command;
-  command.assertion = argument;
-  site_start(session, row, std::move(command));
-}
-
 void site_text(session& session, const site_row& row, std::string_view argument) {
   if (argument.empty()) return refuse_form(session, row);
   storage_command command;
-  command.text = argument;
+  (row.type == TARVEX_GFS_CMD_SITE_AUTHZ_ASSERT ? command.assertion : command.text) = argument;
   site_start(session, row, std::move(command));
 }
 
@@ -113,7 +106,7 @@ void site_help(session& session, const site_row& row, std::string_view argument)
 
 //   word, handler, type, help
 constexpr auto ROWS = std::to_array<site_row>({
-    {"AUTHZ_ASSERT", site_assertion, TARVEX_GFS_CMD_SITE_AUTHZ_ASSERT, "assertion"},
+    {"AUTHZ_ASSERT", site_text, TARVEX_GFS_CMD_SITE_AUTHZ_ASSERT, "assertion"},
     {"CHGRP", site_group, TARVEX_GFS_CMD_SITE_CHGRP, "group path"},
     {"CHMOD", site_mode, TARVEX_GFS_CMD_SITE_CHMOD, "octal-mode path"},
     {"CHROOT", site_path, TARVEX_GFS_CMD_SITE_CHROOT, "path"},

@@ -2,23 +2,21 @@
 #include "command_stat.h"
 #include "operation_send.h"
 #include "session_state.h"
+#include "text.h"
 #include "transfer.h"
 #include "transfer_reply.h"
 
-#include <charconv>
 #include <utility>
 
 namespace tarvex::server {
 
 void command_rest(session& session, const std::string& argument) {
-  std::int64_t offset = 0;
-  const char* const end = argument.data() + argument.size();
-  const auto [parsed, error] = std::from_chars(argument.data(), end, offset);
+  const auto offset = parse_integer(argument);
   session.settings.restart_offset = 0;
-  if (error != std::errc() || parsed != end || offset < 0)
+  if (!offset || *offset < 0)
     return session_reply(session, 501, "REST takes an offset in bytes from 0 to 9223372036854775807.");
-  session.settings.restart_offset = offset;
-  session_reply(session, 350, "Restarting at " + std::to_string(offset) + "; send RETR or STOR.");
+  session.settings.restart_offset = *offset;
+  session_reply(session, 350, "Restarting at " + std::to_string(*offset) + "; send RETR or STOR.");
 }
 
 void command_retr(session& session, const std::string& argument) {

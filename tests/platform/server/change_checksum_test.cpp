@@ -68,6 +68,7 @@ TEST_F(SessionTest, ChecksumsComeFromTheStorageOrFromWhatItSends) {
       {"XSHA256 f 2 5", "[2,3]", "250 " + digest("SHA256", part(2, 3))},
       {"XSHA1 \"f\" 2", "[2,-1]", "250 " + digest("SHA1", part(2, 18))},
       {"XCRC \"f\" 5 2", "", "501 "},
+      {"XCRC f 5 2", "", "501 "},
       {"XCRC \"f", "", "501 "},
       {"XCRC \"f\" -1 2", "", "501 "},
       {"CKSM MD5 21 -1 f", "", "501 "},
