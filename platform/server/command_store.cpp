@@ -139,8 +139,8 @@ store_request request_take(client_settings& settings) {
 void command_allo(session& session, const std::string& argument) {
   std::string_view rest = argument;
   const auto size = parse_integer(take_word(rest));
-  const bool record = same_word(take_word(rest), "R");
-  const bool good = record ? parse_integer(rest).value_or(-1) >= 0 : rest.empty() && !argument.ends_with(' ');
+  const std::string_view word = take_word(rest);
+  const bool good = word.empty() || (same_word(word, "R") && parse_integer(rest).value_or(-1) >= 0);
   if (!size || *size < 0 || !good) return session_reply(session, 501, "ALLO takes a size in bytes, or size R size.");
   session.settings.announced_size = static_cast<std::uint64_t>(*size);
   session_reply(session, 200, "The next store has " + std::to_string(*size) + " bytes.");

@@ -30,6 +30,9 @@ void stat(tarvex_gfs_operation_t op, tarvex_gfs_stat_info_t* info, void*) {
 void send(tarvex_gfs_operation_t op, tarvex_gfs_transfer_info_t* info, void*) {
   current->send(op, info);
 }
+void recv(tarvex_gfs_operation_t op, tarvex_gfs_transfer_info_t* info, void*) {
+  current->recv(op, info);
+}
 void command(tarvex_gfs_operation_t op, tarvex_gfs_command_info_t* info, void*) {
   current->command(op, info);
 }
@@ -39,7 +42,7 @@ const tarvex_gfs_storage_iface_t INTERFACE = {.descriptor = 0x6b,
                                               .destroy_func = destroy,
                                               .list_func = nullptr,
                                               .send_func = send,
-                                              .recv_func = nullptr,
+                                              .recv_func = recv,
                                               .trev_func = nullptr,
                                               .active_func = nullptr,
                                               .passive_func = nullptr,
@@ -134,7 +137,7 @@ void loopback_socket::write(const std::string& bytes) const {
 
 std::string loopback_socket::read(std::size_t most) const {
   std::string bytes(most, '\0');
-  const ssize_t count = recv(descriptor_, bytes.data(), bytes.size(), 0);
+  const ssize_t count = ::recv(descriptor_, bytes.data(), bytes.size(), 0);
   EXPECT_FALSE(count < 0 && errno == EAGAIN) << "nothing came for " << READ_LIMIT_S << " s";
   bytes.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
   return bytes;

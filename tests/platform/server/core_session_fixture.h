@@ -49,6 +49,7 @@ struct storage_script {
   std::function<void(tarvex_gfs_operation_t, tarvex_gfs_session_info_t*)> start;
   std::function<void(tarvex_gfs_operation_t, tarvex_gfs_stat_info_t*)> stat;
   std::function<void(tarvex_gfs_operation_t, tarvex_gfs_transfer_info_t*)> send;
+  std::function<void(tarvex_gfs_operation_t, tarvex_gfs_transfer_info_t*)> recv;
   std::function<void(tarvex_gfs_operation_t, tarvex_gfs_command_info_t*)> command;
   std::atomic<int> destroyed{0};
 };

@@ -1,0 +1,220 @@
+#include "store_fixture.h"
+
+#include <chrono>
+#include <csignal>
+
+namespace tarvex::server::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr const char* LARGE = "ALLO 60000000";  // above the size from which storages send parts
+constexpr std::size_t PART = 1'000'000;
+
+/// A storage that sends parts: fills a buffer, piece by piece if need be. \return whether it was filled.
+bool part_fill(tarvex_gfs_operation_t op, std::size_t limit) {
+  struct monitor {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::size_t length = 0;
+    bool eof = false, done = false;
+  } state;
+  std::string buffer(PART, '\0');
+  const auto callback = [](auto, tarvex_result_t, unsigned char*, size_t nbytes, tarvex_off_t, bool eof, void* to) {
+    auto& over = *static_cast<monitor*>(to);
+    const std::lock_guard lock(over.mutex);
+    over.length += nbytes;
+    over.eof = eof;
+    over.done = true;
+    over.changed.notify_all();
+  };
+  std::unique_lock lock(state.mutex);  // held while registering
+  while (!state.eof && state.length < PART) {
+    state.done = false;
+    const tarvex_result_t refused =
+        tarvex_gridftp_server_register_read(op, reinterpret_cast<unsigned char*>(buffer.data()) + state.length,
+                                            std::min(limit, PART - state.length), callback, &state);
+    tarvex_result_release(refused);
+    if (refused != TARVEX_SUCCESS) return false;
+    state.changed.wait(lock, [&] { return state.done; });
+  }
+  return state.length == PART;
+}
+
+enum class moment { no_connection, in_the_data, storage_busy };
+enum class stroke { abort, client_lost, termination };
+
+/// Whatever happens to a store in its course: it ends at once, and the storage sees no end of the data.
+TEST_F(StoreTest, InterruptedStoresEndPromptly) {
+  for (const bool announced : {false, true}) {
+    for (const auto when : {moment::no_connection, moment::in_the_data, moment::storage_busy}) {
+      for (const auto how : {stroke::abort, stroke::client_lost, stroke::termination}) {
+        SCOPED_TRACE(testing::Message() << announced << static_cast<int>(when) << static_cast<int>(how));
+        std::promise<void> busy;
+        script.recv = [&](auto op, auto* info) {
+          note(op, info);
+          tarvex_gridftp_server_begin_transfer(op, 0, nullptr);
+          const timespec long_time{60, 0};
+          if (when == moment::storage_busy) {
+            busy.set_value();
+            EXPECT_EQ(tarvex_sleep(&long_time), ECANCELED);
+          }
+          take_all(op, PART);
+          tarvex_gridftp_server_finished_transfer(op, TARVEX_FAILURE);
+        };
+        seen = {};
+        log_in();
+        loopback_socket data;
+        if (when == moment::no_connection)
+          command("EPSV");
+        else
+          data = passive();
+        if (announced) command("ALLO 5000");
+        EXPECT_EQ(command("STOR new").substr(0, 4), "150 ");
+        if (when == moment::in_the_data) data.write("some");
+        if (when == moment::storage_busy && announced) data.write("some");
+        if (when == moment::storage_busy && !announced) data.close();
+        if (when == moment::storage_busy) busy.get_future().wait();
+        const auto start = std::chrono::steady_clock::now();
+        if (how == stroke::abort) {
+          EXPECT_EQ(command("ABOR").substr(0, 4), "426 ");
+          EXPECT_EQ(reply().substr(0, 4), "226 ");
+          EXPECT_EQ(command("NOOP").substr(0, 4), "200 ");
+        }
+        if (how == stroke::termination) {
+          raise(SIGTERM);
+          EXPECT_EQ(reply().substr(0, 4), "421 ");
+          EXPECT_TRUE(ended());
+        }
+        close_session();
+        EXPECT_LT(std::chrono::steady_clock::now() - start, 1s);
+        EXPECT_FALSE(seen.good_end);
+      }
+    }
+  }
+}
+
+/// A killed process closes both connections, in any order; what it has sent looks whole when no size was announced.
+TEST_F(StoreTest, ClientsThatAreGoneHaveNotSentEverything) {
+  for (const bool announced : {false, true}) {
+    for (const bool data_first : {false, true}) {
+      seen = {};
+      log_in();
+      loopback_socket data = passive();
+      if (announced) command("ALLO 4");
+      EXPECT_EQ(command("STOR new").substr(0, 4), "150 ");
+      data.write("some");
+      if (data_first) data.close();
+      control.close();
+      data.close();
+      close_session();
+      EXPECT_FALSE(seen.good_end);
+      EXPECT_EQ(calls, announced ? 1 : 0);
+      calls = 0;
+    }
+  }
+}
+
+TEST_F(StoreTest, BrokenAndSilentDataConnectionsAreNoEnd) {
+  config.idle_timeout_s = 1;
+  log_in();
+  for (const bool announced : {false, true}) {
+    for (const bool reset : {false, true}) {
+      loopback_socket data = passive();
+      if (announced) command("ALLO 4");
+      EXPECT_EQ(command("STOR new").substr(0, 4), "150 ");
+      data.write("some");
+      while (command("STAT").find(" 4 bytes received") == std::string::npos) continue;
+      if (reset) data.reset();
+      const std::string answer = reply();
+      EXPECT_EQ(answer.substr(0, reset ? 30 : 41),
+                reset ? "426 The data connection broke:" : "426 The client sent no data for too long.");
+      EXPECT_FALSE(seen.good_end);
+      EXPECT_EQ(command("NOOP").substr(0, 4), "200 ");
+    }
+  }
+}
+
+TEST_F(StoreTest, SuccessWithoutAllDataIsNone) {
+  log_in();
+  script.recv = [&](auto op, auto*) {
+    tarvex_gridftp_server_begin_transfer(op, 0, nullptr);
+    EXPECT_EQ(read_register(op, 4).get().bytes, "some");
+    tarvex_gridftp_server_finished_transfer(op, TARVEX_SUCCESS);
+  };
+  for (const char* line : {"NOOP", "ALLO 4"}) {
+    command(line);
+    EXPECT_EQ(store("new", "some").substr(0, 4), "451 ");
+  }
+}
+
+/// An upload that was cut off goes on where its first unfinished part begins, and nowhere else.
+TEST_F(StoreTest, CutUploadsGoOnAtOnePlace) {
+  for (const std::size_t limit : {PART, std::size_t{300'000}}) {  // a part in one read, and in several
+    script.recv = [&](auto op, auto* info) {
+      note(op, info);
+      if (!info->truncate) return tarvex_gridftp_server_finished_transfer(op, not_found("/new"));
+      tarvex_gridftp_server_begin_transfer(op, 0, nullptr);
+      while (part_fill(op, limit)) continue;
+      tarvex_gridftp_server_finished_transfer(op, TARVEX_FAILURE);
+    };
+    log_in();
+    command(LARGE);
+    const std::string cut = store("new", std::string(3 * PART + 5, 'x'));
+    EXPECT_NE(cut.find("send REST 3000000 and STOR"), std::string::npos) << cut;
+    struct {
+      std::string rest, allo, path, expected;
+      bool asked;
+    } const rows[] = {
+        {"REST 2000000", "NOOP", "new", "553 This upload can go on with REST 3000000 only.", false},
+        {"REST 3000005", "NOOP", "new", "553 ", false},
+        {"REST 3000000", "ALLO 59999999", "new", "553 ", false},
+        {"REST 3000000", "ALLO 60000000", "other", "553 ", false},
+        {"REST 3000000", "ALLO 60000000", "new", "550-PATH_NOT_FOUND", true},
+        {"REST 3000000", "ALLO 57000000", "new", "550-PATH_NOT_FOUND", true},
+        {"REST 3000000", "STRU F", "new", "550-PATH_NOT_FOUND", true},
+    };
+    for (const auto& row : rows) {
+      seen = {};
+      const loopback_socket data = passive();
+      command(row.allo == "NOOP" ? "STRU F" : row.allo);
+      command(row.rest);
+      EXPECT_EQ(command("STOR " + row.path).substr(0, row.expected.size()), row.expected) << row.rest << row.allo;
+      EXPECT_EQ(seen.offset, row.asked ? 3'000'000 : 0);
+      EXPECT_EQ(seen.length, row.asked ? -1 : 0);
+      EXPECT_EQ(seen.info.alloc_size, row.asked ? 60'000'000U : 0U);
+    }
+    close_session();
+  }
+}
+
+/// What a storage keeps of a failed upload is in the way of one that starts afresh, so its session starts afresh too.
+TEST_F(StoreTest, FailedUploadsMayBeTriedAgain) {
+  int starts = 0;
+  const auto start = script.start;
+  script.start = [&](auto op, auto* info) {
+    ++starts;
+    EXPECT_STREQ(info->username, "alice");
+    start(op, info);
+  };
+  log_in();
+  command(LARGE);
+  EXPECT_EQ(store("new", "x").substr(0, 4), "426 ");
+  EXPECT_EQ(store("other", "x").substr(0, 4), "226 ");
+  EXPECT_EQ(starts, 1);
+  EXPECT_EQ(store("new", "x").substr(0, 4), "226 ");
+  EXPECT_EQ(starts, 2);
+  EXPECT_EQ(script.destroyed, 1);
+  EXPECT_EQ(store("new", "x").substr(0, 4), "226 ");
+  EXPECT_EQ(starts, 2);
+  command(LARGE);
+  EXPECT_EQ(store("new", "x").substr(0, 4), "426 ");
+  script.start = [](auto op, auto*) {
+    tarvex_gridftp_server_finished_session_start(op, not_found("/"), nullptr, nullptr, nullptr);
+  };
+  EXPECT_EQ(store("new", "x").substr(0, 4), "421 ");
+  EXPECT_TRUE(ended());
+}
+
+}  // namespace
+}  // namespace tarvex::server::test
