@@ -47,7 +47,7 @@ struct client_settings {
   std::int64_t restart_offset = 0;
   std::uint64_t announced_size = 0;    ///< of the next store; 0: none
   std::time_t modification_time = -1;  ///< of the next stored file; -1: none
-  std::string rename_from;  ///< of an RNFR just before; empty: none
+  std::string rename_from;             ///< of an RNFR just before; empty: none
   std::string hash_algorithm = "SHA1";
   unsigned mlst_facts = ~0U;  ///< bits in the order of the fact table
 };
@@ -68,7 +68,7 @@ struct session {
   storage_state storage;
   client_settings settings;
   std::map<std::string, unfinished_store> unfinished;  ///< by path
-  change_view others;  ///< operation thread
+  change_view others;                                  ///< operation thread
 
   tarvex_cancel_t cancel;  ///< bound to the operation thread
   std::unique_ptr<operation_thread> worker;

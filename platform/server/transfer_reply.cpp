@@ -19,10 +19,13 @@ void transfer_answer(operation& op) {
   const transfer& channel = *op.transfer;
   const bool complete = operation_succeeded(op) && !channel.failed();
   log_info("%s: %s %s: %" PRIu64 " bytes in %.3f s: %s", session_who(session).c_str(), op.verb.c_str(), op.path.c_str(),
-           channel.moved_bytes(), channel.elapsed().count(), complete ? "complete" : operation_failure_text(op).c_str());
+           channel.moved_bytes(), channel.elapsed().count(),
+           complete ? "complete" : operation_failure_text(op).c_str());
   session.data.close();
   if (!complete) return session.control.send(operation_failure_reply(op));
-  session_reply(session, 226, "Transfer complete; " + std::to_string(channel.moved_bytes()) + (channel.receives() ? " bytes received." : " bytes sent."));
+  session_reply(session, 226,
+                "Transfer complete; " + std::to_string(channel.moved_bytes()) +
+                    (channel.receives() ? " bytes received." : " bytes sent."));
 }
 
 }  // namespace tarvex::server
