@@ -278,7 +278,6 @@ void data_receiver::state::watch_stall() {
 }
 
 void data_receiver::state::close() {
-  const auto keep_alive = shared_from_this();
   broken = true;
   rule.broken = nullptr;
   for (auto* timer : {&stall_check, &partly_filled, &grace}) timer->cancel();

@@ -5,7 +5,6 @@
 #include "transfer_store.h"
 
 using tarvex::server::guard_result;
-using tarvex::server::operation_kind;
 
 namespace {
 
