@@ -332,17 +332,17 @@ class RclonePlace:
 
     def rclone(self, *arguments):
         command = ["rclone", "--config", self.top / "rclone.conf", "--ca-cert", self.top / "ca.pem", *arguments]
-        return seconds(lambda: subprocess.run(command, check=True, capture_output=True))
+        return seconds(lambda: subprocess.run(command, check=True, stdout=subprocess.DEVNULL))
 
     def serve(self):
         """rclone's own server before the same Box: the program and what names it as a remote."""
         program = subprocess.Popen(
             ["rclone", "--config", self.top / "rclone.conf", "--ca-cert", self.top / "ca.pem", "serve", "sftp", "bx:",
-             "--addr", "127.0.0.1:2022", "--user", "u", "--pass", "p", "--vfs-cache-mode", "writes"],
+             "--addr", "127.0.0.1:2022", "--user", "u", "--pass", "p"],
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         obscured = subprocess.run(["rclone", "obscure", "p"], capture_output=True, text=True, check=True).stdout.strip()
         time.sleep(2)
-        return program, f":sftp,host=127.0.0.1,port=2022,user=u,pass={obscured}:"
+        return program, f":sftp,disable_hashcheck=true,host=127.0.0.1,port=2022,user=u,pass={obscured}:"
 
 
 def rclone_side_by_side(place, size, count, latency):
@@ -355,10 +355,13 @@ def rclone_side_by_side(place, size, count, latency):
     ours_up_silent = store(server, payload, f"ours-silent-{tag}", False)
     ours_down = seconds(lambda: server.curl("-o", down, f"{server.url}/ours-{tag}"))
     theirs_up = place.rclone("copyto", payload.path, f"bx:theirs-{tag}")
+    down.unlink()  # or rclone would find nothing to do
     theirs_down = place.rclone("copyto", f"bx:theirs-{tag}", down)
+    down.unlink()
     serving, remote = place.serve()
     served_up = place.rclone("copyto", payload.path, f"{remote}served-{tag}")
     served_down = place.rclone("copyto", f"{remote}theirs-{tag}", down)
+    down.unlink()
     name = f"{size // 1024**2} MiB, {latency} ms a request"
     row(f"rclone, {name}: up, ours announced / not / rclone / its sftp server",
         " / ".join(f"{size / took / 1e6:.0f}" for took in (ours_up, ours_up_silent, theirs_up, served_up)) + " MB/s",
