@@ -1,11 +1,11 @@
 // One thread and one poll: the listening sockets, and a signalfd that tells of ended sessions and of the wish to stop.
 #include "listener.h"
 
-#include "handles.h"
-#include "log.h"
-#include "reply.h"
-#include "session.h"
-#include "setting_text.h"
+#include "base/log.h"
+#include "config/setting_text.h"
+#include "ftp/reply.h"
+#include "session/session.h"
+#include "tarvex_common.hpp"
 
 #include <fcntl.h>
 #include <netdb.h>
@@ -43,7 +43,7 @@ struct unmap_counters {
   void operator()(change_counters* counters) const noexcept { munmap(counters, sizeof *counters); }
 };
 
-using address_list = std::unique_ptr<addrinfo, handle_releaser<freeaddrinfo>>;
+using address_list = std::unique_ptr<addrinfo, releaser<freeaddrinfo>>;
 
 struct listener {
   const configuration* config = nullptr;
@@ -94,7 +94,7 @@ bool open_sockets(listener& self) {
     descriptor opened;
     const std::string error = open_socket(address, opened);
     if (!error.empty()) {
-      log_error("cannot listen on %s: %s", listen_address_text(address).c_str(), error.c_str());
+      log_error("cannot listen on {}: {}", listen_address_text(address), error);
       return false;
     }
     self.sockets.push_back(std::move(opened));
@@ -152,18 +152,18 @@ void turn_away(const descriptor& control, const char* reason) {
 void start_session(listener& self, descriptor control) {
   const std::string peer = listen_address_text(address_of<getpeername>(control.get()));
   if (self.sessions.size() >= self.config->max_sessions) {
-    log_warning("connection of %s turned away: max_sessions (%u) are running", peer.c_str(), self.config->max_sessions);
+    log_warning("connection of {} turned away: max_sessions ({}) are running", peer, self.config->max_sessions);
     return turn_away(control, "Too many sessions; try again later.");
   }
   const pid_t parent = getpid();
   const pid_t session = fork();
   if (session == 0) become_session(self, std::move(control), parent);
   if (session < 0) {
-    log_error("connection of %s turned away: cannot start a process: %s", peer.c_str(), std::strerror(errno));
+    log_error("connection of {} turned away: cannot start a process: {}", peer, std::strerror(errno));
     return turn_away(control, "Out of resources; try again later.");
   }
   self.sessions.insert(session);
-  log_debug("session %d started for %s", static_cast<int>(session), peer.c_str());
+  log_debug("session {} started for {}", session, peer);
 }
 
 /// What accept reports of a connection that ended before it was taken (accept(2) lists the network's errors too).
@@ -185,7 +185,7 @@ void accept_some(listener& self, const descriptor& socket) {
     const int error = errno;
     if (is_peers_error(error)) continue;
     if (error != EAGAIN && error != EWOULDBLOCK) {
-      log_error("cannot accept connections for now: %s", std::strerror(error));
+      log_error("cannot accept connections for now: {}", std::strerror(error));
       self.accept_again = steady::now() + ACCEPT_PAUSE;
     }
     return;
@@ -197,8 +197,8 @@ void reap_sessions(listener& self) {
   for (pid_t ended = 0; (ended = waitpid(-1, &status, WNOHANG)) > 0;) {
     if (self.sessions.erase(ended) == 0) continue;
     const int pid = static_cast<int>(ended);
-    if (WIFSIGNALED(status)) log_error("session %d died of signal %d", pid, WTERMSIG(status));
-    if (WIFEXITED(status)) log_debug("session %d ended with status %d", pid, WEXITSTATUS(status));
+    if (WIFSIGNALED(status)) log_error("session {} died of signal {}", pid, WTERMSIG(status));
+    if (WIFEXITED(status)) log_debug("session {} ended with status {}", pid, WEXITSTATUS(status));
   }
 }
 
@@ -209,7 +209,7 @@ void signal_sessions(const listener& self, int signal) {
 /// A second wish to stop ends the patience with sessions that take their time.
 void take_stop_signal(listener& self, unsigned signal) {
   if (self.stopping) return signal_sessions(self, SIGKILL);
-  log_info("stopping on signal %u: %zu sessions are told to end", signal, self.sessions.size());
+  log_info("stopping on signal {}: {} sessions are told to end", signal, self.sessions.size());
   self.stopping = true;
 }
 
@@ -250,7 +250,7 @@ void end_sessions(listener& self) {
     if (poll(&awaited, 1, milliseconds_until(deadline)) > 0) read_signals(self);
   }
   if (self.sessions.empty()) return;
-  log_warning("%zu sessions did not end in time and are killed", self.sessions.size());
+  log_warning("{} sessions did not end in time and are killed", self.sessions.size());
   signal_sessions(self, SIGKILL);
   for (const pid_t session : self.sessions) {
     while (waitpid(session, nullptr, 0) < 0 && errno == EINTR) {
@@ -266,7 +266,7 @@ int listener_run(const configuration& config, storage& storage) {
   self.storage = &storage;
   if (!open_sockets(self)) return 1;
   if (!open_signals(self) || !open_counters(self)) {
-    log_error("cannot start: %s", std::strerror(errno));
+    log_error("cannot start: {}", std::strerror(errno));
     return 1;
   }
   signal(SIGPIPE, SIG_IGN);

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "configuration.h"
-#include "storage.h"
+#include "config/configuration.h"
+#include "storage/plugin.h"
 
 namespace tarvex::server {
 

@@ -1,9 +1,9 @@
 // The program tarvex-gridftp-server.
-#include "accounts.h"
-#include "configuration.h"
+#include "base/log.h"
+#include "config/accounts.h"
+#include "config/configuration.h"
 #include "listener.h"
-#include "log.h"
-#include "storage.h"
+#include "storage/plugin.h"
 
 #include <CLI/CLI.hpp>
 

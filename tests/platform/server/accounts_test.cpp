@@ -1,4 +1,4 @@
-#include "accounts.h"
+#include "config/accounts.h"
 
 #include "temporary_folder.h"
 

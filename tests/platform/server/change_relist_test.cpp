@@ -1,5 +1,5 @@
-#include "change_counters.h"
 #include "core_session_fixture.h"
+#include "storage/change_counters.h"
 
 #include <set>
 

@@ -1,4 +1,4 @@
-#include "checksum.h"
+#include "base/checksum.h"
 
 #include <gtest/gtest.h>
 

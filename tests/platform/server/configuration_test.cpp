@@ -1,4 +1,4 @@
-#include "configuration.h"
+#include "config/configuration.h"
 
 #include "temporary_folder.h"
 

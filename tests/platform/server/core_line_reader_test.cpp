@@ -1,4 +1,4 @@
-#include "control_line_reader.h"
+#include "net/line_reader.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "configuration.h"
-#include "session.h"
-#include "storage.h"
+#include "config/configuration.h"
+#include "session/session.h"
+#include "storage/plugin.h"
 #include "tarvex_gridftp_server.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "listing.h"
+#include "ftp/listing.h"
 
 #include <gtest/gtest.h>
 

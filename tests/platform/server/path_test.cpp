@@ -1,4 +1,4 @@
-#include "path.h"
+#include "ftp/path.h"
 
 #include <gtest/gtest.h>
 

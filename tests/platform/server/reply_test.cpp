@@ -1,4 +1,4 @@
-#include "reply.h"
+#include "ftp/reply.h"
 
 #include "tarvex_gridftp_server.h"
 

@@ -1,4 +1,4 @@
-#include "spool.h"
+#include "storage/spool.h"
 
 #include "temporary_folder.h"
 

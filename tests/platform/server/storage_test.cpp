@@ -1,4 +1,4 @@
-#include "storage.h"
+#include "storage/plugin.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,88 @@
+#include "command/table.h"
+
+#include "base/text.h"
+#include "command/handlers.h"
+
+#include <algorithm>
+#include <array>
+
+namespace tarvex::server {
+
+namespace {
+
+constexpr auto ANYONE = command_access::anyone;
+constexpr auto LOGGED_IN = command_access::logged_in;
+constexpr auto NONE = command_argument::none;
+constexpr auto OPTIONAL = command_argument::optional;
+constexpr auto REQUIRED = command_argument::required;
+
+constexpr std::string_view X_FORM = "path, or \"path\" [start [end]] (end not included)";
+
+//   verb, handler, access, argument, keeps REST, during an operation, help
+constexpr auto ROWS = std::to_array<command_row>({
+    {"ABOR", command_abor, LOGGED_IN, NONE, false, false, ""},
+    {"ALLO", command_allo, LOGGED_IN, REQUIRED, true, false, "size in bytes"},
+    {"APPE", command_appe, LOGGED_IN, REQUIRED, true, false, "path; refused: nothing can be appended"},
+    {"CDUP", command_cdup, LOGGED_IN, NONE, false, false, ""},
+    {"CKSM", command_cksm, LOGGED_IN, REQUIRED, false, false, "algorithm offset length path (length -1: to the end)"},
+    {"CLNT", command_clnt, ANYONE, OPTIONAL, false, false, "name of the client"},
+    {"CWD", command_cwd, LOGGED_IN, REQUIRED, false, false, "path"},
+    {"DELE", command_dele, LOGGED_IN, REQUIRED, false, false, "path of a file"},
+    {"EPRT", command_eprt, LOGGED_IN, REQUIRED, true, false, "|1 or 2|address|port|"},
+    {"EPSV", command_epsv, LOGGED_IN, OPTIONAL, true, false, "[1 | 2 | ALL]"},
+    {"FEAT", command_feat, ANYONE, NONE, false, false, ""},
+    {"HASH", command_hash, LOGGED_IN, REQUIRED, false, false, "path"},
+    {"HELP", command_help, ANYONE, OPTIONAL, false, false, "[command]"},
+    {"HOST", command_host, ANYONE, REQUIRED, false, false, "host name"},
+    {"LIST", command_list, LOGGED_IN, OPTIONAL, false, false, "[path]"},
+    {"MDTM", command_mdtm, LOGGED_IN, REQUIRED, false, false, "path"},
+    {"MKD", command_mkd, LOGGED_IN, REQUIRED, false, false, "path"},
+    {"MLSD", command_mlsd, LOGGED_IN, OPTIONAL, false, false, "[path of a folder]"},
+    {"MLST", command_mlst, LOGGED_IN, OPTIONAL, false, false, "[path]"},
+    {"MODE", command_mode, LOGGED_IN, REQUIRED, true, false, "S"},
+    {"NLST", command_nlst, LOGGED_IN, OPTIONAL, false, false, "[path]"},
+    {"NOOP", command_noop, ANYONE, OPTIONAL, true, true, ""},
+    {"OPTS", command_opts, ANYONE, REQUIRED, false, false, "UTF8 ON | MLST fact;fact; | HASH [algorithm]"},
+    {"PASS", command_pass, ANYONE, OPTIONAL, false, false, "password"},
+    {"PASV", command_pasv, LOGGED_IN, NONE, true, false, ""},
+    {"PORT", command_port, LOGGED_IN, REQUIRED, true, false, "h1,h2,h3,h4,p1,p2"},
+    {"PWD", command_pwd, LOGGED_IN, NONE, false, false, ""},
+    {"QUIT", command_quit, ANYONE, NONE, false, false, ""},
+    {"REST", command_rest, LOGGED_IN, REQUIRED, true, false, "offset in bytes"},
+    {"RETR", command_retr, LOGGED_IN, REQUIRED, true, false, "path"},
+    {"RMD", command_rmd, LOGGED_IN, REQUIRED, false, false, "path of an empty folder"},
+    {"RNFR", command_rnfr, LOGGED_IN, REQUIRED, false, false, "path"},
+    {"RNTO", command_rnto, LOGGED_IN, REQUIRED, false, false, "path"},
+    {"SITE", command_site, LOGGED_IN, REQUIRED, false, false, "word and what it takes; SITE HELP lists them"},
+    {"SIZE", command_size, LOGGED_IN, REQUIRED, false, false, "path"},
+    {"STAT", command_stat, LOGGED_IN, OPTIONAL, true, true, "[path]"},
+    {"STOR", command_stor, LOGGED_IN, REQUIRED, true, false, "path"},
+    {"STORATTR", command_storattr, LOGGED_IN, REQUIRED, true, false, "modify=YYYYMMDDHHMMSS;"},
+    {"STRU", command_stru, LOGGED_IN, REQUIRED, true, false, "F"},
+    {"SYST", command_syst, ANYONE, NONE, false, false, ""},
+    {"TYPE", command_type, LOGGED_IN, REQUIRED, true, false, "A | I | L 8"},
+    {"USER", command_user, ANYONE, REQUIRED, false, false, "login name"},
+    {"XCRC", command_xcrc, LOGGED_IN, REQUIRED, false, false, X_FORM},
+    {"XCUP", command_cdup, LOGGED_IN, NONE, false, false, ""},
+    {"XCWD", command_cwd, LOGGED_IN, REQUIRED, false, false, "path"},
+    {"XMD5", command_xmd5, LOGGED_IN, REQUIRED, false, false, X_FORM},
+    {"XMKD", command_mkd, LOGGED_IN, REQUIRED, false, false, "path"},
+    {"XPWD", command_pwd, LOGGED_IN, NONE, false, false, ""},
+    {"XRMD", command_rmd, LOGGED_IN, REQUIRED, false, false, "path of an empty folder"},
+    {"XSHA1", command_xsha1, LOGGED_IN, REQUIRED, false, false, X_FORM},
+    {"XSHA256", command_xsha256, LOGGED_IN, REQUIRED, false, false, X_FORM},
+});
+
+}  // namespace
+
+std::span<const command_row> command_rows() {
+  return ROWS;
+}
+
+const command_row* command_find(std::string_view verb) {
+  const auto row = std::find_if(ROWS.begin(), ROWS.end(),
+                                [verb](const command_row& candidate) { return same_word(candidate.verb, verb); });
+  return row == ROWS.end() ? nullptr : &*row;
+}
+
+}  // namespace tarvex::server

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "config/configuration.h"
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tarvex::server {
+
+/// One login name of the accounts file.
+struct account {
+  std::string name;
+  std::string password;    ///< crypt(3) hash
+  std::string credential;  ///< absolute path of the credential file; it may not exist
+};
+
+using account_map = std::map<std::string, account, std::less<>>;
+
+/// Reads an accounts file (TOML, one table per login name), reporting every mistake in it.
+std::vector<configuration_mistake> accounts_load(const std::string& file, account_map& out);
+
+/// Checks a login. Takes as long for an unknown name as for a wrong password (a hash is computed either way).
+/// \return the account, borrowed from `accounts`; null when name or password is wrong.
+const account* accounts_authenticate(const account_map& accounts, std::string_view name, const std::string& password);
+
+/// Warns in the log of an accounts file and of credential files that group or others may read.
+void accounts_warn_exposed(const std::string& file, const account_map& accounts);
+
+}  // namespace tarvex::server

@@ -1,0 +1,233 @@
+#include "net/data_sender.h"
+
+#include "net/data_socket.h"
+
+#include <boost/asio/io_context.hpp>
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+namespace tarvex::server {
+
+namespace asio = boost::asio;
+using asio::ip::tcp;
+using boost::system::error_code;
+using steady = std::chrono::steady_clock;
+
+namespace {
+
+constexpr std::size_t PIECES_PER_CALL_MAX = 16;
+
+asio::const_buffer piece_bytes(const data_piece& piece) {
+  return piece.owned.empty() ? asio::const_buffer(piece.bytes, piece.length) : asio::buffer(piece.owned);
+}
+
+}  // namespace
+
+struct data_sender::state : std::enable_shared_from_this<state> {
+  state(event_loop& event_loop, std::chrono::milliseconds limit, std::function<void(std::string)> on_failed)
+      : loop(event_loop), stall_limit(limit), failed(std::move(on_failed)), stall_check(event_loop) {}
+
+  event_loop& loop;
+  const std::chrono::milliseconds stall_limit;
+
+  // Shared by the threads.
+  std::mutex mutex;
+  std::condition_variable room;
+  std::deque<data_piece> pending;  // guarded by mutex
+  std::size_t waiting_bytes = 0;   // guarded by mutex: pushed and not yet sent
+  bool pump_due = true;            // guarded by mutex: the I/O thread will look at `pending` by itself
+  bool over = false;               // guarded by mutex
+  std::atomic<std::uint64_t> sent{0};
+
+  // I/O thread.
+  std::function<void(std::string)> failed;
+  std::unique_ptr<data_socket> connection;
+  std::deque<data_piece> flight;
+  std::size_t flight_offset = 0;  // bytes of the first piece that are out
+  bool writing = false;
+  std::function<void(bool)> finished;
+  loop_timer stall_check;
+  steady::time_point last_progress;
+
+  bool is_over() {
+    const std::lock_guard lock(mutex);
+    return over;
+  }
+  void attach(std::unique_ptr<data_socket> with);
+  void pump();
+  bool refill();
+  void write();
+  void written(error_code error, std::size_t bytes);
+  void complete_sent(std::size_t bytes);
+  void watch_peer();
+  void watch_stall();
+  void break_off(std::string why);
+  void close(bool all_sent);
+};
+
+void data_sender::state::attach(std::unique_ptr<data_socket> with) {
+  connection = std::move(with);
+  error_code ignored;
+  connection->socket.non_blocking(true, ignored);
+  last_progress = steady::now();
+  watch_peer();
+  watch_stall();
+  pump();
+}
+
+void data_sender::state::pump() {
+  if (!connection || writing) return;
+  while (refill()) {
+    if (piece_bytes(flight.front()).size() > 0) return write();
+    complete_sent(0);
+  }
+  if (finished) close(true);
+}
+
+/// Moves what was pushed over to the I/O thread. False: there is nothing to send, and the next push will wake it.
+bool data_sender::state::refill() {
+  const std::lock_guard lock(mutex);
+  for (auto& piece : pending) flight.push_back(std::move(piece));
+  pending.clear();
+  pump_due = !flight.empty();
+  return pump_due;
+}
+
+void data_sender::state::write() {
+  std::vector<asio::const_buffer> buffers;
+  buffers.reserve(PIECES_PER_CALL_MAX);
+  for (const auto& piece : flight) {
+    if (buffers.size() == PIECES_PER_CALL_MAX) break;
+    buffers.push_back(piece_bytes(piece));
+  }
+  buffers.front() += flight_offset;
+  writing = true;
+  last_progress = steady::now();
+  connection->socket.async_write_some(
+      buffers, [self = shared_from_this()](error_code error, std::size_t bytes) { self->written(error, bytes); });
+}
+
+void data_sender::state::written(error_code error, std::size_t bytes) {
+  writing = false;
+  if (!connection) return;
+  if (error) return break_off("The client closed the data connection.");
+  sent += bytes;
+  complete_sent(bytes);
+  pump();
+}
+
+/// `bytes` more are out: the pieces that they complete are done, and empty ones that follow with them.
+void data_sender::state::complete_sent(std::size_t bytes) {
+  {
+    const std::lock_guard lock(mutex);
+    waiting_bytes -= bytes;
+  }
+  room.notify_all();
+  flight_offset += bytes;
+  while (!flight.empty() && flight_offset >= piece_bytes(flight.front()).size()) {
+    const data_piece piece = std::move(flight.front());
+    flight.pop_front();
+    flight_offset -= piece_bytes(piece).size();
+    if (piece.done) piece.done(true);
+  }
+}
+
+/// A reset is noticed even while nothing is being sent. A FIN is not taken as the end: a client may close its own
+/// direction, in which it has nothing to say.
+void data_sender::state::watch_peer() {
+  connection->socket.async_wait(tcp::socket::wait_error, [self = shared_from_this()](error_code error) {
+    if (!error && self->connection) self->break_off("The client closed the data connection.");
+  });
+}
+
+void data_sender::state::watch_stall() {
+  stall_check.start(stall_limit, [this] {
+    if (writing && steady::now() - last_progress >= stall_limit)
+      return break_off("The client took no data for too long.");
+    watch_stall();
+  });
+}
+
+void data_sender::state::break_off(std::string why) {
+  const auto call = std::exchange(failed, nullptr);
+  const auto keep_alive = shared_from_this();
+  close(false);
+  if (call) call(std::move(why));
+}
+
+void data_sender::state::close(bool all_sent) {
+  std::deque<data_piece> left = std::exchange(flight, {});
+  {
+    const std::lock_guard lock(mutex);
+    over = true;
+    for (auto& piece : pending) left.push_back(std::move(piece));
+    pending.clear();
+  }
+  room.notify_all();
+  stall_check.cancel();
+  if (const auto closing = std::exchange(connection, nullptr)) {
+    error_code ignored;
+    if (all_sent) closing->socket.shutdown(tcp::socket::shutdown_send, ignored);
+    socket_drain(closing->socket);
+    closing->socket.close(ignored);
+  }
+  for (const auto& piece : left) {
+    if (piece.done) piece.done(false);
+  }
+  if (const auto call = std::exchange(finished, nullptr)) call(all_sent);
+}
+
+data_sender::data_sender(event_loop& loop, std::chrono::milliseconds stall_limit,
+                         std::function<void(std::string)> failed)
+    : state_(std::make_shared<state>(loop, stall_limit, std::move(failed))) {}
+
+data_sender::~data_sender() {
+  state_->failed = nullptr;
+  state_->close(false);
+}
+
+bool data_sender::push(data_piece piece) {
+  const std::size_t length = piece_bytes(piece).size();
+  {
+    const std::lock_guard lock(state_->mutex);
+    if (state_->over) return false;
+    state_->pending.push_back(std::move(piece));
+    state_->waiting_bytes += length;
+    if (std::exchange(state_->pump_due, true)) return true;
+  }
+  state_->loop.post([state = state_] { state->pump(); });
+  return true;
+}
+
+bool data_sender::wait_for_room(std::size_t limit) {
+  std::unique_lock lock(state_->mutex);
+  state_->room.wait(lock, [&] { return state_->over || state_->waiting_bytes <= limit; });
+  return !state_->over;
+}
+
+std::uint64_t data_sender::sent_bytes() const {
+  return state_->sent;
+}
+void data_sender::attach(std::unique_ptr<data_socket> connection) {
+  state_->attach(std::move(connection));
+}
+
+void data_sender::finish(std::function<void(bool)> over) {
+  if (!state_->is_over()) {
+    state_->finished = std::move(over);
+    return state_->pump();
+  }
+  over(false);
+}
+
+void data_sender::abort() {
+  state_->failed = nullptr;
+  state_->close(false);
+}
+
+}  // namespace tarvex::server

@@ -1,0 +1,158 @@
+#include "storage/plugin.h"
+
+#include <dlfcn.h>
+#include <elf.h>
+#include <link.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+namespace tarvex::server {
+
+namespace {
+
+constexpr int INTERFACE_MAJOR = 0;  ///< of the storage interface that this server speaks
+
+struct setting_environment {
+  const char* variable;
+  std::string configuration::*value;
+};
+constexpr setting_environment ENVIRONMENT[] = {
+    {"TARVEX_BOX_API_BASE", &configuration::box_api_base},
+    {"TARVEX_BOX_UPLOAD_BASE", &configuration::box_upload_base},
+    {"TARVEX_DSI_REST_CA_FILE", &configuration::box_ca_file},
+};
+
+std::string load_error() {
+  const char* const text = dlerror();
+  return text == nullptr ? "unknown error" : text;
+}
+
+struct memory_query {
+  std::uintptr_t address;
+  bool writable;
+};
+
+/// dl_iterate_phdr's callback: whether the address lies in a segment of this object that is mapped for writing.
+int find_writable(dl_phdr_info* object, std::size_t, void* data) {
+  auto& query = *static_cast<memory_query*>(data);
+  for (int i = 0; i < object->dlpi_phnum; ++i) {
+    const ElfW(Phdr)& segment = object->dlpi_phdr[i];
+    const std::uintptr_t start = object->dlpi_addr + segment.p_vaddr;
+    const bool holds = query.address >= start && query.address - start < segment.p_memsz;
+    if (segment.p_type == PT_GNU_RELRO && holds) {
+      query.writable = false;
+      return 1;
+    }
+    if (segment.p_type == PT_LOAD && holds && (segment.p_flags & PF_W) != 0) query.writable = true;
+  }
+  return 0;
+}
+
+bool is_writable(const void* address) {
+  memory_query query = {reinterpret_cast<std::uintptr_t>(address), false};
+  dl_iterate_phdr(find_writable, &query);
+  return query.writable;
+}
+
+/// The library's own exported int variable of that name; null for functions, constants, objects of another size, and
+/// symbols of the libraries that it depends on.
+int* find_setting(void* library, const std::string& name) {
+  void* const address = library == nullptr ? nullptr : dlsym(library, name.c_str());
+  if (address == nullptr) return nullptr;
+  Dl_info place = {};
+  void* found = nullptr;
+  link_map* map = nullptr;
+  if (dladdr1(address, &place, &found, RTLD_DL_SYMENT) == 0 || found == nullptr ||
+      dlinfo(library, RTLD_DI_LINKMAP, &map) != 0) {
+    return nullptr;
+  }
+  const auto* const symbol = static_cast<const ElfW(Sym)*>(found);
+  const bool own = reinterpret_cast<std::uintptr_t>(place.dli_fbase) == map->l_addr;
+  const bool exact =
+      place.dli_saddr == address && symbol->st_size == sizeof(int) && (symbol->st_info & 0xf) == STT_OBJECT;
+  return own && exact && is_writable(address) ? static_cast<int*>(address) : nullptr;
+}
+
+std::string setting_name(const std::string& dsi, const std::string& key) {
+  return "tarvex_i_" + dsi + "_" + key;
+}
+
+std::string unknown_setting(const std::string& dsi, const std::string& key) {
+  return "unknown setting \"" + key + "\" in [storage.settings]: the storage library exports no int variable " +
+         setting_name(dsi, key);
+}
+
+/// Opens the library and finds its module; the library stays open.
+std::string open_library(const configuration& config, storage& out) {
+  const std::string where = "storage library \"" + config.storage_library + "\"";
+  out.library = dlopen(config.storage_library.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (out.library == nullptr) return where + " cannot be loaded: " + load_error();
+  const std::string symbol = "tarvex_gridftp_server_" + config.storage_dsi + "_module";
+  out.module = static_cast<const tarvex_module_descriptor_t*>(dlsym(out.library, symbol.c_str()));
+  if (out.module == nullptr) return where + " has no module " + symbol + "; is dsi in [storage] its name?";
+  if (out.module->version == nullptr || out.module->version->major != INTERFACE_MAJOR) {
+    return where + " was made for another version of the storage interface than " + std::to_string(INTERFACE_MAJOR);
+  }
+  return {};
+}
+
+}  // namespace
+
+std::string storage_load(const configuration& config, storage& out) {
+  const std::string error = open_library(config, out);
+  if (!error.empty()) return error;
+  for (const auto& [key, value] : config.storage_settings) {
+    int* const setting = find_setting(out.library, setting_name(config.storage_dsi, key));
+    if (setting == nullptr) return unknown_setting(config.storage_dsi, key);
+    *setting = value;
+  }
+  for (const setting_environment& row : ENVIRONMENT) {
+    const std::string& value = config.*row.value;
+    if (!value.empty() && setenv(row.variable, value.c_str(), 1) != 0) {
+      return std::string(row.variable) + " cannot be set: " + std::strerror(errno);
+    }
+  }
+  return {};
+}
+
+std::vector<configuration_mistake> storage_check(const configuration& config, const std::string& file) {
+  storage opened;
+  const std::string error = open_library(config, opened);
+  if (!error.empty()) return {{file, configuration_line(config, "storage.library"), error}};
+  std::vector<configuration_mistake> mistakes;
+  for (const auto& [key, value] : config.storage_settings) {
+    if (find_setting(opened.library, setting_name(config.storage_dsi, key)) != nullptr) continue;
+    mistakes.push_back(
+        {file, configuration_line(config, "storage.settings." + key), unknown_setting(config.storage_dsi, key)});
+  }
+  return mistakes;
+}
+
+std::optional<int> storage_setting(const storage& storage, const std::string& dsi, const std::string& key) {
+  const int* const setting = find_setting(storage.library, setting_name(dsi, key));
+  return setting == nullptr ? std::nullopt : std::optional<int>(*setting);
+}
+
+std::string storage_activate(storage& storage, const std::string& dsi) {
+  const int failure = tarvex_module_activate(storage.module);
+  if (failure != 0) return "the storage module \"" + dsi + "\" cannot be activated (" + std::to_string(failure) + ")";
+  const auto* const found = static_cast<const tarvex_gfs_storage_iface_t*>(
+      tarvex_extension_registry_lookup(&tarvex_i_gfs_dsi_registry, dsi.c_str()));
+  if (found == nullptr || found->init_func == nullptr || found->stat_func == nullptr) {
+    (void)tarvex_module_deactivate(storage.module);  // the error below is what matters
+    return found == nullptr ? "the storage module registered no storage interface \"" + dsi + "\""
+                            : "the storage interface \"" + dsi + "\" lacks its start or its stat function";
+  }
+  storage.interface = found;
+  return {};
+}
+
+void storage_deactivate(storage& storage) {
+  if (storage.interface == nullptr) return;
+  storage.interface = nullptr;
+  (void)tarvex_module_deactivate(storage.module);  // nothing is left that could be done about a failure
+}
+
+}  // namespace tarvex::server

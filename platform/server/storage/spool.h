@@ -1,0 +1,56 @@
+#pragma once
+
+#include "tarvex_common.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tarvex::server {
+
+/// Where a spool keeps its bytes.
+struct spool_options {
+  std::size_t memory_bytes = 0;   ///< as many stay in memory; more than that go to a file, all of them
+  std::uint64_t limit_bytes = 0;  ///< of the whole; 0: as the disk allows
+  std::string directory;          ///< of the file; empty: $TMPDIR, or /var/tmp
+};
+
+/// Holds a stored file whose size is not known yet. The file has no name, so it is gone with its owner, however that
+/// ends. Movable (what was moved from may only be destroyed or assigned to); one thread at a time.
+class spool {
+ public:
+  explicit spool(spool_options options) : options_(std::move(options)) {}
+
+  /// Adds bytes at the end.
+  /// \return 0; `EFBIG` beyond the limit; `ENOMEM`; what making or writing the file failed with (`ENOSPC`, `EDQUOT`,
+  /// `EIO`, ...). After a failure the size and the bytes before are as they were.
+  [[nodiscard]] int append(std::span<const std::byte> bytes);
+
+  [[nodiscard]] std::uint64_t size() const { return size_; }
+  [[nodiscard]] bool in_memory() const { return file_.get() < 0; }
+
+  /// Copies from `offset` on into `out`, as far as the spool reaches.
+  /// \param got  how many bytes were copied; less than asked for only at the end
+  /// \return 0, or the errno of reading the file.
+  [[nodiscard]] int read(std::uint64_t offset, std::span<std::byte> out, std::size_t& got) const;
+
+ private:
+  /// Blocks, so that growing moves no bytes.
+  static constexpr std::size_t BLOCK_BYTES = 1 << 20;
+
+  [[nodiscard]] int append_to_memory(std::span<const std::byte> bytes);
+  [[nodiscard]] int move_to_file();
+  /// What is held in memory from `offset` on, up to the end of a block.
+  std::span<std::byte> memory_at(std::uint64_t offset) const;
+
+  spool_options options_;
+  std::vector<std::unique_ptr<std::byte[]>> blocks_;
+  descriptor file_;
+  std::uint64_t size_ = 0;
+};
+
+}  // namespace tarvex::server

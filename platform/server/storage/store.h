@@ -1,0 +1,91 @@
+#pragma once
+
+#include "net/data_receiver.h"
+#include "storage/operation.h"
+
+#include <atomic>
+#include <cstdint>
+#include <ctime>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+namespace tarvex::server {
+
+class spool;
+
+/// What a client wants to store.
+struct store_request {
+  std::uint64_t size = 0;    ///< of the whole file; 0: it was not announced
+  std::uint64_t offset = 0;  ///< goes on there with an upload that was cut off; 0: starts afresh
+  std::time_t modification_time = -1;
+};
+
+/// A store that failed and left something in the plug-in's session.
+struct unfinished_store {
+  std::uint64_t size = 0;    ///< of the whole file
+  std::uint64_t offset = 0;  ///< where it can go on; 0: nowhere
+};
+
+/// The plug-in's side of a store: the data that the client sends, as the plug-in reads them.
+///
+/// Of known size they are handed on as they come. Where no size was announced they are all taken in first, into a
+/// spool, so that the plug-in is told the true size. In both cases the plug-in sees the end of the data only when the
+/// client is still there.
+class store {
+ public:
+  /// `channel` begins to receive. I/O thread.
+  store(session& session, std::shared_ptr<transfer> channel, const store_request& request);
+  ~store();
+  store(const store&) = delete;
+  store& operator=(const store&) = delete;
+
+  // Operation thread.
+
+  /// Learns the size when there is need, and calls the plug-in.
+  void run(operation& op);
+  /// Makes ready to be run once more. \return false when the data are not there any more.
+  bool rewind();
+
+  // Any thread.
+
+  const store_request& request() const { return request_; }
+  /// As `tarvex_gridftp_server_get_write_range`.
+  byte_range write_range() const;
+  /// As `data_receiver::read`, with offsets of the file.
+  [[nodiscard]] bool read(data_read wanted);
+  /// Bytes that have reached the storage.
+  void count_stored(std::uint64_t bytes) { stored_ += bytes; }
+  std::uint64_t stored_bytes() const { return stored_; }
+
+  // I/O thread, once the plug-in is done.
+
+  /// Whether the plug-in has read all data up to their end.
+  bool complete() const { return end_passed_; }
+  /// What the plug-in may have kept of it after it failed; nothing: it keeps none of files of this size.
+  std::optional<unfinished_store> leftover() const;
+
+ private:
+  bool learn_size();
+  void fail(int code, const std::string& text);
+  bool read_spooled(data_read wanted);
+  void done(const data_read& wanted, read_outcome outcome);
+  std::uint64_t chunked_minimum() const;
+
+  session& session_;
+  const std::shared_ptr<transfer> channel_;
+  store_request request_;  ///< its size is learnt before the plug-in is called
+
+  std::atomic<std::uint64_t> stored_{0};
+  std::unique_ptr<spool> spool_;
+  std::mutex feed_mutex_;
+  std::uint64_t fed_ = 0;  ///< guarded by feed_mutex_: bytes of the spool that were read
+
+  // I/O thread.
+  bool end_passed_ = false;
+  const unsigned char* next_byte_ = nullptr;    ///< where the next bytes go when a buffer is filled piece by piece
+  std::uint64_t buffer_offset_ = 0;             ///< where the current buffer's first byte belongs
+  std::optional<std::uint64_t> failed_offset_;  ///< where the buffer's first byte belongs that could not be filled
+};
+
+}  // namespace tarvex::server
