@@ -4,7 +4,8 @@
 #include "base/log.h"
 #include "config/setting_text.h"
 #include "ftp/reply.h"
-#include "session/session.h"
+#include "session_process.h"
+#include "storage/change_counters.h"
 #include "tarvex_common.hpp"
 
 #include <fcntl.h>
@@ -47,7 +48,7 @@ using address_list = std::unique_ptr<addrinfo, releaser<freeaddrinfo>>;
 
 struct listener {
   const configuration* config = nullptr;
-  server::storage* storage = nullptr;
+  storage_plugin* storage = nullptr;
   std::unique_ptr<change_counters, unmap_counters> changes;
   std::vector<descriptor> sockets;
   descriptor signals;
@@ -260,7 +261,7 @@ void end_sessions(listener& self) {
 
 }  // namespace
 
-int listener_run(const configuration& config, storage& storage) {
+int listener_run(const configuration& config, storage_plugin& storage) {
   listener self;
   self.config = &config;
   self.storage = &storage;

@@ -39,7 +39,7 @@ std::vector<server::configuration_mistake> find_mistakes(const std::string& file
                                                          server::account_map& accounts) {
   auto mistakes = server::configuration_load(file, config);
   if (!config.accounts_file.empty()) append(mistakes, server::accounts_load(config.accounts_file, accounts));
-  if (!config.storage_library.empty()) append(mistakes, server::storage_check(config, file));
+  if (!config.storage_library.empty()) append(mistakes, server::plugin_check(config, file));
   return mistakes;
 }
 
@@ -55,8 +55,8 @@ int run(const options& chosen) {
     return 0;
   }
   server::accounts_warn_exposed(config.accounts_file, accounts);
-  server::storage storage;
-  const std::string error = server::storage_load(config, storage);
+  server::storage_plugin storage;
+  const std::string error = server::plugin_load(config, storage);
   if (!error.empty()) {
     server::log_write(server::log_level::error, error);
     return 1;

@@ -1,8 +1,8 @@
-#include "command/handlers.h"
-#include "command/stat.h"
+#include "command/answer.h"
+#include "command/handler.h"
+#include "command/look.h"
 #include "ftp/path.h"
-#include "session/session_state.h"
-#include "storage/operation_command.h"
+#include "session/session.h"
 
 #include <utility>
 
@@ -10,62 +10,57 @@ namespace tarvex::server {
 
 namespace {
 
-void remove_item(session& session, tarvex_gfs_command_type_t type, std::string_view verb, const std::string& argument) {
-  const auto path = path_argument(session, argument);
-  if (!path) return;
-  storage_command command;
-  command.type = type;
-  command.path = *path;
-  auto op = command_make(session, verb, std::move(command));
-  op->removes = true;
-  command_start(std::move(op), [](operation& over) { session_reply(over.session, 250, over.path + " is deleted."); });
+handled remove_item(session& client, tarvex_gfs_command_type_t type, std::string verb, std::string argument) {
+  const auto path = path_argument(client, argument);
+  if (!path) co_return;
+  if (!client.storage.takes_commands()) co_return client.reply(502, "The storage takes no commands.");
+  operation_subject subject{.verb = verb, .path = *path, .changes = true, .removes = true};
+  storage_command command{.type = type, .path = *path};
+  const command_answer answer = co_await client.storage.command(std::move(subject), std::move(command));
+  if (answer_change(client, verb, *path, answer.how)) client.reply(250, *path + " is deleted.");
 }
 
 }  // namespace
 
-void command_mkd(session& session, const std::string& argument) {
-  const auto path = path_argument(session, argument);
-  if (!path) return;
-  storage_command command;
-  command.type = TARVEX_GFS_CMD_MKD;
-  command.path = *path;
-  auto op = command_make(session, "MKD", std::move(command));
-  op->existing_may_be_new = true;
-  command_start(std::move(op), [](operation& over) {
-    session_reply(over.session, 257, path_quoted(over.text.value_or(over.path)) + " is made.");
-  });
+handled command_mkd(session& client, std::string argument) {
+  const auto path = path_argument(client, argument);
+  if (!path) co_return;
+  if (!client.storage.takes_commands()) co_return client.reply(502, "The storage takes no commands.");
+  operation_subject subject{.verb = "MKD", .path = *path, .changes = true, .existing_may_be_new = true};
+  storage_command command{.type = TARVEX_GFS_CMD_MKD, .path = *path};
+  const command_answer answer = co_await client.storage.command(std::move(subject), std::move(command));
+  if (answer_change(client, "MKD", *path, answer.how))
+    client.reply(257, path_quoted(answer.text.value_or(*path)) + " is made.");
 }
 
-void command_rmd(session& session, const std::string& argument) {
-  remove_item(session, TARVEX_GFS_CMD_RMD, "RMD", argument);
+handled command_rmd(session& client, std::string argument) {
+  return remove_item(client, TARVEX_GFS_CMD_RMD, "RMD", std::move(argument));
 }
 
-void command_dele(session& session, const std::string& argument) {
-  remove_item(session, TARVEX_GFS_CMD_DELE, "DELE", argument);
+handled command_dele(session& client, std::string argument) {
+  return remove_item(client, TARVEX_GFS_CMD_DELE, "DELE", std::move(argument));
 }
 
 /// Answered by the server, with a stat: to a storage a rename is one command.
-void command_rnfr(session& session, const std::string& argument) {
-  const auto path = path_argument(session, argument);
-  if (!path) return;
-  stat_start(session, "RNFR", *path, [path = *path](server::session& of, const item_stat&) {
-    of.settings.rename_from = path;
-    session_reply(of, 350, "Ready for RNTO.");
-  });
+handled command_rnfr(session& client, std::string argument) {
+  const auto path = path_argument(client, argument);
+  if (!path) co_return;
+  const auto item = co_await look_at(client, "RNFR", *path);
+  if (!item) co_return;
+  client.settings.rename_from = *path;
+  client.reply(350, "Ready for RNTO.");
 }
 
-void command_rnto(session& session, const std::string& argument) {
-  const std::string from = std::exchange(session.settings.rename_from, {});
-  if (from.empty()) return session_reply(session, 503, "Send RNFR first.");
-  const auto path = path_argument(session, argument);
-  if (!path) return;
-  storage_command command;
-  command.type = TARVEX_GFS_CMD_RNTO;
-  command.path = *path;
-  command.from_path = from;
-  command_start(command_make(session, "RNTO", std::move(command)), [](operation& over) {
-    session_reply(over.session, 250, over.from_path + " is now " + over.path + ".");
-  });
+handled command_rnto(session& client, std::string argument) {
+  const std::string from = std::exchange(client.settings.rename_from, {});
+  if (from.empty()) co_return client.reply(503, "Send RNFR first.");
+  const auto path = path_argument(client, argument);
+  if (!path) co_return;
+  if (!client.storage.takes_commands()) co_return client.reply(502, "The storage takes no commands.");
+  operation_subject subject{.verb = "RNTO", .path = *path, .from_path = from, .changes = true};
+  storage_command command{.type = TARVEX_GFS_CMD_RNTO, .path = *path, .from_path = from};
+  const command_answer answer = co_await client.storage.command(std::move(subject), std::move(command));
+  if (answer_change(client, "RNTO", *path, answer.how)) client.reply(250, from + " is now " + *path + ".");
 }
 
 }  // namespace tarvex::server

@@ -1,87 +1,74 @@
-#include "base/log.h"
-#include "command/handlers.h"
-#include "command/table.h"
-#include "session/session_state.h"
+#include "command/dispatch.h"
 
-#include <array>
+#include "command/table.h"
+#include "ftp/command_line.h"
+#include "session/session.h"
 
 namespace tarvex::server {
+
+namespace asio = boost::asio;
 
 namespace {
 
 constexpr unsigned BAD_COMMANDS_BEFORE_LOGIN_MAX = 10;
 
-constexpr auto HTTP_METHODS =
-    std::to_array<std::string_view>({"GET", "POST", "HEAD", "PUT", "OPTIONS", "DELETE", "CONNECT", "PATCH", "TRACE"});
-
-struct parsed_line {
-  std::string verb, argument;
-};
-
-parsed_line line_parse(std::string_view line) {
-  const std::size_t blank = line.find(' ');
-  if (blank == std::string_view::npos) return {std::string(line), {}};
-  return {std::string(line.substr(0, blank)), std::string(line.substr(blank + 1))};
-}
-
-bool is_http(const parsed_line& line) {
-  if (line.argument.find("HTTP/") == std::string::npos) return false;
-  for (const auto method : HTTP_METHODS) {
-    if (line.verb == method) return true;
-  }
-  return false;
-}
-
 /// Answers a line that cannot be run. Who is not logged in may not go on like this for ever.
-void refuse(session& session, int code, std::string_view text) {
-  session_reply(session, code, text);
-  if (session.login.logged_in || ++session.login.bad_commands < BAD_COMMANDS_BEFORE_LOGIN_MAX) return;
-  session_reply(session, 421, "Too many bad commands; closing the control connection.");
-  session_end(session, "too many bad commands before login");
+void refuse(session& client, int code, std::string_view text) {
+  client.reply(code, text);
+  if (client.login.logged_in || ++client.login.bad_commands < BAD_COMMANDS_BEFORE_LOGIN_MAX) return;
+  client.reply(421, "Too many bad commands; closing the control connection.");
+  client.end("too many bad commands before login");
 }
 
-void run_row(session& session, const command_row& row, const std::string& argument) {
-  if (row.access == command_access::logged_in && !session.login.logged_in)
-    return refuse(session, 530, "Log in with USER and PASS first.");
+asio::awaitable<void> run_row(session& client, const command_row& row, std::string argument) {
   const std::string verb(row.verb);
+  if (row.access == command_access::logged_in && !client.login.logged_in)
+    co_return refuse(client, 530, "Log in with USER and PASS first.");
   if (row.argument == command_argument::none && !argument.empty())
-    return refuse(session, 501, verb + " takes no argument.");
+    co_return refuse(client, 501, verb + " takes no argument.");
   if (row.argument == command_argument::required && argument.empty())
-    return refuse(session, 501, verb + " needs an argument: " + std::string(row.help) + ".");
-  if (!row.keeps_restart) session.settings.restart_offset = 0;
-  row.handler(session, argument);
+    co_return refuse(client, 501, verb + " needs an argument: " + std::string(row.help) + ".");
+  if (!row.keeps_restart) client.settings.restart_offset = 0;
+  co_await row.handler(client, std::move(argument));
+}
+
+/// What is answered without a look at the verb. \return whether the line was dealt with.
+bool refused_as_line(session& client, const control_line& line) {
+  if (line.overrun) {
+    client.reply(421, "Too many commands wait; closing the control connection.");
+    client.end("too many commands at once");
+  } else if (line.too_long) {
+    refuse(client, 500, "The line is too long.");
+  } else if (line.aborted) {
+    client.reply(226, "Abort successful.");
+  } else if (command_line_is_http(command_line_parse(line.text))) {
+    // A browser's page that posts to this port must not get commands through.
+    client.reply(500, "This is an FTP server.");
+    client.end("HTTP request");
+  } else if (line.text.find_first_of(std::string_view("\0\r", 2)) != std::string::npos) {
+    refuse(client, 501, "The line holds a NUL or CR byte.");
+  } else {
+    return false;
+  }
+  return true;
 }
 
 }  // namespace
 
-void command_run(session& session, const control_line& line) {
-  if (line.too_long) return refuse(session, 500, "The line is too long.");
-  if (line.aborted) return session_reply(session, 226, "Abort successful.");
-  const parsed_line parsed = line_parse(line.text);
-  if (is_http(parsed)) {
-    session_reply(session, 500, "This is an FTP server.");
-    return session_end(session, "HTTP request");
-  }
-  if (line.text.find_first_of(std::string_view("\0\r", 2)) != std::string::npos)
-    return refuse(session, 501, "The line holds a NUL or CR byte.");
-  const command_row* row = command_find(parsed.verb);
-  if (!row || row->handler != command_rnto) session.settings.rename_from.clear();
-  if (!row) return refuse(session, 502, "Command not implemented.");
-  run_row(session, *row, parsed.argument);
+asio::awaitable<void> command_run(session& client, control_line line) {
+  if (refused_as_line(client, line)) co_return;
+  command_line parsed = command_line_parse(line.text);
+  const command_row* const row = command_find(parsed.verb);
+  if (!row || row->handler != command_rnto) client.settings.rename_from.clear();
+  if (!row) co_return refuse(client, 502, "Command not implemented.");
+  co_await run_row(client, *row, std::move(parsed.argument));
 }
 
-bool command_run_at_once(session& session) {
-  const auto& lines = session.control.lines();
-  if (lines.empty() || lines.front().too_long || lines.front().aborted) return false;
-  const parsed_line parsed = line_parse(lines.front().text);
-  const command_row* row = command_find(parsed.verb);
-  if (!row || !row->during_operation || !parsed.argument.empty()) return false;
-  command_run(session, *session.control.next_line());
-  return true;
-}
-
-bool command_aborts(std::string_view line) {
-  return command_find(line_parse(line).verb) == command_find("ABOR");
+bool command_need_not_wait(const control_line& line) {
+  if (line.too_long || line.aborted || line.overrun) return false;
+  const command_line parsed = command_line_parse(line.text);
+  const command_row* const row = command_find(parsed.verb);
+  return row && row->during_operation && parsed.argument.empty();
 }
 
 }  // namespace tarvex::server

@@ -1,165 +1,99 @@
 #include "base/log.h"
-#include "command/handlers.h"
+#include "command/handler.h"
 #include "config/accounts.h"
-#include "ftp/reply.h"
-#include "session/session_state.h"
-
 #include "ftp/path.h"
+#include "session/session.h"
 
 #include <chrono>
-#include <system_error>
+#include <optional>
 
 namespace tarvex::server {
+
+namespace asio = boost::asio;
 
 namespace {
 
 constexpr unsigned FAILURES_MAX = 5;
 constexpr std::chrono::seconds FAILURE_DELAY{1};
 
-/// How a login went, from the operation thread to the I/O thread.
-struct login_attempt {
-  std::string user, password;
-  bool known = false;         ///< name and password are right
-  std::string storage_error;  ///< the storage cannot be activated
-};
-
-/// Operation thread: finds the account, when the password is right.
-bool authenticate(session& session, const login_attempt& attempt) {
+/// Operation thread, since a hash takes its time: the account, when the password is right.
+std::optional<account> authenticate(const configuration& config, const std::string& user, const std::string& password) {
   account_map accounts;
-  const auto mistakes = accounts_load(session.setup.config->accounts_file, accounts);
+  const auto mistakes = accounts_load(config.accounts_file, accounts);
   for (const auto& mistake : mistakes) log_error("{}", mistake_text(mistake));
-  if (!mistakes.empty()) return false;
-  const account* found = accounts_authenticate(accounts, attempt.user, attempt.password);
-  if (found) session.login.who = *found;
-  return found != nullptr;
+  if (!mistakes.empty()) return std::nullopt;
+  const account* const found = accounts_authenticate(accounts, user, password);
+  return found ? std::optional<account>(*found) : std::nullopt;
 }
 
-/// Operation thread: authentication, activation of the storage and its session start.
-void log_in(operation& op, login_attempt& attempt) {
-  session& session = op.session;
-  attempt.known = authenticate(session, attempt);
-  if (!attempt.known) {
-    op.finished = true;
-    return;
-  }
-  storage& storage = *session.setup.storage;
-  if (!storage.interface) attempt.storage_error = storage_activate(storage, session.setup.config->storage_dsi);
-  if (!attempt.storage_error.empty()) {
-    op.finished = true;
-    return;
-  }
-  session.others.open(session.setup.changes, session.login.who.name);
-  const std::string peer = session.control.peer().host;
-  tarvex_gfs_session_info_t info{attempt.user.c_str(), peer.c_str()};
-  storage.interface->init_func(&op, &info);
+/// Answers a failed login after a while, so that guessing takes its time.
+asio::awaitable<void> login_failed(session& client, outcome how) {
+  co_await client.pause(FAILURE_DELAY);
+  client.reply(530, how.lines);
+  if (++client.login.failures < FAILURES_MAX) co_return;
+  client.reply(421, "Too many failed logins; closing the control connection.");
+  client.end("too many failed logins");
 }
 
-void logged_in(session& session, operation& op, const login_attempt& attempt) {
-  session.storage.session = op.storage_session;
-  session.storage.started = true;
-  session.login.logged_in = true;
-  session.login.name = op.username.empty() ? attempt.user : op.username;
-  session.settings.directory = path_normalise("/", op.home_directory).value_or("/");
-  log_info("{}: logged in", session_who(session));
-  session_reply(session, 230, "Logged in.");
-}
-
-/// Answers a failed login after a while, so that guessing takes its time. The session stays busy till then.
-void login_failed(session& session, std::string reply) {
-  session.busy = true;
-  session.delay_timer.start(FAILURE_DELAY, [&session, reply = std::move(reply)] {
-    session.control.send(reply);
-    if (++session.login.failures >= FAILURES_MAX) {
-      session_reply(session, 421, "Too many failed logins; closing the control connection.");
-      session_end(session, "too many failed logins");
-    }
-    session_command_over(session);
-  });
-}
-
-/// The code of every line of a reply that has one.
-void reply_recode(std::string& reply, std::string_view code) {
-  for (std::size_t line = 0; line + 3 < reply.size();) {
-    reply.replace(line, 3, code);
-    const std::size_t end = reply.find('\n', line);
-    if (end == std::string::npos) break;
-    line = end + 1;
-  }
-}
-
-std::string login_refusal(session& session, const operation& op, const login_attempt& attempt) {
-  const char* user = attempt.user.c_str();
-  const char* peer = session.control.peer().host.c_str();
-  if (!attempt.known) {
-    log_info("login of {} from {} failed: wrong name or password", user, peer);
-    return reply_format(530, "Login incorrect.");
-  }
-  if (!attempt.storage_error.empty()) {
-    log_error("login of {} from {} failed: {}", user, peer, attempt.storage_error);
-    return reply_format(530, "The storage is not available.");
-  }
-  log_warning("login of {} from {} failed: {}", user, peer, operation_failure_text(op));
-  if (op.misused || op.cancelled) return reply_format(530, operation_failure_text(op));
-  std::string reply = reply_from_error(op.result.get(), 530);
-  reply_recode(reply, "530");
-  return reply;
-}
-
-bool worker_start(session& session) {
-  if (session.worker) return true;
-  try {
-    session.worker = std::make_unique<operation_thread>(session.cancel);
-    return true;
-  } catch (const std::system_error& error) {
-    log_error("{}: no thread for the storage: {}", session_who(session), error.what());
-    session_reply(session, 421, "The server has no resources for another session.");
-    session_end(session, "no thread");
-    return false;
-  }
+void logged_in(session& client, const std::string& user) {
+  client.login.logged_in = true;
+  client.login.name = client.storage.username().empty() ? user : client.storage.username();
+  client.settings.directory = path_normalise("/", client.storage.home_directory()).value_or("/");
+  log_info("{}: logged in", client.who());
+  client.reply(230, "Logged in.");
 }
 
 }  // namespace
 
-void command_user(session& session, const std::string& argument) {
-  if (session.login.logged_in) return session_reply(session, 503, "Already logged in.");
-  if (!session.setup.config->allow_plaintext_login && !session.control.local().loopback) {
-    session.login.user.clear();
-    return session_reply(session, 530, "Logging in without TLS is not allowed here.");
+handled command_user(session& client, std::string argument) {
+  if (client.login.logged_in) co_return client.reply(503, "Already logged in.");
+  if (!client.config.allow_plaintext_login && !client.control.local().loopback()) {
+    client.login.user.clear();
+    co_return client.reply(530, "Logging in without TLS is not allowed here.");
   }
-  session.login.user = argument;
-  session_reply(session, 331, "Password required.");
+  client.login.user = std::move(argument);
+  client.reply(331, "Password required.");
 }
 
-void command_pass(session& session, const std::string& argument) {
-  if (session.login.logged_in) return session_reply(session, 503, "Already logged in.");
-  if (session.login.user.empty()) return session_reply(session, 503, "Send USER first.");
-  if (!worker_start(session)) return;
-  const auto attempt = std::make_shared<login_attempt>(login_attempt{session.login.user, argument, false, {}});
-  auto op = std::make_unique<operation>(session, operation_kind::session_start);
-  op->verb = "PASS";
-  op->work = [attempt](operation& started) { log_in(started, *attempt); };
-  op->done = [&session, attempt](operation& over) {
-    if (attempt->known && attempt->storage_error.empty() && operation_succeeded(over))
-      return logged_in(session, over, *attempt);
-    login_failed(session, login_refusal(session, over, *attempt));
-  };
-  session.login.user.clear();
-  operation_start(session, std::move(op));
+handled command_pass(session& client, std::string password) {
+  if (client.login.logged_in) co_return client.reply(503, "Already logged in.");
+  if (client.login.user.empty()) co_return client.reply(503, "Send USER first.");
+  if (!client.storage.open()) {
+    client.reply(421, "The server has no resources for another session.");
+    co_return client.end("no thread");
+  }
+  const std::string user = std::exchange(client.login.user, {});
+  const std::string peer = client.control.peer().host();
+  std::optional<account> who;
+  std::function<void()> check = [&] { who = authenticate(client.config, user, password); };
+  co_await client.storage.run_aside(std::move(check));
+  outcome how = outcome_failure(530, "Login incorrect.");
+  if (!who) {
+    log_info("login of {} from {} failed: wrong name or password", user, peer);
+    co_return co_await login_failed(client, std::move(how));
+  }
+  storage_user served{.name = who->name, .credential = who->credential, .peer = peer};
+  how = co_await client.storage.start(std::move(served));
+  if (how.ok()) co_return logged_in(client, user);
+  log_warning("login of {} from {} failed: {}", user, peer, how.text());
+  co_await login_failed(client, std::move(how));
 }
 
-void command_host(session& session, const std::string&) {
-  if (session.login.logged_in || !session.login.user.empty())
-    return session_reply(session, 503, "HOST has to come before USER.");
-  session_reply(session, 220, "Host accepted.");
+handled command_host(session& client, std::string) {
+  if (client.login.logged_in || !client.login.user.empty())
+    co_return client.reply(503, "HOST has to come before USER.");
+  client.reply(220, "Host accepted.");
 }
 
-void command_clnt(session& session, const std::string&) {
-  session_reply(session, 200, "Noted.");
+handled command_clnt(session& client, std::string) {
+  client.reply(200, "Noted.");
+  co_return;
 }
 
-void command_quit(session& session, const std::string&) {
-  session_reply(session, 221, "Goodbye.");
-  session_end(session, "quit");
+handled command_quit(session& client, std::string) {
+  client.reply(221, "Goodbye.");
+  client.end("quit");
+  co_return;
 }
 
 }  // namespace tarvex::server

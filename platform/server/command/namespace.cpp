@@ -1,64 +1,64 @@
-#include "command/handlers.h"
-#include "command/settings.h"
-#include "command/stat.h"
+#include "command/answer.h"
+#include "command/handler.h"
+#include "command/look.h"
 #include "ftp/listing.h"
 #include "ftp/path.h"
-#include "session/session_state.h"
+#include "session/session.h"
 
-#include <algorithm>
+#include <ctime>
 
 namespace tarvex::server {
 
 namespace {
 
-void change_directory(session& session, std::string_view verb, const std::string& path) {
-  stat_start(session, verb, path, [path](server::session& of, const item_stat& item) {
-    if (!item.folder()) return session_reply(of, 550, path + ": not a folder.");
-    of.settings.directory = path;
-    session_reply(of, 250, "Folder changed to " + path + ".");
-  });
+handled change_directory(session& client, std::string verb, std::string path) {
+  const auto item = co_await look_at(client, std::move(verb), path);
+  if (!item) co_return;
+  if (!item->folder()) co_return client.reply(550, path + ": not a folder.");
+  client.settings.directory = path;
+  client.reply(250, "Folder changed to " + path + ".");
 }
 
 }  // namespace
 
-void command_pwd(session& session, const std::string&) {
-  session_reply(session, 257, path_quoted(session.settings.directory) + " is the current folder.");
+handled command_pwd(session& client, std::string) {
+  client.reply(257, path_quoted(client.settings.directory) + " is the current folder.");
+  co_return;
 }
 
-void command_cwd(session& session, const std::string& argument) {
-  if (const auto path = path_argument(session, argument)) change_directory(session, "CWD", *path);
+handled command_cwd(session& client, std::string argument) {
+  const auto path = path_argument(client, argument);
+  if (path) co_await change_directory(client, "CWD", *path);
 }
 
-void command_cdup(session& session, const std::string&) {
-  if (const auto path = path_argument(session, "..")) change_directory(session, "CDUP", *path);
+handled command_cdup(session& client, std::string) {
+  const auto path = path_argument(client, "..");
+  if (path) co_await change_directory(client, "CDUP", *path);
 }
 
-void command_size(session& session, const std::string& argument) {
-  const auto path = path_argument(session, argument);
-  if (!path) return;
-  file_stat_start(session, "SIZE", *path, [](server::session& of, const item_stat& item) {
-    session_reply(of, 213, std::to_string(std::max<tarvex_off_t>(item.stat.size, 0)));
-  });
+handled command_size(session& client, std::string argument) {
+  const auto path = path_argument(client, argument);
+  if (!path) co_return;
+  const auto item = co_await look_at_file(client, "SIZE", *path);
+  if (item) client.reply(213, std::to_string(item->size()));
 }
 
-void command_mdtm(session& session, const std::string& argument) {
-  const auto path = path_argument(session, argument);
-  if (!path) return;
-  stat_start(session, "MDTM", *path, [](server::session& of, const item_stat& item) {
-    session_reply(of, 213, listing_timestamp(item.stat.mtime));
-  });
+handled command_mdtm(session& client, std::string argument) {
+  const auto path = path_argument(client, argument);
+  if (!path) co_return;
+  const auto item = co_await look_at(client, "MDTM", *path);
+  if (item) client.reply(213, listing_timestamp(item->stat.mtime));
 }
 
-void command_mlst(session& session, const std::string& argument) {
-  const auto path = path_argument(session, argument);
-  if (!path) return;
-  stat_start(session, "MLST", *path, [path = *path](server::session& of, const item_stat& item) {
-    std::string line;
-    listing_append(listing_form::mlsd, item.stat, path, std::time(nullptr), line);
-    facts_filter(of.settings.mlst_facts, line, 0);
-    line.resize(line.size() - 2);  // its CRLF
-    session_reply_block(of, 250, "Listing " + path, {line}, "End.");
-  });
+handled command_mlst(session& client, std::string argument) {
+  const auto path = path_argument(client, argument);
+  if (!path) co_return;
+  const auto item = co_await look_at(client, "MLST", *path);
+  if (!item) co_return;
+  std::string line;
+  listing_append(listing_form::mlsd, item->stat, *path, std::time(nullptr), client.settings.mlst_facts, line);
+  line.resize(line.size() - 2);  // its CRLF
+  client.reply_block(250, "Listing " + *path, {line}, "End.");
 }
 
 }  // namespace tarvex::server

@@ -1,97 +1,62 @@
-#include "command/settings.h"
-
+#include "base/number.h"
 #include "base/text.h"
-#include "command/checksum.h"
-#include "command/handlers.h"
+#include "command/checksum_names.h"
+#include "command/handler.h"
 #include "command/table.h"
-#include "session/session_state.h"
+#include "ftp/facts.h"
+#include "ftp/listing.h"
+#include "session/session.h"
 
-#include <algorithm>
 #include <array>
+#include <optional>
 #include <span>
 
 namespace tarvex::server {
 
 namespace {
 
-constexpr auto FACTS = std::to_array<std::string_view>({"type", "size", "modify", "perm", "UNIX.mode", "unique"});
-
-/// "type*;size*;": the selected facts starred, as FEAT shows them.
-std::string facts_starred(unsigned selected) {
-  std::string text;
-  for (std::size_t i = 0; i < FACTS.size(); ++i) {
-    text += FACTS[i];
-    text += (selected >> i & 1U) != 0 ? "*;" : ";";
-  }
-  return text;
+void opts_mlst(session& client, std::string_view names) {
+  client.settings.mlst_facts = facts_parse(names);
+  const std::string chosen = facts_chosen(client.settings.mlst_facts);
+  client.reply(200, chosen.empty() ? "MLST OPTS" : "MLST OPTS " + chosen);
 }
 
-/// The facts of "type;size;" that are known (RFC 3659 section 7.9: others are passed over).
-unsigned facts_parse(std::string_view names) {
-  unsigned selected = 0;
-  while (!names.empty()) {
-    const std::string_view name = names.substr(0, names.find(';'));
-    for (std::size_t i = 0; i < FACTS.size(); ++i) {
-      if (same_word(name, FACTS[i])) selected |= 1U << i;
-    }
-    names.remove_prefix(std::min(names.size(), name.size() + 1));
+/// Tells the algorithm of HASH, or sets it.
+void opts_hash(session& client, std::string_view algorithm) {
+  std::string& chosen = client.settings.hash_algorithm;
+  if (!algorithm.empty()) {
+    const std::string known = hash_algorithm(algorithm);
+    if (known.empty()) return client.reply(501, "Unknown algorithm; known are " + hashes_starred({}) + ".");
+    chosen = known;
   }
-  return selected;
-}
-
-bool fact_selected(unsigned selected, std::string_view fact) {
-  for (std::size_t i = 0; i < FACTS.size(); ++i) {
-    if (same_word(fact, FACTS[i])) return (selected >> i & 1U) != 0;
-  }
-  return true;
-}
-
-void opts_mlst(session& session, std::string_view names) {
-  session.settings.mlst_facts = facts_parse(names);
-  std::string chosen;
-  for (std::size_t i = 0; i < FACTS.size(); ++i) {
-    if (fact_selected(session.settings.mlst_facts, FACTS[i])) chosen += std::string(FACTS[i]) + ";";
-  }
-  session_reply(session, 200, chosen.empty() ? "MLST OPTS" : "MLST OPTS " + chosen);
+  client.reply(200, hash_name(chosen));
 }
 
 /// A setting of which one value, or a few, exist.
-void choose(session& session, const std::string& argument, std::span<const std::string_view> known,
+void choose(session& client, const std::string& argument, std::span<const std::string_view> known,
             std::string_view what) {
   for (const auto value : known) {
-    if (same_word(argument, value)) return session_reply(session, 200, std::string(what) + " set to " + argument + ".");
+    if (same_word(argument, value)) return client.reply(200, std::string(what) + " set to " + argument + ".");
   }
-  session_reply(session, 504, std::string(what) + " " + argument + " is not offered.");
+  client.reply(504, std::string(what) + " " + argument + " is not offered.");
 }
 
 }  // namespace
 
-void facts_filter(unsigned selected, std::string& lines, std::size_t start) {
-  constexpr unsigned ALL = (1U << FACTS.size()) - 1;
-  if ((selected & ALL) == ALL) return;
-  const std::size_t end = lines.find(' ', start);
-  std::string kept;
-  for (std::size_t fact = start; fact < end;) {
-    const std::size_t next = lines.find(';', fact) + 1;
-    const std::string_view text(&lines[fact], next - fact);
-    if (fact_selected(selected, text.substr(0, text.find('=')))) kept += text;
-    fact = next;
-  }
-  lines.replace(start, end - start, kept);
+handled command_noop(session& client, std::string) {
+  client.reply(200, "OK.");
+  co_return;
+}
+handled command_syst(session& client, std::string) {
+  client.reply(215, "UNIX Type: L8");
+  co_return;
 }
 
-void command_noop(session& session, const std::string&) {
-  session_reply(session, 200, "OK.");
-}
-void command_syst(session& session, const std::string&) {
-  session_reply(session, 215, "UNIX Type: L8");
-}
-
-void command_help(session& session, const std::string& argument) {
+handled command_help(session& client, std::string argument) {
   if (!argument.empty()) {
     const command_row* row = command_find(argument);
-    if (!row) return session_reply(session, 502, "Unknown command " + argument + ".");
-    return session_reply(session, 214, "Syntax: " + std::string(row->verb) + " " + std::string(row->help));
+    if (!row) co_return client.reply(502, "Unknown command " + argument + ".");
+    co_return client.reply(214, "Syntax: " + std::string(row->verb) + " " + std::string(row->help));
   }
   constexpr std::size_t VERBS_PER_LINE = 8;
   std::vector<std::string> lines;
@@ -100,43 +65,78 @@ void command_help(session& session, const std::string& argument) {
     if (count++ % VERBS_PER_LINE == 0) lines.emplace_back();
     lines.back() += std::string(row.verb) + " ";
   }
-  session_reply_block(session, 214, "Commands:", lines, "End.");
+  client.reply_block(214, "Commands:", lines, "End.");
 }
 
-void command_feat(session& session, const std::string&) {
+handled command_feat(session& client, std::string) {
   std::vector<std::string> lines = {
-      "CLNT",        "EPRT", "EPSV", "HOST", "MDTM", "MLST " + facts_starred(session.settings.mlst_facts),
+      "CLNT",        "EPRT", "EPSV", "HOST", "MDTM", "MLST " + facts_starred(client.settings.mlst_facts),
       "REST STREAM", "SIZE", "TVFS", "UTF8"};
-  for (auto& line : checksum_features(session)) lines.push_back(std::move(line));
-  session_reply_block(session, 211, "Extensions supported:", lines, "End.");
+  if (!client.storage.checksums().empty()) lines.push_back("CKSUM " + client.storage.checksums());
+  lines.push_back("HASH " + hashes_starred(client.settings.hash_algorithm));
+  for (const char* verb : {"XCRC", "XMD5", "XSHA1", "XSHA256"}) lines.emplace_back(verb);
+  client.reply_block(211, "Extensions supported:", lines, "End.");
+  co_return;
 }
 
-void command_opts(session& session, const std::string& argument) {
-  const std::size_t blank = argument.find(' ');
-  const std::string_view name = std::string_view(argument).substr(0, blank);
-  const std::string_view value =
-      blank == std::string::npos ? std::string_view() : std::string_view(argument).substr(blank + 1);
-  if (same_word(name, "MLST")) return opts_mlst(session, value);
-  if (same_word(name, "HASH")) return checksum_options(session, value);
-  if (!same_word(name, "UTF8")) return session_reply(session, 501, "Options exist for UTF8, MLST and HASH only.");
-  if (!value.empty() && !same_word(value, "ON")) return session_reply(session, 504, "UTF8 is always on.");
-  session_reply(session, 200, "UTF8 is on.");
+handled command_opts(session& client, std::string argument) {
+  std::string_view value = argument;
+  const std::string_view name = take_word(value);
+  if (same_word(name, "MLST")) co_return opts_mlst(client, value);
+  if (same_word(name, "HASH")) co_return opts_hash(client, value);
+  if (!same_word(name, "UTF8")) co_return client.reply(501, "Options exist for UTF8, MLST and HASH only.");
+  if (!value.empty() && !same_word(value, "ON")) co_return client.reply(504, "UTF8 is always on.");
+  client.reply(200, "UTF8 is on.");
 }
 
 /// Data are sent byte for byte in either type: a text that changed on its way would not match its checksum.
-void command_type(session& session, const std::string& argument) {
+handled command_type(session& client, std::string argument) {
   static constexpr auto KNOWN = std::to_array<std::string_view>({"A", "A N", "I", "L 8", "L8"});
-  choose(session, argument, KNOWN, "Type");
+  choose(client, argument, KNOWN, "Type");
+  co_return;
 }
 
-void command_mode(session& session, const std::string& argument) {
+handled command_mode(session& client, std::string argument) {
   static constexpr auto KNOWN = std::to_array<std::string_view>({"S"});
-  choose(session, argument, KNOWN, "Mode");
+  choose(client, argument, KNOWN, "Mode");
+  co_return;
 }
 
-void command_stru(session& session, const std::string& argument) {
+handled command_stru(session& client, std::string argument) {
   static constexpr auto KNOWN = std::to_array<std::string_view>({"F"});
-  choose(session, argument, KNOWN, "Structure");
+  choose(client, argument, KNOWN, "Structure");
+  co_return;
+}
+
+handled command_rest(session& client, std::string argument) {
+  const auto offset = parse_number<std::int64_t>(argument);
+  client.settings.restart_offset = 0;
+  if (!offset || *offset < 0)
+    co_return client.reply(501, "REST takes an offset in bytes from 0 to 9223372036854775807.");
+  client.settings.restart_offset = *offset;
+  client.reply(350, "Restarting at " + std::to_string(*offset) + "; send RETR or STOR.");
+}
+
+/// RFC 959 section 4.1.3. The size of a record ("R n") means nothing here.
+handled command_allo(session& client, std::string argument) {
+  std::string_view rest = argument;
+  const auto size = parse_number<std::int64_t>(take_word(rest));
+  const std::string_view word = take_word(rest);
+  const bool good = word.empty() || (same_word(word, "R") && parse_number<std::int64_t>(rest).value_or(-1) >= 0);
+  if (!size || *size < 0 || !good) co_return client.reply(501, "ALLO takes a size in bytes, or size R size.");
+  client.settings.announced_size = static_cast<std::uint64_t>(*size);
+  client.reply(200, "The next store has " + std::to_string(*size) + " bytes.");
+}
+
+handled command_storattr(session& client, std::string argument) {
+  constexpr std::string_view FACT = "modify=";
+  std::string_view rest = argument;
+  std::optional<std::time_t> time;
+  if (rest.ends_with(';')) rest.remove_suffix(1);
+  if (same_word(rest.substr(0, FACT.size()), FACT)) time = listing_timestamp_parse(rest.substr(FACT.size()));
+  if (!time) co_return client.reply(501, "STORATTR takes modify=YYYYMMDDHHMMSS;.");
+  client.settings.modification_time = *time;
+  client.reply(200, "The next stored file gets this modification time.");
 }
 
 }  // namespace tarvex::server

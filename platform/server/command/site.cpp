@@ -1,108 +1,117 @@
 #include "base/log.h"
+#include "base/number.h"
 #include "base/text.h"
-#include "command/handlers.h"
-#include "command/stat.h"
+#include "command/answer.h"
+#include "command/handler.h"
 #include "ftp/listing.h"
 #include "ftp/path.h"
-#include "session/session_state.h"
-#include "storage/operation_command.h"
+#include "session/session.h"
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 
 namespace tarvex::server {
 
 namespace {
 
+struct site_row;
+/// The row is one of the table, which lasts.
+using site_handler = handled (*)(session& client, const site_row& row, std::string argument);
+
 /// One word of SITE.
 struct site_row {
   std::string_view word;
-  void (*handler)(session& session, const site_row& row, std::string_view argument);
+  site_handler handler;
   tarvex_gfs_command_type_t type;
   std::string_view help;  ///< the argument's form
 };
 
-void refuse_form(session& session, const site_row& row) {
-  session_reply(session, 501, "SITE " + std::string(row.word) + " takes: " + std::string(row.help) + ".");
+/// What is left to do where all is answered.
+handled nothing_more() {
+  co_return;
 }
 
-void site_start(session& session, const site_row& row, storage_command command) {
+handled refuse_form(session& client, const site_row& row) {
+  client.reply(501, "SITE " + std::string(row.word) + " takes: " + std::string(row.help) + ".");
+  co_return;
+}
+
+handled ask_storage(session& client, const site_row& row, storage_command command) {
+  const std::string verb = "SITE " + std::string(row.word);
+  const std::string path = command.path;
+  if (!client.storage.takes_commands()) co_return client.reply(502, "The storage takes no commands.");
   command.type = row.type;
-  auto op = command_make(session, "SITE " + std::string(row.word), std::move(command));
-  op->removes = row.type == TARVEX_GFS_CMD_SITE_RDEL;
-  command_start(std::move(op),
-                [](operation& over) { session_reply(over.session, 250, over.text.value_or(over.verb + " is done.")); });
+  operation_subject subject{
+      .verb = verb, .path = path, .changes = true, .removes = row.type == TARVEX_GFS_CMD_SITE_RDEL};
+  const command_answer answer = co_await client.storage.command(std::move(subject), std::move(command));
+  if (answer_change(client, verb, path, answer.how)) client.reply(250, answer.text.value_or(verb + " is done."));
 }
 
-void start_on_path(session& session, const site_row& row, std::string_view path, storage_command command) {
-  if (path.empty()) return refuse_form(session, row);
-  const auto normal = path_argument(session, path);
-  if (!normal) return;
+handled ask_about_path(session& client, const site_row& row, std::string path, storage_command command) {
+  if (path.empty()) return refuse_form(client, row);
+  const auto normal = path_argument(client, path);
+  if (!normal) return nothing_more();
   command.path = *normal;
-  site_start(session, row, std::move(command));
+  return ask_storage(client, row, std::move(command));
 }
 
-void site_path(session& session, const site_row& row, std::string_view argument) {
-  start_on_path(session, row, argument, {});
+handled site_path(session& client, const site_row& row, std::string argument) {
+  return ask_about_path(client, row, std::move(argument), {});
 }
 
-void site_mode(session& session, const site_row& row, std::string_view argument) {
+handled site_mode(session& client, const site_row& row, std::string argument) {
   constexpr int MODE_MAX = 07777;
   constexpr int OCTAL = 8;
-  const std::string_view text = take_word(argument);
-  storage_command command;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), command.mode, OCTAL);
-  if (error != std::errc() || end != text.data() + text.size() || command.mode < 0 || command.mode > MODE_MAX)
-    return refuse_form(session, row);
-  start_on_path(session, row, argument, std::move(command));
+  std::string_view rest = argument;
+  const auto mode = parse_number<int>(take_word(rest), OCTAL);
+  if (!mode || *mode < 0 || *mode > MODE_MAX) return refuse_form(client, row);
+  return ask_about_path(client, row, std::string(rest), {.mode = *mode});
 }
 
-void site_group(session& session, const site_row& row, std::string_view argument) {
-  storage_command command;
-  command.group = take_word(argument);
-  if (command.group.empty()) return refuse_form(session, row);
-  start_on_path(session, row, argument, std::move(command));
+handled site_group(session& client, const site_row& row, std::string argument) {
+  std::string_view rest = argument;
+  storage_command command{.group = std::string(take_word(rest))};
+  if (command.group.empty()) return refuse_form(client, row);
+  return ask_about_path(client, row, std::string(rest), std::move(command));
 }
 
-void site_time(session& session, const site_row& row, std::string_view argument) {
-  const auto time = listing_timestamp_parse(take_word(argument));
-  if (!time) return refuse_form(session, row);
-  storage_command command;
-  command.time = *time;
-  start_on_path(session, row, argument, std::move(command));
+handled site_time(session& client, const site_row& row, std::string argument) {
+  std::string_view rest = argument;
+  const auto time = listing_timestamp_parse(take_word(rest));
+  if (!time) return refuse_form(client, row);
+  return ask_about_path(client, row, std::string(rest), {.time = *time});
 }
 
-void site_link(session& session, const site_row& row, std::string_view argument) {
-  const auto from = path_take(argument);
-  const auto to = argument.starts_with('"') ? path_take(argument) : std::optional<std::string>(argument);
-  if (!from || !to || to->empty()) return refuse_form(session, row);
-  const auto normal = path_argument(session, *from);
-  if (!normal) return;
-  storage_command command;
-  command.from_path = *normal;
-  start_on_path(session, row, *to, std::move(command));
+handled site_link(session& client, const site_row& row, std::string argument) {
+  std::string_view rest = argument;
+  const auto from = path_take(rest);
+  const auto to = rest.starts_with('"') ? path_take(rest) : std::optional<std::string>(rest);
+  if (!from || !to || to->empty()) return refuse_form(client, row);
+  const auto normal = path_argument(client, *from);
+  if (!normal) return nothing_more();
+  return ask_about_path(client, row, *to, {.from_path = *normal});
 }
 
-void site_text(session& session, const site_row& row, std::string_view argument) {
-  if (argument.empty()) return refuse_form(session, row);
+handled site_text(session& client, const site_row& row, std::string argument) {
+  if (argument.empty()) return refuse_form(client, row);
   storage_command command;
-  (row.type == TARVEX_GFS_CMD_SITE_AUTHZ_ASSERT ? command.assertion : command.text) = argument;
-  site_start(session, row, std::move(command));
+  (row.type == TARVEX_GFS_CMD_SITE_AUTHZ_ASSERT ? command.assertion : command.text) = std::move(argument);
+  return ask_storage(client, row, std::move(command));
 }
 
 /// What a client tells about itself and its work is for the log only.
-void site_noted(session& session, const site_row& row, std::string_view argument) {
-  if (argument.empty()) return refuse_form(session, row);
-  log_info("{}: {}: {}", session_who(session), std::string(row.word), std::string(argument));
-  session_reply(session, 250, "Noted.");
+handled site_noted(session& client, const site_row& row, std::string argument) {
+  if (argument.empty()) return refuse_form(client, row);
+  log_info("{}: {}: {}", client.who(), row.word, argument);
+  client.reply(250, "Noted.");
+  return nothing_more();
 }
 
-void site_store_attributes(session& session, const site_row&, std::string_view argument) {
-  command_storattr(session, std::string(argument));
+handled site_store_attributes(session& client, const site_row&, std::string argument) {
+  return command_storattr(client, std::move(argument));
 }
 
-void site_help(session& session, const site_row& row, std::string_view argument);
+handled site_help(session& client, const site_row& row, std::string argument);
 
 //   word, handler, type, help
 constexpr auto ROWS = std::to_array<site_row>({
@@ -131,30 +140,30 @@ const site_row* site_find(std::string_view word) {
   return row == ROWS.end() ? nullptr : &*row;
 }
 
-void refuse_unknown(session& session, std::string_view word) {
-  session_reply(session, 504, "SITE " + std::string(word) + " is unknown; SITE HELP lists what is known.");
+void refuse_unknown(session& client, std::string_view word) {
+  client.reply(504, "SITE " + std::string(word) + " is unknown; SITE HELP lists what is known.");
 }
 
-void site_help(session& session, const site_row&, std::string_view argument) {
+handled site_help(session& client, const site_row&, std::string argument) {
   const auto syntax = [](const site_row& row) { return std::string(row.word) + " " + std::string(row.help); };
   if (!argument.empty()) {
     const site_row* const row = site_find(argument);
-    if (!row) return refuse_unknown(session, argument);
-    return session_reply(session, 214, "Syntax: SITE " + syntax(*row));
+    if (!row) co_return refuse_unknown(client, argument);
+    co_return client.reply(214, "Syntax: SITE " + syntax(*row));
   }
   std::vector<std::string> lines;
   for (const site_row& row : ROWS) lines.push_back(syntax(row));
-  session_reply_block(session, 214, "SITE commands (the storage may refuse some):", lines, "End.");
+  client.reply_block(214, "SITE commands (the storage may refuse some):", lines, "End.");
 }
 
 }  // namespace
 
-void command_site(session& session, const std::string& argument) {
+handled command_site(session& client, std::string argument) {
   std::string_view rest = argument;
   const std::string_view word = take_word(rest);
   const site_row* const row = site_find(word);
-  if (!row) return refuse_unknown(session, word);
-  row->handler(session, *row, rest);
+  if (!row) co_return refuse_unknown(client, word);
+  co_await row->handler(client, *row, std::string(rest));
 }
 
 }  // namespace tarvex::server

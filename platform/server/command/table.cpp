@@ -1,7 +1,6 @@
 #include "command/table.h"
 
 #include "base/text.h"
-#include "command/handlers.h"
 
 #include <algorithm>
 #include <array>

@@ -1,33 +1,67 @@
 #pragma once
 
 #include "config/configuration.h"
-#include "storage/plugin.h"
+#include "net/control_channel.h"
+#include "net/data_channel.h"
+#include "net/event_loop.h"
+#include "net/wake.h"
+#include "session/client_settings.h"
+#include "session/login_state.h"
+#include "session/session_setup.h"
+#include "storage/storage_session.h"
 
-#include <atomic>
-#include <cstdint>
+#include <functional>
+#include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace tarvex::server {
 
-/// Counts changes per account, in memory that all session processes share. An account maps to one slot; two accounts
-/// in one slot only cause a listing too many, never one too few.
-struct change_counters {
-  static constexpr std::size_t SLOTS = 4096;
-  std::atomic<std::uint64_t> slot[SLOTS];
-};
+/// One client: who it is, what it has set, its connections, and its login's session in the storage. I/O thread.
+class session {
+ public:
+  /// Takes over the control socket. Throws std::system_error when the process is out of something.
+  explicit session(const session_setup& setup);
+  session(const session&) = delete;
+  session& operator=(const session&) = delete;
 
-/// What a session process starts with.
-struct session_setup {
-  const configuration* config = nullptr;
-  server::storage* storage = nullptr;  ///< loaded, not yet activated
-  change_counters* changes = nullptr;  ///< shared memory
-  int control_socket = -1;             ///< the session closes it
-};
+  const configuration& config;
+  event_loop loop;
+  control_channel control;
+  data_channel data;
+  storage_session storage;
+  login_state login;
+  client_settings settings;
 
-/// Serves one control connection from greeting to end. Runs in a process of its own, which ends with what this
-/// returns as exit status: 0 after an orderly end.
-///
-/// SIGTERM ends the session: a running operation is cancelled, the client gets a 421.
-int session_run(const session_setup& setup);
+  /// Sends a reply.
+  void reply(int code, std::string_view line);
+  void reply(int code, const std::vector<std::string>& lines);
+  /// Sends "CODE-first", the inner lines as they stand behind a blank, "CODE last" (RFC 2389, RFC 3659).
+  void reply_block(int code, std::string_view first, const std::vector<std::string>& inner, std::string_view last);
+
+  /// A use of the data channel for a command about `path`.
+  std::shared_ptr<transfer> make_transfer(const std::string& path);
+
+  /// Ends the session: cancels what runs, sends what is waiting. `log_reason` goes to the log.
+  void end(std::string_view log_reason);
+  bool ending() const { return ending_; }
+  /// `ending` is called once when the session begins to end, `sent` when nothing is left to send after that.
+  void on_end(std::function<void()> ending, std::function<void()> sent) {
+    ending_call_ = std::move(ending);
+    sent_call_ = std::move(sent);
+  }
+
+  /// A wait that the end of the session cuts short.
+  boost::asio::awaitable<void> pause(std::chrono::milliseconds time);
+
+  /// "user@peer" for the log; "-" for nobody.
+  std::string who() const;
+
+ private:
+  bool ending_ = false;
+  std::function<void()> ending_call_, sent_call_;
+  wake end_wake_;
+};
 
 }  // namespace tarvex::server

@@ -1,12 +1,10 @@
-#include "base/log.h"
-#include "session/session_state.h"
 #include "storage/callbacks_guard.h"
 #include "storage/operation.h"
+#include "storage/storage_session.h"
 #include "tarvex_gridftp_server.h"
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 using tarvex::server::guard_result;
@@ -37,13 +35,10 @@ tarvex_result_t credential_read(const std::string& path, std::optional<std::stri
   return TARVEX_SUCCESS;
 }
 
-tarvex_result_t config_data(const tarvex::server::session& session, const std::string& key,
+tarvex_result_t config_data(const tarvex::server::storage_session& storage, std::string_view key,
                             std::optional<std::string>& text) {
-  if (key == "config") {
-    text = session.setup.config->storage_policy;
-    return TARVEX_SUCCESS;
-  }
-  if (key == "creds" || key == "renew-creds") return credential_read(session.login.who.credential, text);
+  if (key == "config") text = storage.config().storage_policy;
+  if (key == "creds" || key == "renew-creds") return credential_read(storage.user().credential, text);
   return TARVEX_SUCCESS;
 }
 
@@ -53,7 +48,7 @@ tarvex_result_t tarvex_gridftp_server_get_config_data(tarvex_gfs_operation_t op,
   return guard_result([&]() -> tarvex_result_t {
     *value = nullptr;
     std::optional<std::string> text;
-    const tarvex_result_t result = config_data(op->session, key ? key : "", text);
+    const tarvex_result_t result = config_data(op->storage, key ? key : "", text);
     if (result != TARVEX_SUCCESS || !text) return result;
     *value = strdup(text->c_str());
     if (!*value) return tarvex_error_put(nullptr);
@@ -63,7 +58,7 @@ tarvex_result_t tarvex_gridftp_server_get_config_data(tarvex_gfs_operation_t op,
 
 tarvex_result_t tarvex_gridftp_server_set_checksum_support(tarvex_gfs_operation_t op, const char* algorithms) {
   return guard_result([&]() -> tarvex_result_t {
-    op->session.storage.checksums = algorithms ? algorithms : "";
+    op->storage.announce_checksums(algorithms ? algorithms : "");
     return TARVEX_SUCCESS;
   });
 }
@@ -72,7 +67,7 @@ void tarvex_gridftp_server_finished_session_start(tarvex_gfs_operation_t op, tar
                                                   const char* username, const char* home_dir) {
   (void)guard_result([&]() -> tarvex_result_t {
     if (!operation_complete(*op, operation_kind::session_start, result)) return TARVEX_SUCCESS;
-    op->storage_session = session;
+    op->handle = session;
     op->username = username ? username : "";
     op->home_directory = home_dir ? home_dir : "/";
     return TARVEX_SUCCESS;

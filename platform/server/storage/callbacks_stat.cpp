@@ -1,4 +1,3 @@
-#include "base/log.h"
 #include "storage/callbacks_guard.h"
 #include "storage/operation.h"
 #include "tarvex_gridftp_server.h"

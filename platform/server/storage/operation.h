@@ -1,106 +1,98 @@
 #pragma once
 
+#include "storage/outcome.h"
 #include "tarvex_common.hpp"
 #include "tarvex_gridftp_server.h"
 
 #include <atomic>
-#include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
-#include <span>
 #include <string>
 #include <utility>
 
 namespace tarvex::server {
 
-struct session;
+class outgoing;
+class storage_session;
 class store;
 class transfer;
 
 enum class operation_kind { session_start, stat, command, transfer };
 
-struct byte_range {
-  tarvex_off_t offset = 0;
-  tarvex_off_t length = -1;  ///< -1: to the end
-};
-
-}  // namespace tarvex::server
-
-/// One piece of work for the plug-in.
-///
-/// The I/O thread fills it in and starts it, the operation thread runs `work`, and the I/O thread gets it back for
-/// `done`. What the two touch at the same time is atomic or has a lock of its own.
-struct tarvex_gfs_operation_s {
-  tarvex_gfs_operation_s(tarvex::server::session& of, tarvex::server::operation_kind what) : session(of), kind(what) {}
-
-  tarvex::server::session& session;
-  const tarvex::server::operation_kind kind;
-
-  // What is asked, for the plug-in and for the log.
-  std::string verb;
-  std::string path;
-  std::string from_path;                              ///< a rename's source; else empty
-  std::function<void(tarvex_gfs_operation_s&)> work;  ///< operation thread: calls the plug-in
-  std::function<void(tarvex_gfs_operation_s&)> done;  ///< I/O thread: answers the client
-
-  // What it means to the account's other sessions, and they to it: see operation_relist.h.
+/// What an operation is about, for the plug-in, for the log, and for what other sessions are told: see relist.h.
+struct operation_subject {
+  std::string verb;                  ///< of the FTP command
+  std::string path;                  ///< absolute, normal
+  std::string from_path = {};        ///< a rename's source
   bool changes = false;              ///< changes what is stored
   bool removes = false;              ///< removes the item `path`
   bool lists = false;                ///< lists the folder `path`
   bool existing_may_be_new = false;  ///< PATH_EXISTS may mean that another session was quicker
-  std::function<bool(tarvex_gfs_operation_s&)> rewind;
+};
 
-  // How it ended. Written on the operation thread, read by `done`.
+/// Takes the entries of a listing, batch by batch, on the operation thread; it may wait there.
+using entries_call = std::function<void(const tarvex_gridftp_server_control_stat_t* entries, int count)>;
+
+}  // namespace tarvex::server
+
+/// One piece of work for the plug-in, which knows it by this name.
+///
+/// The I/O thread fills it in, the operation thread runs `work`, and then it is the I/O thread's again. What the two
+/// touch at the same time is atomic or has a lock of its own.
+struct tarvex_gfs_operation_s {
+  tarvex_gfs_operation_s(tarvex::server::storage_session& of, tarvex::server::operation_kind what,
+                         tarvex::server::operation_subject about)
+      : storage(of), kind(what), subject(std::move(about)) {}
+
+  tarvex::server::storage_session& storage;
+  const tarvex::server::operation_kind kind;
+  const tarvex::server::operation_subject subject;
+
+  std::function<void(tarvex_gfs_operation_s&)> work;  ///< operation thread: calls the plug-in
+  /// Operation thread: makes ready for another run of `work`, which has to find everything as the first run did.
+  /// False: bytes have flowed, and it cannot be run again. Empty: there is nothing to make ready.
+  std::function<bool()> rewind;
+
+  // How it ended. Written on the operation thread.
   std::atomic<bool> finished{false};
   std::atomic<bool> misused{false};    ///< not completed, completed twice or by the call of another kind
   std::atomic<bool> cancelled{false};  ///< set by the I/O thread
   tarvex::owned_result result;
 
-  // Session start.
-  void* storage_session = nullptr;
+  // Session start: what the plug-in hands over.
+  void* handle = nullptr;
   std::string username;
   std::string home_directory;
 
-  // Stat: takes each batch on the operation thread.
-  std::function<void(const tarvex_gridftp_server_control_stat_t*, int)> batch;
+  // Stat.
+  tarvex::server::entries_call batch;
 
   // Command.
-  std::optional<std::string> text;
-  bool progress = false;  ///< the client takes 113 replies
+  std::optional<std::string> text;                   ///< what the storage has to say
+  std::function<void(const std::string&)> progress;  ///< I/O thread; empty: the client takes no progress replies
 
-  // Transfer, and listings over the data channel.
+  // Transfer, and a listing over the data channel.
   std::shared_ptr<tarvex::server::transfer> transfer;
-  std::shared_ptr<tarvex::server::store> store;  ///< of a transfer to the storage
-  std::mutex order_mutex;
-  std::deque<tarvex::server::byte_range> ranges;         ///< guarded by order_mutex: not yet asked for
-  tarvex_off_t next_offset = 0;                          ///< guarded by order_mutex: the next byte to send
-  std::function<void(std::span<const std::byte>)> sink;  ///< I/O thread: takes what is sent instead of a data channel
+  std::shared_ptr<tarvex::server::outgoing> sends;  ///< of a transfer from the storage
+  std::shared_ptr<tarvex::server::store> store;     ///< of a transfer to the storage
 };
 
 namespace tarvex::server {
 
 using operation = tarvex_gfs_operation_s;
 
-/// Hands the operation to the plug-in; the session is busy until `done` has run. I/O thread.
-void operation_start(session& session, std::unique_ptr<operation> op);
+/// Runs `work` on the calling thread. No exception of ours or of a plug-in in C++ leaves it; what returns without
+/// having completed the operation is a misuse.
+void operation_work(operation& op) noexcept;
 
-/// Cancels what runs, if anything does: its transfer ends with the reply `code` `text`, the plug-in's sleeps and
-/// requests end early. I/O thread. \return whether something ran.
-bool operation_cancel(session& session, int code, const std::string& text);
-
-/// Enters an operation's outcome. Takes over `result`. \return false when this was a misuse, which is logged.
+/// Enters an operation's end. Takes over `result`. \return false when this was a misuse, which is logged.
 bool operation_complete(operation& op, operation_kind by, tarvex_result_t result);
 
 /// Whether the plug-in did what was asked.
 bool operation_succeeded(const operation& op);
 
-/// The reply to an operation that failed.
-std::string operation_failure_reply(const operation& op);
-
-/// Its first line without code, for the log.
-std::string operation_failure_text(const operation& op);
+/// What the client is to be told. A change that was made before it could be cancelled counts as made.
+outcome operation_outcome(const operation& op);
 
 }  // namespace tarvex::server

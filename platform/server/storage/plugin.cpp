@@ -85,7 +85,7 @@ std::string unknown_setting(const std::string& dsi, const std::string& key) {
 }
 
 /// Opens the library and finds its module; the library stays open.
-std::string open_library(const configuration& config, storage& out) {
+std::string open_library(const configuration& config, storage_plugin& out) {
   const std::string where = "storage library \"" + config.storage_library + "\"";
   out.library = dlopen(config.storage_library.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (out.library == nullptr) return where + " cannot be loaded: " + load_error();
@@ -100,7 +100,7 @@ std::string open_library(const configuration& config, storage& out) {
 
 }  // namespace
 
-std::string storage_load(const configuration& config, storage& out) {
+std::string plugin_load(const configuration& config, storage_plugin& out) {
   const std::string error = open_library(config, out);
   if (!error.empty()) return error;
   for (const auto& [key, value] : config.storage_settings) {
@@ -117,8 +117,8 @@ std::string storage_load(const configuration& config, storage& out) {
   return {};
 }
 
-std::vector<configuration_mistake> storage_check(const configuration& config, const std::string& file) {
-  storage opened;
+std::vector<configuration_mistake> plugin_check(const configuration& config, const std::string& file) {
+  storage_plugin opened;
   const std::string error = open_library(config, opened);
   if (!error.empty()) return {{file, configuration_line(config, "storage.library"), error}};
   std::vector<configuration_mistake> mistakes;
@@ -130,29 +130,29 @@ std::vector<configuration_mistake> storage_check(const configuration& config, co
   return mistakes;
 }
 
-std::optional<int> storage_setting(const storage& storage, const std::string& dsi, const std::string& key) {
-  const int* const setting = find_setting(storage.library, setting_name(dsi, key));
+std::optional<int> plugin_setting(const storage_plugin& plugin, const std::string& dsi, const std::string& key) {
+  const int* const setting = find_setting(plugin.library, setting_name(dsi, key));
   return setting == nullptr ? std::nullopt : std::optional<int>(*setting);
 }
 
-std::string storage_activate(storage& storage, const std::string& dsi) {
-  const int failure = tarvex_module_activate(storage.module);
+std::string plugin_activate(storage_plugin& plugin, const std::string& dsi) {
+  const int failure = tarvex_module_activate(plugin.module);
   if (failure != 0) return "the storage module \"" + dsi + "\" cannot be activated (" + std::to_string(failure) + ")";
   const auto* const found = static_cast<const tarvex_gfs_storage_iface_t*>(
       tarvex_extension_registry_lookup(&tarvex_i_gfs_dsi_registry, dsi.c_str()));
   if (found == nullptr || found->init_func == nullptr || found->stat_func == nullptr) {
-    (void)tarvex_module_deactivate(storage.module);  // the error below is what matters
+    (void)tarvex_module_deactivate(plugin.module);  // the error below is what matters
     return found == nullptr ? "the storage module registered no storage interface \"" + dsi + "\""
                             : "the storage interface \"" + dsi + "\" lacks its start or its stat function";
   }
-  storage.interface = found;
+  plugin.interface = found;
   return {};
 }
 
-void storage_deactivate(storage& storage) {
-  if (storage.interface == nullptr) return;
-  storage.interface = nullptr;
-  (void)tarvex_module_deactivate(storage.module);  // nothing is left that could be done about a failure
+void plugin_deactivate(storage_plugin& plugin) {
+  if (plugin.interface == nullptr) return;
+  plugin.interface = nullptr;
+  (void)tarvex_module_deactivate(plugin.module);  // nothing is left that could be done about a failure
 }
 
 }  // namespace tarvex::server

@@ -1,11 +1,11 @@
 #include "storage/relist.h"
 
 #include "base/log.h"
-#include "command/stat.h"
 #include "ftp/path.h"
-#include "session/session_state.h"
 #include "storage/change_counters.h"
+#include "storage/inside.h"
 #include "storage/operation.h"
+#include "storage/storage_session.h"
 #include "storage/transfer.h"
 
 namespace tarvex::server {
@@ -16,21 +16,11 @@ constexpr std::size_t REMEMBERED_MAX = 10000;
 
 enum class listing_outcome { listed, missing, failed };
 
-std::string_view error_class(const owned_result& result) {
-  const char* const word = tarvex_gfs_ftp_response_error_class(tarvex_error_peek(result.get()));
-  return word ? word : "";
-}
-
-bool says_missing(const owned_result& result) {
-  const std::string_view word = error_class(result);
-  return word == "PATH_NOT_FOUND" || word == "NOT_A_DIRECTORY";
-}
-
 /// Whether a failed operation was refused before it could change anything.
 bool refused(const operation& op) {
   if (op.transfer && op.transfer->begun()) return false;
-  const std::string_view word = error_class(op.result);
-  return says_missing(op.result) || word == "PATH_EXISTS" || word == "PERMISSION_DENIED" ||
+  const std::string_view word = result_class(op.result.get());
+  return result_missing(op.result.get()) || word == "PATH_EXISTS" || word == "PERMISSION_DENIED" ||
          word == "INVALID_PATH_NAME" || word == "NOT_IMPLEMETED";
 }
 
@@ -38,26 +28,26 @@ bool ended_well(const operation& op) {
   return op.finished && !op.misused && op.result.ok();
 }
 
-listing_outcome outcome_of(const owned_result& result) {
+listing_outcome listing_outcome_of(const owned_result& result) {
   if (result.ok()) return listing_outcome::listed;
-  return says_missing(result) ? listing_outcome::missing : listing_outcome::failed;
+  return result_missing(result.get()) ? listing_outcome::missing : listing_outcome::failed;
 }
 
 /// Lists a folder. A file is not listed as one: in a storage that numbers the two apart another folder may answer.
 listing_outcome list_again(operation& op, const std::string& folder) {
   std::optional<item_stat> item;
   const owned_result found = stat_inside(op, folder, item);
-  if (!found.ok()) return outcome_of(found);
+  if (!found.ok()) return listing_outcome_of(found);
   if (!item || !item->folder()) return listing_outcome::missing;
-  return outcome_of(list_inside(op, folder));
+  return listing_outcome_of(list_inside(op, folder));
 }
 
 /// Lists the nearest folder above `path` that exists. \return whether one was listed.
 bool list_above(operation& op, const std::string& path) {
-  change_view& view = op.session.others;
+  change_view& view = op.storage.others();
   for (std::string folder = path_parent(path);; folder = path_parent(folder)) {
     const std::uint64_t changes = view.changes();
-    log_debug("{}: {} {}: {} is listed again", session_who(op.session), op.verb, op.path, folder);
+    log_debug("{}: {} {}: {} is listed again", op.storage.who(), op.subject.verb, op.subject.path, folder);
     const listing_outcome outcome = list_again(op, folder);
     if (outcome == listing_outcome::failed || op.cancelled) return false;
     view.note_listed(folder, changes);
@@ -69,7 +59,7 @@ bool list_above(operation& op, const std::string& path) {
 /// Lists above one of the operation's paths when what the storage knows of it may be old. \return whether it did.
 bool refresh_path(operation& op, const std::string& path, bool name_is_taken) {
   if (path.empty()) return false;
-  change_view& view = op.session.others;
+  change_view& view = op.storage.others();
   const std::string doubted = view.take_doubt(path);
   if (!doubted.empty()) return list_above(op, doubted);
   return (name_is_taken || view.outdated(path_parent(path))) && list_above(op, path);
@@ -79,36 +69,37 @@ bool refresh_path(operation& op, const std::string& path, bool name_is_taken) {
 bool refresh(operation& op) {
   if (op.kind == operation_kind::session_start || !op.finished || op.misused || op.cancelled || op.result.ok())
     return false;
-  const bool name_is_taken = op.existing_may_be_new && error_class(op.result) == "PATH_EXISTS";
-  if (!name_is_taken && !says_missing(op.result)) return false;
-  bool listed = refresh_path(op, op.path, name_is_taken);
-  listed = refresh_path(op, op.from_path, false) || listed;
+  const bool name_is_taken = op.subject.existing_may_be_new && result_class(op.result.get()) == "PATH_EXISTS";
+  if (!name_is_taken && !result_missing(op.result.get())) return false;
+  bool listed = refresh_path(op, op.subject.path, name_is_taken);
+  listed = refresh_path(op, op.subject.from_path, false) || listed;
   return listed && !op.cancelled;
 }
 
 /// Tells what the operation means to others, and to what the storage takes for known.
 void note_change(operation& op) {
-  change_view& view = op.session.others;
+  change_view& view = op.storage.others();
   const bool well = ended_well(op);
-  const bool may_have_changed = op.changes && (well || !refused(op));
+  const bool may_have_changed = op.subject.changes && (well || !refused(op));
   if (may_have_changed) view.raise();
-  if (!well && (may_have_changed || (op.removes && !says_missing(op.result)))) view.doubt(op.path);
+  if (!well && (may_have_changed || (op.subject.removes && !result_missing(op.result.get()))))
+    view.doubt(op.subject.path);
 }
 
 bool make_ready_again(operation& op) {
-  if (op.rewind && !op.rewind(op)) return false;
+  if (op.rewind && !op.rewind()) return false;
   op.result = {};
   op.text.reset();
   op.finished = false;
   return true;
 }
 
-void run_and_note(operation& op, void (*run)(operation& op) noexcept) {
-  change_view& view = op.session.others;
+void run_and_note(operation& op) {
+  change_view& view = op.storage.others();
   const std::uint64_t changes = view.changes();
-  run(op);
-  if (refresh(op) && make_ready_again(op)) run(op);
-  if (op.lists && ended_well(op)) view.note_listed(op.path, changes);
+  operation_work(op);
+  if (refresh(op) && make_ready_again(op)) operation_work(op);
+  if (op.subject.lists && ended_well(op)) view.note_listed(op.subject.path, changes);
   note_change(op);
 }
 
@@ -153,11 +144,11 @@ std::string change_view::take_doubt(std::string_view path) {
   return {};
 }
 
-void operation_run(operation& op, void (*run)(operation& op) noexcept) noexcept {
+void operation_run(operation& op) noexcept {
   try {
-    run_and_note(op, run);
+    run_and_note(op);
   } catch (const std::exception& error) {
-    log_error("{} {}: {}", op.verb, op.path, error.what());
+    log_error("{} {}: {}", op.subject.verb, op.subject.path, error.what());
     op.misused = true;
   }
 }

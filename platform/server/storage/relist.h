@@ -46,13 +46,13 @@ class change_view {
   std::unordered_set<std::string> doubts_;
 };
 
-/// Runs an operation with `run`, which must not throw, and tells the account's other sessions when it may have changed
-/// something. Operation thread; every operation comes this way through operation_start.
+/// Runs an operation's work, and tells the account's other sessions when it may have changed something. Operation
+/// thread; every operation comes this way.
 ///
 /// An operation that ends in PATH_NOT_FOUND or NOT_A_DIRECTORY, though others have changed something since the folders
 /// of its path were listed, has them listed again, from the nearest one that exists, and is run once more. The same
 /// happens where a failed change of this session has left the item in doubt. Nothing is asked of the storage otherwise.
-/// What an operation has to say for that:
+/// What an operation's subject has to say for that:
 ///
 /// - `path`, and `from_path` where there are two: whose folders are listed.
 /// - `changes`: raises the account's counter once it is over, unless the storage has refused it outright.
@@ -61,9 +61,9 @@ class change_view {
 /// - `existing_may_be_new`: PATH_EXISTS is treated like PATH_NOT_FOUND, whatever the counter says: that the name is
 ///   taken is news to the storage, or it would not have tried (the other session may still be about to raise the
 ///   counter).
-/// - `rewind` (operation thread): makes ready for another run of `work`, which has to find everything as the first run
-///   did (ranges, what a batch has filled in). False: it cannot be run again, since bytes have flowed; its folders are
-///   listed all the same, so that the client's next try succeeds. Empty: there is nothing to make ready.
-void operation_run(tarvex_gfs_operation_s& op, void (*run)(tarvex_gfs_operation_s& op) noexcept) noexcept;
+///
+/// One that cannot be rewound, since bytes have flowed, is not run again; its folders are listed all the same, so that
+/// the client's next try succeeds.
+void operation_run(tarvex_gfs_operation_s& op) noexcept;
 
 }  // namespace tarvex::server

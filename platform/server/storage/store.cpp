@@ -1,81 +1,21 @@
 #include "storage/store.h"
 
-#include "session/session_state.h"
+#include "storage/block_source.h"
 #include "storage/spool.h"
+#include "storage/storage_session.h"
 #include "storage/transfer.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <condition_variable>
 #include <cstring>
-#include <deque>
 #include <utility>
 
 namespace tarvex::server {
 
 namespace {
 
-constexpr int DEFAULT_CHUNKED_MINIMUM = 50 << 20;
 constexpr std::size_t READ_AHEAD_BYTES = 16 << 20;  // while the plug-in is busy with what it has read
 constexpr std::size_t SPOOL_AHEAD_BYTES = 1 << 20;  // a disk is not waited for as long
-constexpr std::size_t BLOCK_BYTES = 1 << 20;
-constexpr std::size_t BLOCKS = 3;  // one is written while others are filled
-
-/// Received data, block by block, for one thread that may wait for them.
-class block_source {
- public:
-  explicit block_source(data_receiver& receiver) : receiver_(receiver) {
-    for (std::size_t i = 0; i < BLOCKS; ++i) ask(blocks_[i]);
-  }
-  /// Waits until the receiver has let go of every block: it has ended by then, or is over.
-  ~block_source() {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return asked_ == 0; });
-  }
-  block_source(const block_source&) = delete;
-  block_source& operator=(const block_source&) = delete;
-
-  /// The next block, which stays till the next call.
-  read_outcome next(std::span<const std::byte>& bytes) {
-    if (taken_ > 0) ask(blocks_[(taken_ - 1) % BLOCKS]);
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return !outcomes_.empty() || asked_ == 0; });
-    if (outcomes_.empty()) return {.failed = true, .eof = true};
-    const read_outcome outcome = outcomes_.front();
-    outcomes_.pop_front();
-    bytes = std::as_bytes(std::span(blocks_[taken_++ % BLOCKS].get(), outcome.bytes));
-    return outcome;
-  }
-
- private:
-  using block = std::unique_ptr<unsigned char[]>;
-
-  void ask(block& into) {
-    if (!into) into = std::make_unique_for_overwrite<unsigned char[]>(BLOCK_BYTES);
-    {
-      const std::lock_guard lock(mutex_);
-      ++asked_;
-    }
-    if (!receiver_.read({into.get(), BLOCK_BYTES, [this](const read_outcome& outcome) { done(outcome, true); }}))
-      done({}, false);
-  }
-
-  void done(const read_outcome& outcome, bool taken) {
-    const std::lock_guard lock(mutex_);
-    --asked_;
-    if (taken) outcomes_.push_back(outcome);
-    changed_.notify_all();
-  }
-
-  data_receiver& receiver_;
-  std::array<block, BLOCKS> blocks_;
-  std::size_t taken_ = 0;
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::deque<read_outcome> outcomes_;  // guarded by mutex_
-  std::size_t asked_ = 0;              // guarded by mutex_: reads that the receiver has
-};
 
 /// Why the spool did not take something.
 std::string spool_error(int error, std::uint64_t limit) {
@@ -88,8 +28,14 @@ std::string spool_error(int error, std::uint64_t limit) {
 
 }  // namespace
 
-store::store(session& session, std::shared_ptr<transfer> channel, const store_request& request)
-    : session_(session), channel_(std::move(channel)), request_(request) {
+void block_counter::note(std::size_t length, const read_outcome& outcome) {
+  if (length != left_) start_ = outcome.offset;
+  left_ = length - std::min(length, outcome.bytes);
+  if (outcome.failed && !failed_) failed_ = start_;
+}
+
+store::store(storage_session& storage, std::shared_ptr<transfer> channel, const store_request& request)
+    : storage_(storage), channel_(std::move(channel)), request_(request) {
   std::optional<std::uint64_t> expected;
   if (request.size > 0) expected = request.size - request.offset;
   channel_->receive(expected, expected ? READ_AHEAD_BYTES : SPOOL_AHEAD_BYTES);
@@ -97,18 +43,13 @@ store::store(session& session, std::shared_ptr<transfer> channel, const store_re
 
 store::~store() = default;
 
-std::uint64_t store::chunked_minimum() const {
-  const auto setting = storage_setting(*session_.setup.storage, session_.setup.config->storage_dsi, "chunked_minimum");
-  return static_cast<std::uint64_t>(std::max(setting.value_or(DEFAULT_CHUNKED_MINIMUM), 0));
-}
-
 void store::run(operation& op) {
   if ((request_.size == 0 && !spool_ && !learn_size()) || op.cancelled) {
     tarvex_gridftp_server_finished_transfer(&op, TARVEX_FAILURE);
     return;
   }
-  tarvex_gfs_transfer_info_t info{op.path.c_str(), request_.size, request_.offset == 0};
-  session_.setup.storage->interface->recv_func(&op, &info, session_.storage.session);
+  tarvex_gfs_transfer_info_t info{op.subject.path.c_str(), request_.size, request_.offset == 0};
+  storage_.interface()->recv_func(&op, &info, storage_.handle());
 }
 
 bool store::rewind() {
@@ -125,8 +66,8 @@ byte_range store::write_range() const {
 
 /// \return false when the data did not come to a good end, or cannot be held; the channel has failed then.
 bool store::learn_size() {
-  const configuration& config = *session_.setup.config;
-  spool held({.memory_bytes = chunked_minimum(),
+  const configuration& config = storage_.config();
+  spool held({.memory_bytes = storage_.chunked_minimum(),
               .limit_bytes = config.spool_limit_bytes,
               .directory = config.spool_directory});
   channel_->begin();
@@ -148,7 +89,7 @@ bool store::learn_size() {
 
 /// The data are of no use any more.
 void store::fail(int code, const std::string& text) {
-  session_.loop.post([channel = channel_, code, text] {
+  storage_.loop().post([channel = channel_, code, text] {
     channel->note_failure(code, text);
     channel->receiver().finish();
   });
@@ -169,31 +110,26 @@ bool store::read_spooled(data_read wanted) {
   if (error == 0)
     error = spool_->read(fed_, std::as_writable_bytes(std::span(wanted.buffer, wanted.length)), outcome.bytes);
   fed_ += outcome.bytes;
-  session_.loop.post([this, wanted = std::move(wanted), outcome, error]() mutable {
+  storage_.loop().post([this, wanted = std::move(wanted), outcome, error]() mutable {
     if (error != 0) channel_->note_failure(451, spool_error(error, 0));
-    if (outcome.eof && !session_.control.present()) channel_->note_failure(426, "The client is gone.");
+    if (outcome.eof && !channel_->client_present()) channel_->note_failure(426, "The client is gone.");
     if (channel_->failed()) outcome = {.failed = true, .bytes = 0, .offset = outcome.offset, .eof = true};
     done(wanted, outcome);
   });
   return true;
 }
 
-/// Passes an outcome on, and keeps in mind which buffer could not be filled.
+/// Passes an outcome on.
 void store::done(const data_read& wanted, read_outcome outcome) {
   outcome.offset += request_.offset;
-  if (wanted.buffer != next_byte_) buffer_offset_ = outcome.offset;
-  next_byte_ = wanted.buffer + outcome.bytes;
-  if (outcome.failed) {
-    if (!failed_offset_) failed_offset_ = buffer_offset_;
-  } else {
-    end_passed_ |= outcome.eof;
-  }
+  blocks_.note(wanted.length, outcome);
+  if (!outcome.failed) end_passed_ |= outcome.eof;
   wanted.done(outcome);
 }
 
 std::optional<unfinished_store> store::leftover() const {
-  if (!channel_->begun() || request_.size <= chunked_minimum()) return std::nullopt;
-  return unfinished_store{request_.size, failed_offset_.value_or(0)};
+  if (!channel_->begun() || request_.size <= storage_.chunked_minimum()) return std::nullopt;
+  return unfinished_store{request_.size, blocks_.failed().value_or(0)};
 }
 
 }  // namespace tarvex::server

@@ -2,6 +2,7 @@
 
 #include "net/data_receiver.h"
 #include "storage/operation.h"
+#include "storage/outgoing.h"
 
 #include <atomic>
 #include <cstdint>
@@ -27,6 +28,22 @@ struct unfinished_store {
   std::uint64_t offset = 0;  ///< where it can go on; 0: nowhere
 };
 
+/// Counts a storage's reads as blocks. A storage that keeps what it has of a broken transfer fills one block at a time:
+/// it asks for the whole block, then for what is left of it until it is full. So a read of just the length that the one
+/// before left over goes on with its block, and any other begins one.
+class block_counter {
+ public:
+  /// A read of `length` bytes has come to its end with `outcome`, whose offset is the file's.
+  void note(std::size_t length, const read_outcome& outcome);
+  /// Where the block begins that could not be filled; nothing: none failed.
+  const std::optional<std::uint64_t>& failed() const { return failed_; }
+
+ private:
+  std::size_t left_ = 0;     // of the current block
+  std::uint64_t start_ = 0;  // of the current block
+  std::optional<std::uint64_t> failed_;
+};
+
 /// The plug-in's side of a store: the data that the client sends, as the plug-in reads them.
 ///
 /// Of known size they are handed on as they come. Where no size was announced they are all taken in first, into a
@@ -35,7 +52,7 @@ struct unfinished_store {
 class store {
  public:
   /// `channel` begins to receive. I/O thread.
-  store(session& session, std::shared_ptr<transfer> channel, const store_request& request);
+  store(storage_session& storage, std::shared_ptr<transfer> channel, const store_request& request);
   ~store();
   store(const store&) = delete;
   store& operator=(const store&) = delete;
@@ -70,9 +87,8 @@ class store {
   void fail(int code, const std::string& text);
   bool read_spooled(data_read wanted);
   void done(const data_read& wanted, read_outcome outcome);
-  std::uint64_t chunked_minimum() const;
 
-  session& session_;
+  storage_session& storage_;
   const std::shared_ptr<transfer> channel_;
   store_request request_;  ///< its size is learnt before the plug-in is called
 
@@ -83,9 +99,7 @@ class store {
 
   // I/O thread.
   bool end_passed_ = false;
-  const unsigned char* next_byte_ = nullptr;    ///< where the next bytes go when a buffer is filled piece by piece
-  std::uint64_t buffer_offset_ = 0;             ///< where the current buffer's first byte belongs
-  std::optional<std::uint64_t> failed_offset_;  ///< where the buffer's first byte belongs that could not be filled
+  block_counter blocks_;
 };
 
 }  // namespace tarvex::server

@@ -1,48 +1,62 @@
 #include "storage/transfer.h"
 
 #include "net/data_socket.h"
-#include "session/session_state.h"
 
 namespace tarvex::server {
+
+namespace asio = boost::asio;
 
 namespace {
 
 constexpr std::chrono::seconds CONNECTION_LIMIT{60};
+constexpr std::size_t WAITING_TEXT_MAX = 1 << 20;  // before the storage is made to wait
 
 }  // namespace
 
-transfer::transfer(session& session, std::string verb, std::string path)
-    : session_(session),
-      verb_(std::move(verb)),
-      path_(std::move(path)),
-      stream_(session.loop, std::chrono::seconds(session.setup.config->idle_timeout_s),
-              [&session](const std::string& why) { operation_cancel(session, 426, why); }) {}
+transfer::transfer(transfer_client client)
+    : client_(std::move(client)),
+      sender_(client_.loop, client_.stall_limit, [this](const std::string& why) { cancel(426, why); }) {}
 
 void transfer::receive(std::optional<std::uint64_t> expected, std::size_t window_bytes) {
   data_receiver::rules rules;
   rules.window_bytes = window_bytes;
-  rules.stall_limit = std::chrono::seconds(session_.setup.config->idle_timeout_s);
+  rules.stall_limit = client_.stall_limit;
   rules.expected = expected;
-  rules.peer_present = [this] { return session_.control.present(); };
+  rules.peer_present = client_.present;
   rules.broken = [this](int code, const std::string& why) { note_failure(code, why); };
-  receiver_ = std::make_unique<data_receiver>(session_.loop, std::move(rules));
+  receiver_ = std::make_unique<data_receiver>(client_.loop, std::move(rules));
 }
 
 void transfer::begin() {
   if (begun_.exchange(true)) return;
-  session_.loop.post([self = shared_from_this()] { self->open(); });
+  client_.loop.post([self = shared_from_this()] { self->client_.loop.spawn(open(self)); });
 }
 
-void transfer::open() {
-  if (failed_) return;
-  session_reply(session_, 150, "Opening data connection for " + path_ + ".");
-  session_.data.open(CONNECTION_LIMIT,
-                     [self = shared_from_this()](std::unique_ptr<data_socket> connection, const std::string& error) {
-                       if (!connection) operation_cancel(self->session_, 425, error);
-                       if (!connection || self->failed_) return;
-                       if (self->receiver_) return self->receiver_->attach(std::move(connection));
-                       self->stream_.attach(std::move(connection));
-                     });
+asio::awaitable<void> transfer::open(std::shared_ptr<transfer> self) {
+  if (self->failed_) co_return;
+  self->client_.opening();
+  data_connection connection = co_await self->client_.data.open(CONNECTION_LIMIT);
+  if (!connection.socket) self->cancel(425, connection.error);
+  if (!connection.socket || self->failed_) co_return;
+  if (self->receiver_) {
+    self->receiver_->attach(std::move(connection.socket));
+  } else {
+    self->sender_.attach(std::move(connection.socket));
+  }
+}
+
+bool transfer::push_text(std::string text) {
+  begin();
+  if (text.empty()) return true;
+  if (!sender_.wait_for_room(WAITING_TEXT_MAX)) return false;
+  data_piece piece;
+  piece.owned = std::move(text);
+  return sender_.push(std::move(piece));
+}
+
+void transfer::cancel(int code, const std::string& why) {
+  if (cancel_) return cancel_(code, why);
+  fail(code, why);
 }
 
 void transfer::note_failure(int code, const std::string& text) {
@@ -55,17 +69,19 @@ void transfer::explain_failure(const std::string& more) {
 
 void transfer::fail(int code, const std::string& text) {
   note_failure(code, text);
-  session_.data.close();
-  stream_.abort();
+  client_.data.close();
+  sender_.abort();
   if (receiver_) receiver_->abort();
 }
 
-void transfer::finish(bool success, std::function<void()> over) {
-  if (success && !failed_ && !receiver_) return stream_.finish([over = std::move(over)](bool) { over(); });
-  session_.data.close();
-  stream_.abort();
+asio::awaitable<void> transfer::finish(bool success) {
+  if (success && !failed_ && !receiver_) {
+    (void)co_await sender_.finish();  // a failure was told through cancel()
+    co_return;
+  }
+  client_.data.close();
+  sender_.abort();
   if (receiver_) receiver_->finish();
-  over();
 }
 
 }  // namespace tarvex::server

@@ -1,7 +1,10 @@
 #pragma once
 
+#include "net/data_channel.h"
 #include "net/data_receiver.h"
 #include "net/data_sender.h"
+
+#include <boost/asio/awaitable.hpp>
 
 #include <atomic>
 #include <chrono>
@@ -12,7 +15,14 @@
 
 namespace tarvex::server {
 
-struct session;
+/// What a transfer needs of the client's session.
+struct transfer_client {
+  event_loop& loop;
+  data_channel& data;
+  std::chrono::milliseconds stall_limit;  ///< how long nothing may move on the data connection
+  std::function<void()> opening;          ///< says that the data connection is about to be opened (150)
+  std::function<bool()> present;          ///< whether the client's control connection is there
+};
 
 /// One use of the data channel, from the 150 reply to the closed connection. The final reply is the caller's. It sends,
 /// unless it was told to receive before it begins.
@@ -24,45 +34,50 @@ class transfer : public std::enable_shared_from_this<transfer> {
     std::string text;
   };
 
-  transfer(session& session, std::string verb, std::string path);
+  explicit transfer(transfer_client client);
 
   // Any thread.
 
   /// Sends the 150 and opens the data channel, once; does not wait for it.
   void begin();
   bool begun() const { return begun_; }
-  data_sender& stream() { return stream_; }
-  data_receiver& receiver() { return *receiver_; }  ///< of one that receives
+  /// Hands a piece to the client, or text of which no more than a bounded amount waits: this blocks while the client is
+  /// slow. \return false when the data channel has ended.
+  [[nodiscard]] bool push(data_piece piece) { return sender_.push(std::move(piece)); }
+  [[nodiscard]] bool push_text(std::string text);
+  data_receiver& receiver() { return *receiver_; }           ///< of one that receives
+  bool client_present() const { return client_.present(); }  ///< I/O thread
   bool receives() const { return receiver_ != nullptr; }
-  const std::string& verb() const { return verb_; }
-  const std::string& path() const { return path_; }
   /// Bytes that went out, or that came in.
-  std::uint64_t moved_bytes() const { return receiver_ ? receiver_->received_bytes() : stream_.sent_bytes(); }
+  std::uint64_t moved_bytes() const { return receiver_ ? receiver_->received_bytes() : sender_.sent_bytes(); }
 
   // I/O thread.
 
   /// Makes it receive exactly `expected` bytes; nothing: as many as come. `window_bytes` may wait to be read.
   void receive(std::optional<std::uint64_t> expected, std::size_t window_bytes);
+  /// Who cancels the operation that the transfer serves when the data connection fails.
+  void on_failure(std::function<void(int code, const std::string& why)> cancel) { cancel_ = std::move(cancel); }
   /// What the client will be told; the first failure counts. Ends nothing by itself.
   void note_failure(int code, const std::string& text);
   /// Adds a sentence to the failure.
   void explain_failure(const std::string& more);
   /// Ends it at once.
   void fail(int code, const std::string& text);
-  /// Ends it: sends what is there when `success`, or drops it, closes the data connection, then calls `over`.
-  void finish(bool success, std::function<void()> over);
+  /// Ends it: sends what is there when `success`, or drops it, and closes the data connection.
+  boost::asio::awaitable<void> finish(bool success);
   const std::optional<failure>& failed() const { return failed_; }
   std::chrono::duration<double> elapsed() const { return std::chrono::steady_clock::now() - started_; }
 
  private:
-  void open();
+  static boost::asio::awaitable<void> open(std::shared_ptr<transfer> self);
+  void cancel(int code, const std::string& why);
 
-  session& session_;
-  const std::string verb_, path_;
+  const transfer_client client_;
   const std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
   std::atomic<bool> begun_{false};
   std::optional<failure> failed_;
-  data_sender stream_;
+  std::function<void(int code, const std::string& why)> cancel_;
+  data_sender sender_;
   std::unique_ptr<data_receiver> receiver_;
 };
 

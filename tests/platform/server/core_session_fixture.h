@@ -1,7 +1,10 @@
 #pragma once
 
 #include "config/configuration.h"
-#include "session/session.h"
+#include "session_process.h"
+#include "config/configuration.h"
+#include "storage/change_counters.h"
+#include "storage/plugin.h"
 #include "storage/plugin.h"
 #include "tarvex_gridftp_server.h"
 
@@ -82,7 +85,7 @@ class SessionTest : public ::testing::Test {
 
  private:
   std::string unread_;
-  storage storage_;
+  storage_plugin storage_;
   std::string directory_;
   std::thread thread_;
   std::future<int> status_;

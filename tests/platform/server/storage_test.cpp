@@ -18,21 +18,21 @@ TEST(Storage, SetsExportedIntVariablesAndNothingElse) {
   configuration config = fake_configuration();
   config.storage_settings = {{"level", 42}};
   config.box_api_base = "http://127.0.0.1:1";
-  storage loaded;
-  ASSERT_EQ(storage_load(config, loaded), "");
-  EXPECT_EQ(storage_setting(loaded, "fake", "level"), 42);
+  storage_plugin loaded;
+  ASSERT_EQ(plugin_load(config, loaded), "");
+  EXPECT_EQ(plugin_setting(loaded, "fake", "level"), 42);
   EXPECT_STREQ(std::getenv("TARVEX_BOX_API_BASE"), "http://127.0.0.1:1");
   unsetenv("TARVEX_BOX_API_BASE");
 
   for (const char* key : {"constant", "wide", "pair", "function", "none", ""}) {
-    EXPECT_EQ(storage_setting(loaded, "fake", key), std::nullopt) << key;
+    EXPECT_EQ(plugin_setting(loaded, "fake", key), std::nullopt) << key;
     config.storage_settings = {{key, 1}, {"level", 43}};
     config.lines = {{"storage.settings." + std::string(key), 9}};
-    const auto mistakes = storage_check(config, "c.toml");
+    const auto mistakes = plugin_check(config, "c.toml");
     ASSERT_EQ(mistakes.size(), 1U) << key;
     EXPECT_EQ(mistakes[0].line, 9U);
-    storage other;
-    EXPECT_EQ(storage_load(config, other), mistakes[0].text);
+    storage_plugin other;
+    EXPECT_EQ(plugin_load(config, other), mistakes[0].text);
   }
 }
 
@@ -51,8 +51,8 @@ TEST(Storage, SaysWhyALibraryCannotBeUsed) {
     configuration config = fake_configuration();
     config.storage_dsi = row.dsi;
     config.storage_library = row.library;
-    storage loaded;
-    const std::string error = storage_load(config, loaded);
+    storage_plugin loaded;
+    const std::string error = plugin_load(config, loaded);
     EXPECT_NE(error.find(row.text), std::string::npos) << error;
     EXPECT_EQ(error.find('\n'), std::string::npos) << error;
   }
@@ -60,19 +60,19 @@ TEST(Storage, SaysWhyALibraryCannotBeUsed) {
 
 TEST(Storage, IsActivatedAndTakenBack) {
   configuration config = fake_configuration();
-  storage loaded;
-  ASSERT_EQ(storage_load(config, loaded), "");
-  ASSERT_EQ(storage_activate(loaded, "fake"), "");
+  storage_plugin loaded;
+  ASSERT_EQ(plugin_load(config, loaded), "");
+  ASSERT_EQ(plugin_activate(loaded, "fake"), "");
   EXPECT_NE(loaded.interface->stat_func, nullptr);
-  storage_deactivate(loaded);
+  plugin_deactivate(loaded);
   EXPECT_EQ(loaded.interface, nullptr);
-  EXPECT_NE(storage_activate(loaded, "other").find("no storage interface \"other\""), std::string::npos);
-  ASSERT_EQ(storage_activate(loaded, "fake"), "") << "a failed activation leaves nothing behind";
-  storage_deactivate(loaded);
+  EXPECT_NE(plugin_activate(loaded, "other").find("no storage interface \"other\""), std::string::npos);
+  ASSERT_EQ(plugin_activate(loaded, "fake"), "") << "a failed activation leaves nothing behind";
+  plugin_deactivate(loaded);
 
   config.storage_settings = {{"level", -1}};  // makes its activation fail
-  ASSERT_EQ(storage_load(config, loaded), "");
-  EXPECT_NE(storage_activate(loaded, "fake").find("cannot be activated"), std::string::npos);
+  ASSERT_EQ(plugin_load(config, loaded), "");
+  EXPECT_NE(plugin_activate(loaded, "fake").find("cannot be activated"), std::string::npos);
   EXPECT_EQ(loaded.interface, nullptr);
 }
 

@@ -1,0 +1,46 @@
+#include "command/answer.h"
+
+#include "base/log.h"
+#include "ftp/path.h"
+#include "session/session.h"
+#include "storage/transfer.h"
+
+namespace tarvex::server {
+
+void answer_failure(session& client, std::string_view verb, std::string_view path, const outcome& how) {
+  log_info("{}: {} {} failed: {}", client.who(), verb, path, how.text());
+  client.reply(how.code, how.lines);
+}
+
+bool answer_change(session& client, std::string_view verb, std::string_view path, const outcome& how) {
+  if (!how.ok()) {
+    answer_failure(client, verb, path, how);
+    return false;
+  }
+  log_info("{}: {} {}: done", client.who(), verb, path);
+  return true;
+}
+
+void answer_transfer(session& client, std::string_view verb, std::string_view path, const transfer& channel,
+                     const outcome& how) {
+  log_info("{}: {} {}: {} bytes in {:.3f} s: {}", client.who(), verb, path, channel.moved_bytes(),
+           channel.elapsed().count(), how.ok() ? "complete" : how.text());
+  client.data.close();
+  if (!how.ok()) return client.reply(how.code, how.lines);
+  client.reply(226, "Transfer complete; " + std::to_string(channel.moved_bytes()) +
+                        (channel.receives() ? " bytes received." : " bytes sent."));
+}
+
+std::optional<std::string> path_argument(session& client, std::string_view argument) {
+  auto path = path_normalise(client.settings.directory, argument);
+  if (!path) client.reply(501, "This is no path: it is too long or holds control bytes.");
+  return path;
+}
+
+bool transfer_possible(session& client) {
+  if (client.data.ready()) return true;
+  client.reply(425, "Prepare a data connection with PASV, EPSV, PORT or EPRT first.");
+  return false;
+}
+
+}  // namespace tarvex::server

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "ftp/listing.h"
+#include "tarvex_gridftp_server.h"
+
+#include <string>
+#include <string_view>
+
+namespace tarvex::server {
+
+/// What a client wants to see of a listing.
+struct listing_request {
+  std::string verb;
+  listing_form form = listing_form::list;
+  std::string path;  ///< absolute, normal
+  facts_mask facts = ALL_FACTS;
+};
+
+/// The argument without the options of ls that clients put before the path ("-la").
+std::string_view listing_options_skip(std::string_view argument);
+
+/// Lines of a batch. The folder itself is left out: clients take "." for an item of it.
+std::string listing_lines(const listing_request& request, const tarvex_gridftp_server_control_stat_t* entries,
+                          int count);
+
+/// The one line of an item that is no folder.
+std::string listing_line(const listing_request& request, const tarvex_gridftp_server_control_stat_t& stat);
+
+}  // namespace tarvex::server

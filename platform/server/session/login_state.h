@@ -1,0 +1,19 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+namespace tarvex::server {
+
+/// Who is logged in, and how the way there went.
+struct login_state {
+  std::string user;  ///< of the last USER; empty: none since
+  bool logged_in = false;
+  unsigned failures = 0;
+  unsigned bad_commands = 0;
+  /// Who has not logged in by then is sent away, whatever else was said.
+  std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::now() + std::chrono::seconds(120);
+  std::string name;  ///< the storage's name for the user
+};
+
+}  // namespace tarvex::server

@@ -1,0 +1,154 @@
+#include "session_process.h"
+
+#include "base/log.h"
+#include "command/dispatch.h"
+#include "session/session.h"
+
+#include <malloc.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+
+namespace tarvex::server {
+
+namespace asio = boost::asio;
+
+namespace {
+
+constexpr std::chrono::seconds END_LIMIT{1};
+constexpr std::string_view GREETING = "GridFTP server ready.";
+
+/// One session's loop: a command after the other, while what may not wait is dealt with beside it.
+class conversation {
+ public:
+  explicit conversation(session& client) : client_(client), limit_(client.loop) {}
+
+  /// \return false when the socket is no connection.
+  bool open();
+
+ private:
+  asio::awaitable<void> serve();
+  void attend();
+  void watch_idleness();
+  void stop_when_over();
+
+  session& client_;
+  loop_timer limit_;
+  bool busy_ = false;    ///< a command is not over yet; later lines wait
+  bool served_ = false;  ///< no more commands
+  bool sent_ = false;    ///< no more replies
+};
+
+bool conversation::open() {
+  control_channel::events events;
+  events.on_queued = [this] { attend(); };
+  events.on_lost = [this] { client_.end("connection lost"); };
+  events.on_half_closed = [this] { client_.end("connection lost"); };
+  if (!client_.control.start(std::move(events))) return false;
+  client_.loop.on_signal(SIGTERM, [this] {
+    client_.reply(421, "The server is shutting down.");
+    client_.end("server shutdown");
+  });
+  // A peer that does not read its last reply, or a storage that does not come back, is not waited for longer.
+  client_.on_end([this] { limit_.start(END_LIMIT, [this] { client_.loop.stop(); }); },
+                 [this] {
+                   sent_ = true;
+                   stop_when_over();
+                 });
+  client_.reply(220, GREETING);
+  client_.loop.spawn(serve());
+  return true;
+}
+
+asio::awaitable<void> conversation::serve() {
+  while (!client_.ending()) {
+    watch_idleness();
+    const auto line = co_await client_.control.next_line();
+    if (!line) break;
+    busy_ = true;
+    attend();
+    co_await command_run(client_, *line);
+    busy_ = false;
+  }
+  client_.end("connection lost");
+  served_ = true;
+  stop_when_over();
+}
+
+/// Lines that wait behind a running command: an ABOR cancels it now and is answered in its turn; what may be answered
+/// now is, as long as nothing waits before it.
+void conversation::attend() {
+  if (!busy_) return;
+  for (auto& line : client_.control.lines())
+    if (line.abort && !line.aborted) line.aborted = client_.storage.cancel(426, "Transfer aborted.");
+  while (!client_.control.lines().empty() && command_need_not_wait(client_.control.lines().front())) {
+    const auto line = client_.control.take_line();
+    if (!line) break;
+    client_.loop.spawn(command_run(client_, *line));
+  }
+}
+
+/// The time in which a command has to come. Who has not logged in has no more than is left till the login's deadline.
+void conversation::watch_idleness() {
+  using std::chrono::ceil, std::chrono::milliseconds, std::chrono::seconds;
+  if (client_.ending()) return;
+  milliseconds limit = seconds(client_.config.idle_timeout_s);
+  if (!client_.login.logged_in) {
+    const auto left = client_.login.deadline - std::chrono::steady_clock::now();
+    limit = std::clamp(ceil<milliseconds>(left), milliseconds(0), limit);
+  }
+  limit_.start(limit, [this] {
+    if (busy_ || client_.ending()) return;
+    client_.reply(421, "Idle for too long; closing the control connection.");
+    client_.end("idle");
+  });
+}
+
+void conversation::stop_when_over() {
+  if (served_ && sent_) client_.loop.stop();
+}
+
+/// When memory is out the process goes at once: to take the session down would mean to wait for the operation thread.
+void run_loop(session& client) {
+  try {
+    client.loop.run();
+  } catch (const std::exception& error) {
+    log_error("{}: {}", client.who(), error.what());
+    _exit(1);
+  }
+}
+
+/// An idle session is to keep little: freed memory goes back to the kernel, and few arenas share what is in use.
+void memory_set_up() {
+  mallopt(M_ARENA_MAX, 2);
+  mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+  mallopt(M_TRIM_THRESHOLD, 256 * 1024);
+}
+
+int serve(const session_setup& setup) {
+  session client(setup);
+  conversation with_client(client);
+  if (!with_client.open()) return 1;
+  run_loop(client);
+  if (!client.storage.finish(END_LIMIT)) {
+    log_error("{}: the storage hangs; the process ends without it", client.who());
+    _exit(1);
+  }
+  return 0;
+}
+
+}  // namespace
+
+int session_run(const session_setup& setup) {
+  try {
+    memory_set_up();
+    return serve(setup);
+  } catch (const std::exception& error) {
+    log_error("a session cannot start: {}", error.what());
+    return 1;
+  }
+}
+
+}  // namespace tarvex::server

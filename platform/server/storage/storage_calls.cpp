@@ -1,0 +1,177 @@
+// What a session asks of the plug-in: one wait each.
+#include "base/log.h"
+#include "storage/inside.h"
+#include "storage/storage_session.h"
+#include "storage/transfer.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+
+namespace tarvex::server {
+
+namespace asio = boost::asio;
+
+namespace {
+
+const char* text_or_null(const std::string& text) {
+  return text.empty() ? nullptr : text.c_str();
+}
+
+/// The record lends the command's texts.
+tarvex_gfs_command_info_t command_record(storage_command& command) {
+  tarvex_gfs_command_info_t record{};
+  record.command = command.type;
+  record.pathname = text_or_null(command.path);
+  record.cksm_offset = command.cksm_offset;
+  record.cksm_length = command.cksm_length;
+  record.cksm_alg = text_or_null(command.cksm_algorithm);
+  record.from_pathname = text_or_null(command.from_path);
+  record.chmod_mode = command.mode;
+  record.authz_assert = text_or_null(command.assertion);
+  record.chgrp_group = text_or_null(command.group);
+  record.utime_time = command.time;
+  record.op_info = command.text.empty() ? nullptr : command.text.data();
+  return record;
+}
+
+void call_stat(operation& op, bool file_only) {
+  tarvex_gfs_stat_info_t info{};
+  info.file_only = file_only;
+  info.include_path_stat = !file_only;
+  info.pathname = op.subject.path.c_str();
+  op.storage.interface()->stat_func(&op, &info, op.storage.handle());
+}
+
+void call_send(operation& op) {
+  tarvex_gfs_transfer_info_t info{.pathname = op.subject.path.c_str(), .alloc_size = 0, .truncate = false};
+  op.storage.interface()->send_func(&op, &info, op.storage.handle());
+}
+
+}  // namespace
+
+bool item_stat::folder() const {
+  return S_ISDIR(stat.mode);
+}
+
+std::uint64_t item_stat::size() const {
+  return static_cast<std::uint64_t>(std::max<tarvex_off_t>(stat.size, 0));
+}
+
+asio::awaitable<stat_answer> storage_session::stat(std::string verb, std::string path) {
+  operation op(*this, operation_kind::stat, {.verb = std::move(verb), .path = std::move(path)});
+  stat_answer answer;
+  op.work = [](operation& started) { call_stat(started, true); };
+  op.rewind = [&answer] {
+    answer.item.reset();
+    return true;
+  };
+  op.batch = [&answer](const tarvex_gridftp_server_control_stat_t* entries, int count) {
+    if (count > 0) answer.item = item_without_texts(entries[0]);
+  };
+  co_await run(op);
+  answer.how = operation_outcome(op);
+  if (answer.how.ok() && !answer.item)
+    answer.how = outcome_failure(550, op.subject.path + ": the storage gave no attributes.");
+  co_return answer;
+}
+
+asio::awaitable<outcome> storage_session::list(std::string verb, std::string path, entries_call take,
+                                               std::shared_ptr<transfer> over) {
+  operation op(*this, operation_kind::stat, {.verb = std::move(verb), .path = std::move(path), .lists = true});
+  bool taken = false;  // operation thread
+  op.transfer = over;
+  op.work = [](operation& started) { call_stat(started, false); };
+  op.rewind = [&taken] { return !taken; };
+  op.batch = [&taken, &take](const tarvex_gridftp_server_control_stat_t* entries, int count) {
+    taken = true;
+    take(entries, count);
+  };
+  co_await run(op);
+  co_return operation_outcome(op);
+}
+
+asio::awaitable<outcome> storage_session::say(std::string verb, std::string path, std::string text,
+                                              std::shared_ptr<transfer> over) {
+  operation op(*this, operation_kind::stat, {.verb = std::move(verb), .path = std::move(path)});
+  op.transfer = over;
+  op.work = [&text](operation& started) {
+    (void)started.transfer->push_text(std::move(text));  // a stream that has ended has cancelled the operation
+    (void)operation_complete(started, operation_kind::stat, TARVEX_SUCCESS);
+  };
+  co_await run(op);
+  co_return operation_outcome(op);
+}
+
+asio::awaitable<outcome> storage_session::send(std::string verb, std::string path, byte_range range,
+                                               std::shared_ptr<transfer> over) {
+  operation op(*this, operation_kind::transfer, {.verb = std::move(verb), .path = std::move(path)});
+  op.transfer = over;
+  op.sends = std::make_shared<outgoing>(
+      range, [channel = over.get()](data_piece piece) { return channel->push(std::move(piece)); });
+  op.rewind = [&op] { return op.sends->rewind(); };
+  op.work = call_send;
+  co_await run(op);
+  co_return operation_outcome(op);
+}
+
+asio::awaitable<outcome> storage_session::read(std::string verb, std::string path, byte_range range, bytes_sink sink) {
+  operation op(*this, operation_kind::transfer, {.verb = std::move(verb), .path = std::move(path)});
+  op.sends = std::make_shared<outgoing>(range, [this, &sink](data_piece piece) {
+    loop().post([&sink, piece = std::move(piece)] {
+      sink({reinterpret_cast<const std::byte*>(piece.bytes), piece.length});
+      piece.done(true);
+    });
+    return true;
+  });
+  op.rewind = [&op] { return op.sends->rewind(); };
+  op.work = call_send;
+  co_await run(op);
+  co_return operation_outcome(op);
+}
+
+asio::awaitable<outcome> storage_session::receive(std::string path, store_request request,
+                                                  std::shared_ptr<transfer> over) {
+  operation op(*this, operation_kind::transfer,
+               {.verb = "STOR", .path = std::move(path), .changes = true, .existing_may_be_new = true});
+  op.transfer = over;
+  op.store = std::make_shared<store>(*this, over, request);
+  op.rewind = [&op] { return op.store->rewind(); };
+  op.work = [](operation& started) { started.store->run(started); };
+  co_await run(op);
+  if (operation_succeeded(op) && !op.store->complete()) {
+    log_error("STOR {}: the storage reported success before it had all data", op.subject.path);
+    op.misused = true;
+  }
+  if (operation_succeeded(op)) unfinished_.erase(op.subject.path);
+  const auto left = operation_succeeded(op) ? std::nullopt : op.store->leftover();
+  if (left) unfinished_[op.subject.path] = *left;
+  if (left && left->offset > 0)
+    over->explain_failure("To go on, send REST " + std::to_string(left->offset) + " and STOR in this session.");
+  co_return operation_outcome(op);
+}
+
+asio::awaitable<command_answer> storage_session::command(operation_subject subject, storage_command command) {
+  operation op(*this, operation_kind::command, std::move(subject));
+  op.progress = command.progress;
+  op.work = [&command](operation& started) {
+    tarvex_gfs_command_info_t record = command_record(command);
+    started.storage.interface()->command_func(&started, &record, started.storage.handle());
+  };
+  co_await run(op);
+  // A folder above an upload that was cut off may have another name now, and the upload would end where its old one
+  // was.
+  if (!op.subject.from_path.empty())
+    for (auto& [path, left] : unfinished_) left.offset = 0;
+  co_return command_answer{operation_outcome(op), op.text};
+}
+
+asio::awaitable<outcome> storage_session::look_at_place(std::string verb, std::string path,
+                                                        std::shared_ptr<place> found) {
+  operation op(*this, operation_kind::stat, {.verb = std::move(verb), .path = std::move(path)});
+  op.work = [found](operation& started) { place_find(started, *found); };
+  co_await run(op);
+  co_return operation_outcome(op);
+}
+
+}  // namespace tarvex::server

@@ -1,0 +1,156 @@
+#include "storage/storage_session.h"
+
+#include "base/log.h"
+#include "base/text.h"
+#include "storage/transfer.h"
+
+#include <boost/asio/async_result.hpp>
+#include <boost/asio/use_awaitable.hpp>
+
+#include <malloc.h>
+
+#include <algorithm>
+#include <system_error>
+
+namespace tarvex::server {
+
+namespace asio = boost::asio;
+
+namespace {
+
+constexpr int DEFAULT_CHUNKED_MINIMUM = 50 << 20;
+constexpr std::uint64_t TRIM_ABOVE_BYTES = 4 << 20;
+
+}  // namespace
+
+storage_session::storage_session(host of) : host_(std::move(of)) {
+  if (const int error = tarvex_cancel_init(&cancel_); error != 0)
+    throw std::system_error(error, std::generic_category(), "no cancellation source");
+}
+
+storage_session::~storage_session() {
+  thread_.reset();
+  tarvex_cancel_destroy(&cancel_);
+}
+
+bool storage_session::open() {
+  if (thread_) return true;
+  try {
+    thread_ = std::make_unique<operation_thread>(cancel_);
+    return true;
+  } catch (const std::system_error& error) {
+    log_error("{}: no thread for the storage: {}", who(), error.what());
+    return false;
+  }
+}
+
+asio::awaitable<void> storage_session::run_aside(std::function<void()> work) {
+  // The coroutine goes on as work of the loop, so that what the operation thread has posted before comes first.
+  co_await asio::async_initiate<const asio::use_awaitable_t<>, void()>(
+      [this, &work](auto handler) {
+        auto resume = std::make_shared<decltype(handler)>(std::move(handler));
+        thread_->submit([this, work = std::move(work), resume] {
+          work();
+          host_.loop.post([resume] { std::move (*resume)(); });
+        });
+      },
+      asio::use_awaitable);
+}
+
+/// A transfer's data channel is ended before the client is told how the operation ended.
+asio::awaitable<void> storage_session::run(operation& op) {
+  running_ = &op;
+  tarvex_cancel_reset(cancel_);
+  if (op.transfer) op.transfer->on_failure([this](int code, const std::string& why) { (void)cancel(code, why); });
+  co_await run_aside([&op] { operation_run(op); });
+  if (op.transfer) {
+    const bool good = operation_succeeded(op);
+    // A client that was promised data gets its connection, though there may be nothing to send over it.
+    if (good) op.transfer->begin();
+    if (op.transfer->begun()) co_await op.transfer->finish(good);
+    op.transfer->on_failure({});
+    if (op.transfer->moved_bytes() > TRIM_ABOVE_BYTES) malloc_trim(0);
+  }
+  running_ = nullptr;
+}
+
+asio::awaitable<outcome> storage_session::start(storage_user user) {
+  user_ = std::move(user);
+  std::string error;
+  co_await run_aside([&] {
+    if (!interface()) error = plugin_activate(host_.plugin, host_.config.storage_dsi);
+    others_.open(host_.changes, user_.name);
+  });
+  if (!error.empty()) {
+    log_error("{}: {}", who(), error);
+    co_return outcome_failure(421, "The storage is not available.");
+  }
+  co_return co_await start_plugin("PASS", false);
+}
+
+asio::awaitable<outcome> storage_session::renew() {
+  co_return co_await start_plugin("renew", true);
+}
+
+asio::awaitable<outcome> storage_session::start_plugin(std::string verb, bool anew) {
+  operation op(*this, operation_kind::session_start, {.verb = std::move(verb), .path = "/"});
+  op.work = [this, anew](operation& started) {
+    if (anew && interface()->destroy_func) interface()->destroy_func(handle_);
+    tarvex_gfs_session_info_t info{user_.name.c_str(), user_.peer.c_str()};
+    interface()->init_func(&started, &info);
+  };
+  co_await run(op);
+  const outcome how = operation_outcome(op);
+  unfinished_.clear();
+  started_ = operation_succeeded(op);
+  handle_ = op.handle;
+  username_ = op.username;
+  home_directory_ = op.home_directory;
+  co_return how;
+}
+
+bool storage_session::sends() const {
+  return interface() && interface()->send_func;
+}
+bool storage_session::receives() const {
+  return interface() && interface()->recv_func;
+}
+bool storage_session::takes_commands() const {
+  return interface() && interface()->command_func;
+}
+
+bool storage_session::computes(std::string_view algorithm) const {
+  std::string_view announced = takes_commands() ? std::string_view(checksums_) : std::string_view();
+  while (!announced.empty()) {
+    const std::string_view entry = announced.substr(0, announced.find(';'));
+    if (same_word(entry.substr(0, entry.find(':')), algorithm)) return true;
+    announced.remove_prefix(std::min(announced.size(), entry.size() + 1));
+  }
+  return false;
+}
+
+std::uint64_t storage_session::chunked_minimum() const {
+  const auto setting = plugin_setting(host_.plugin, host_.config.storage_dsi, "chunked_minimum");
+  return static_cast<std::uint64_t>(std::max(setting.value_or(DEFAULT_CHUNKED_MINIMUM), 0));
+}
+
+bool storage_session::cancel(int code, const std::string& why) {
+  if (!running_) return false;
+  running_->cancelled = true;
+  tarvex_cancel_request(cancel_);
+  if (running_->transfer) running_->transfer->fail(code, why);
+  return true;
+}
+
+bool storage_session::finish(std::chrono::milliseconds limit) {
+  if (!thread_) return true;
+  if (running_) return false;
+  if (started_ && interface() && interface()->destroy_func)
+    thread_->submit([this] { interface()->destroy_func(handle_); });
+  if (!thread_->stop(limit)) return false;
+  thread_.reset();
+  if (interface()) plugin_deactivate(host_.plugin);
+  return true;
+}
+
+}  // namespace tarvex::server

@@ -1,0 +1,180 @@
+#pragma once
+
+#include "config/configuration.h"
+#include "net/event_loop.h"
+#include "storage/operation.h"
+#include "storage/operation_thread.h"
+#include "storage/outgoing.h"
+#include "storage/plugin.h"
+#include "storage/relist.h"
+#include "storage/store.h"
+
+#include <boost/asio/awaitable.hpp>
+
+#include <chrono>
+#include <cstdint>
+#include <ctime>
+#include <map>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace tarvex::server {
+
+struct change_counters;
+
+/// Whom the storage serves.
+struct storage_user {
+  std::string name;        ///< of the account
+  std::string credential;  ///< path of the credential file; empty or missing: none is handed over
+  std::string peer;        ///< the client's address, numeric
+};
+
+/// Attributes of one item without the plug-in's strings.
+struct item_stat {
+  tarvex_gridftp_server_control_stat_t stat{};  ///< name and symlink_target are null
+  bool folder() const;
+  std::uint64_t size() const;  ///< bytes; a negative size counts as 0
+};
+
+struct stat_answer {
+  outcome how;
+  std::optional<item_stat> item;  ///< there when the outcome is good
+};
+
+/// A command for the storage: its command record with owned texts. What a command does not use stays empty.
+struct storage_command {
+  tarvex_gfs_command_type_t type = {};
+  std::string path = {};       ///< absolute, normal
+  std::string from_path = {};  ///< absolute, normal
+  tarvex_off_t cksm_offset = 0;
+  tarvex_off_t cksm_length = -1;
+  std::string cksm_algorithm = {};
+  int mode = 0;
+  std::string assertion = {};
+  std::string group = {};
+  std::time_t time = 0;
+  std::string text = {};  ///< what a SITE word came with that no other member takes
+  std::function<void(const std::string&)> progress =
+      {};  ///< I/O thread: takes what it says while it runs; empty: nothing
+};
+
+struct command_answer {
+  outcome how;
+  std::optional<std::string> text;  ///< what the storage has to say
+};
+
+/// Where an operation's bytes go or come from, besides a data channel.
+using bytes_sink = std::function<void(std::span<const std::byte> bytes)>;
+
+/// One login's session in the storage plug-in: its interface and handle, the thread that its operations run on, what
+/// runs there now, and what is known of the changes that other sessions made. I/O thread, unless said otherwise.
+///
+/// One operation runs at a time; each is a wait of its caller, who alone starts the next. What may end such a wait is
+/// `cancel`, and nothing else.
+class storage_session {
+ public:
+  /// What it borrows of the process, for its life.
+  struct host {
+    event_loop& loop;
+    const configuration& config;
+    storage_plugin& plugin;
+    change_counters* changes;          ///< null: there are no other sessions
+    std::function<std::string()> who;  ///< any thread: names the client's session in the log
+  };
+
+  explicit storage_session(host of);
+  ~storage_session();
+  storage_session(const storage_session&) = delete;
+  storage_session& operator=(const storage_session&) = delete;
+
+  /// Starts the operation thread, once. \return false, and logged, when none can be had.
+  [[nodiscard]] bool open();
+  /// Runs `work` on the operation thread, for what blocks and belongs to no operation.
+  boost::asio::awaitable<void> run_aside(std::function<void()> work);
+
+  /// Activates the plug-in and starts its session for the user.
+  boost::asio::awaitable<outcome> start(storage_user user);
+  /// Starts the plug-in's session anew, so that it forgets what it has cached. After a failure it is not started.
+  boost::asio::awaitable<outcome> renew();
+  bool started() const { return started_; }
+  const std::string& username() const { return username_; }              ///< empty: the login name
+  const std::string& home_directory() const { return home_directory_; }  ///< absolute, as the plug-in has it
+
+  // What the plug-in can do.
+  bool sends() const;
+  bool receives() const;
+  bool takes_commands() const;
+  /// Whether it computes that checksum of a whole file itself.
+  bool computes(std::string_view algorithm) const;
+  const std::string& checksums() const { return checksums_; }  ///< "NAME:COST;..."; empty: none
+  /// Files above so many bytes go up in parts.
+  std::uint64_t chunked_minimum() const;
+
+  /// Attributes of one item.
+  boost::asio::awaitable<stat_answer> stat(std::string verb, std::string path);
+  /// Lists a folder. `over` (may be null) carries the listing; what has begun on it is not listed twice.
+  boost::asio::awaitable<outcome> list(std::string verb, std::string path, entries_call take,
+                                       std::shared_ptr<transfer> over);
+  /// Sends text over a transfer: no plug-in is asked, but it can be cancelled like everything.
+  boost::asio::awaitable<outcome> say(std::string verb, std::string path, std::string text,
+                                      std::shared_ptr<transfer> over);
+  /// Sends a range of a file over a transfer.
+  boost::asio::awaitable<outcome> send(std::string verb, std::string path, byte_range range,
+                                       std::shared_ptr<transfer> over);
+  /// Has a range of a file sent to `sink`, which is called on the I/O thread.
+  boost::asio::awaitable<outcome> read(std::string verb, std::string path, byte_range range, bytes_sink sink);
+  /// Stores what comes over a transfer.
+  boost::asio::awaitable<outcome> receive(std::string path, store_request request, std::shared_ptr<transfer> over);
+  /// Carries a command out. The subject says what it means to other sessions.
+  boost::asio::awaitable<command_answer> command(operation_subject subject, storage_command command);
+  /// What stands at the path of a store, and above it.
+  struct place {
+    std::optional<item_stat> parent, target;
+  };
+  boost::asio::awaitable<outcome> look_at_place(std::string verb, std::string path, std::shared_ptr<place> found);
+
+  /// What broken stores of this session have left in the plug-in, by path.
+  std::map<std::string, unfinished_store>& unfinished() { return unfinished_; }
+
+  /// What runs; null: nothing.
+  const operation* running() const { return running_; }
+  /// Cancels what runs: its transfer ends with the reply `code` `why`, the plug-in's sleeps and requests end early.
+  /// \return whether something ran.
+  bool cancel(int code, const std::string& why);
+  /// Ends the plug-in's session and the thread. \return false when the thread hangs: the process has to end without it.
+  [[nodiscard]] bool finish(std::chrono::milliseconds limit);
+
+  // For what the plug-in calls, and for the operation thread.
+  event_loop& loop() const { return host_.loop; }
+  const configuration& config() const { return host_.config; }
+  const tarvex_gfs_storage_iface_t* interface() const { return host_.plugin.interface; }
+  void* handle() const { return handle_; }
+  const storage_user& user() const { return user_; }
+  change_view& others() { return others_; }
+  std::string who() const { return host_.who(); }
+  void announce_checksums(std::string algorithms) { checksums_ = std::move(algorithms); }
+
+ private:
+  boost::asio::awaitable<void> run(operation& op);
+  boost::asio::awaitable<outcome> start_plugin(std::string verb, bool anew);
+
+  const host host_;
+  tarvex_cancel_t cancel_ = nullptr;  ///< bound to the operation thread
+  std::unique_ptr<operation_thread> thread_;
+  operation* running_ = nullptr;
+
+  // Written on the operation thread while an operation runs, else the I/O thread's.
+  storage_user user_;
+  void* handle_ = nullptr;
+  bool started_ = false;
+  std::string checksums_;
+  std::string username_, home_directory_;
+  change_view others_;  ///< operation thread
+
+  std::map<std::string, unfinished_store> unfinished_;
+};
+
+}  // namespace tarvex::server
