@@ -70,11 +70,11 @@ std::string port_format(std::string host, std::uint16_t port) {
 /// Only back to the client itself, and not to the ports of services (RFC 2577 section 3).
 void target_set(session& session, const host_port& address) {
   const socket_address& peer = session.control.peer();
-  if (address_canonical(address.host) != address_canonical(peer.host))
+  if (address_canonical(address.host) != address_canonical(peer.host()))
     return session_reply(session, 504, "Data connections go to the client's own address only.");
   if (address.port < FIRST_TARGET_PORT)
     return session_reply(session, 504, "Data connections go to ports from 1024 up only.");
-  session.data.target(session.control.local().host, peer.host, address.port);
+  session.data.target(session.control.local().address, peer.address, address.port);
   session_reply(session, 200, "Address taken.");
 }
 
@@ -85,8 +85,8 @@ bool epsv_only_refused(session& session) {
 
 /// \return the port; 0 when none is free and the client was told.
 std::uint16_t passive_listen(session& session) {
-  const std::uint16_t port =
-      session.data.listen(session.control.local().host, session.control.peer().host, session.setup.config->data_ports);
+  const std::uint16_t port = session.data.listen(session.control.local().address, session.control.peer().address,
+                                                 session.setup.config->data_ports);
   if (port == 0) session_reply(session, 425, "No data port is free; try again later.");
   return port;
 }
@@ -95,11 +95,11 @@ std::uint16_t passive_listen(session& session) {
 
 void command_pasv(session& session, const std::string&) {
   if (epsv_only_refused(session)) return;
-  if (session.control.local().ipv6) return session_reply(session, 425, "PASV is for IPv4; use EPSV.");
+  if (session.control.local().ipv6()) return session_reply(session, 425, "PASV is for IPv4; use EPSV.");
   const std::uint16_t port = passive_listen(session);
   if (port == 0) return;
   const std::string& announced = session.setup.config->passive_address;
-  const std::string& host = announced.empty() ? session.control.local().host : announced;
+  const std::string host = announced.empty() ? session.control.local().host() : announced;
   session_reply(session, 227, "Entering Passive Mode (" + port_format(host, port) + ").");
 }
 
@@ -109,7 +109,7 @@ void command_epsv(session& session, const std::string& argument) {
     session.settings.epsv_only = true;
     return session_reply(session, 200, "Only EPSV from now on.");
   }
-  const std::string protocol = session.control.local().ipv6 ? "2" : "1";
+  const std::string protocol = session.control.local().ipv6() ? "2" : "1";
   if (!argument.empty() && argument != "1" && argument != "2")
     return session_reply(session, 501, "EPSV takes 1, 2, ALL or nothing.");
   if (!argument.empty() && argument != protocol)
@@ -137,7 +137,7 @@ void command_eprt(session& session, const std::string& argument) {
   const std::string_view protocol = cut(text, separator);
   const std::string_view host = cut(text, separator);
   const auto port = number<std::uint16_t>(cut(text, separator));
-  const std::string mine = session.control.local().ipv6 ? "2" : "1";
+  const std::string mine = session.control.local().ipv6() ? "2" : "1";
   if (protocol != mine) return session_reply(session, 522, "Network protocol not supported, use (" + mine + ").");
   if (!port) return session_reply(session, 501, "EPRT takes |1 or 2|address|port|.");
   target_set(session, {std::string(host), *port});

@@ -55,6 +55,10 @@ void run_row(session& session, const command_row& row, const std::string& argume
 }  // namespace
 
 void command_run(session& session, const control_line& line) {
+  if (line.overrun) {
+    session_reply(session, 421, "Too many commands wait; closing the control connection.");
+    return session_end(session, "too many commands wait");
+  }
   if (line.too_long) return refuse(session, 500, "The line is too long.");
   if (line.aborted) return session_reply(session, 226, "Abort successful.");
   const parsed_line parsed = line_parse(line.text);
@@ -72,12 +76,13 @@ void command_run(session& session, const control_line& line) {
 
 bool command_run_at_once(session& session) {
   const auto& lines = session.control.lines();
-  if (lines.empty() || lines.front().too_long || lines.front().aborted) return false;
+  if (lines.empty() || lines.front().too_long || lines.front().aborted || lines.front().overrun) return false;
   const parsed_line parsed = line_parse(lines.front().text);
   const command_row* row = command_find(parsed.verb);
   if (!row || !row->during_operation || !parsed.argument.empty()) return false;
-  command_run(session, *session.control.next_line());
-  return true;
+  const auto line = session.control.take_line();
+  if (line) command_run(session, *line);
+  return line.has_value();
 }
 
 bool command_aborts(std::string_view line) {

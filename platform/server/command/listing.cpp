@@ -175,7 +175,7 @@ void status_send(session& session, const listing_request& request) {
 }
 
 void status_of_session(session& session) {
-  std::vector<std::string> lines = {"Connected from " + session.control.peer().host,
+  std::vector<std::string> lines = {"Connected from " + session.control.peer().host(),
                                     "Logged in as " + session.login.name,
                                     "Folder " + path_quoted(session.settings.directory)};
   if (session.running && session.running->transfer)

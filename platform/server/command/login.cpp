@@ -49,7 +49,7 @@ void log_in(operation& op, login_attempt& attempt) {
     return;
   }
   session.others.open(session.setup.changes, session.login.who.name);
-  const std::string peer = session.control.peer().host;
+  const std::string peer = session.control.peer().host();
   tarvex_gfs_session_info_t info{attempt.user.c_str(), peer.c_str()};
   storage.interface->init_func(&op, &info);
 }
@@ -89,7 +89,7 @@ void reply_recode(std::string& reply, std::string_view code) {
 
 std::string login_refusal(session& session, const operation& op, const login_attempt& attempt) {
   const char* user = attempt.user.c_str();
-  const char* peer = session.control.peer().host.c_str();
+  const std::string peer = session.control.peer().host();
   if (!attempt.known) {
     log_info("login of {} from {} failed: wrong name or password", user, peer);
     return reply_format(530, "Login incorrect.");
@@ -122,7 +122,7 @@ bool worker_start(session& session) {
 
 void command_user(session& session, const std::string& argument) {
   if (session.login.logged_in) return session_reply(session, 503, "Already logged in.");
-  if (!session.setup.config->allow_plaintext_login && !session.control.local().loopback) {
+  if (!session.setup.config->allow_plaintext_login && !session.control.local().loopback()) {
     session.login.user.clear();
     return session_reply(session, 530, "Logging in without TLS is not allowed here.");
   }

@@ -12,6 +12,7 @@ class byte_ring {
   explicit byte_ring(std::size_t capacity) : capacity_(capacity) {}
 
   bool empty() const { return size_ == 0; }
+  std::size_t size() const { return size_; }
   /// Where the next bytes go: the free memory up to its edge. Empty when the ring is full.
   std::span<unsigned char> room();
   /// So many bytes were put where `room` said.

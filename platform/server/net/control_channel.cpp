@@ -1,14 +1,11 @@
 #include "net/control_channel.h"
 
-#include "net/data_socket.h"
-#include "net/line_reader.h"
+#include "net/control_stream.h"
+#include "net/line_queue.h"
+#include "net/wake.h"
 
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/write.hpp>
+#include <boost/asio/error.hpp>
 
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 #include <array>
 #include <utility>
 #include <vector>
@@ -16,168 +13,131 @@
 namespace tarvex::server {
 
 namespace asio = boost::asio;
-using asio::ip::tcp;
-using boost::system::error_code;
 
 namespace {
 
-constexpr std::chrono::milliseconds LOSS_CHECK_INTERVAL{250};
 constexpr std::chrono::seconds WRITE_LIMIT{300};  // for a peer that takes no replies
-
-/// Whether the peer has closed, though bytes that nobody reads may still lie before the end.
-bool peer_hung_up(int socket) {
-  pollfd entry{socket, POLLRDHUP, 0};
-  return poll(&entry, 1, 0) > 0;
-}
 
 }  // namespace
 
 struct control_channel::state : std::enable_shared_from_this<state> {
   state(event_loop& event_loop, int descriptor)
-      : loop(event_loop),
-        socket(event_loop.context()),
-        loss_check(event_loop),
-        write_check(event_loop),
-        raw(descriptor) {}
+      : loop(event_loop), stream(event_loop, descriptor), write_check(event_loop), changed(event_loop) {}
 
   event_loop& loop;
-  tcp::socket socket;
-  loop_timer loss_check;
+  control_stream stream;
   loop_timer write_check;
-  int raw;
-  socket_address local, peer;
   events handlers;
 
-  line_reader reader;
-  std::array<char, 2048> buffer{};
-  std::string unread;  // arrived, but there was no room for its lines
-  std::deque<control_line> lines;
-  bool reading = false;
+  line_queue queue{QUEUED_BYTES_MAX};
+  bool awaited = false;  // somebody waits in `next_line`
+  bool held = false;     // a line was wanted, and not given for the sake of the output
+  wake changed;          // for who waits
 
   std::string sending, waiting;
   std::vector<std::function<void()>> sending_written, waiting_written;
+  bool writing = false;
+
+  bool half_closed = false;
   bool lost = false;
   bool finishing = false;
   std::function<void()> closed;
 
-  bool open();
-  bool has_room() const { return lines.size() < QUEUED_LINES_MAX && waiting.size() < WAITING_OUTPUT_MAX; }
-  void read();
-  void take(std::string_view bytes);
-  void take_unread();
-  void watch_for_loss();
+  bool over() const { return lost || finishing; }
+  static asio::awaitable<void> read(std::shared_ptr<state> self);
+  static asio::awaitable<void> write(std::shared_ptr<state> self);
+  static asio::awaitable<std::optional<control_line>> next_line(std::shared_ptr<state> self);
+  std::optional<control_line> take_line();
+  void announce();
+  void half_close();
   void lose();
-  void write();
   void written();
   void close();
 };
 
-bool control_channel::state::open() {
-  sockaddr_storage address{};
-  socklen_t length = sizeof(address);
-  if (getsockname(raw, reinterpret_cast<sockaddr*>(&address), &length) != 0) return false;
-  if (address.ss_family != AF_INET && address.ss_family != AF_INET6) return false;
-  error_code error;
-  socket.assign(address.ss_family == AF_INET ? tcp::v4() : tcp::v6(), raw, error);
-  if (error) return false;
-  raw = -1;
-  local = address_describe(socket.local_endpoint(error));
-  if (error) return false;
-  peer = address_describe(socket.remote_endpoint(error));
-  if (error) return false;
-  // Best effort: a session works without these. Urgent data (ABOR after IAC IP, IAC DM) stays in line.
-  socket.set_option(tcp::no_delay(true), error);
-  socket.set_option(asio::socket_base::keep_alive(true), error);
-  socket.set_option(asio::socket_base::out_of_band_inline(true), error);
-  return true;
-}
-
-void control_channel::state::read() {
-  if (reading || lost || finishing) return;
-  if (!has_room()) return watch_for_loss();
-  if (!unread.empty()) return take_unread();
-  loss_check.cancel();
-  reading = true;
-  socket.async_read_some(asio::buffer(buffer), [self = shared_from_this()](error_code error, std::size_t bytes) {
-    self->reading = false;
-    if (self->finishing) return;
-    if (error) return self->lose();
-    self->take({self->buffer.data(), bytes});
-    if (!self->lines.empty()) self->handlers.on_queued();
-    self->read();
-  });
-}
-
-void control_channel::state::take_unread() {
-  const std::string bytes = std::exchange(unread, {});
-  take(bytes);
-  loop.post([self = shared_from_this()] {
-    if (self->handlers.on_queued && !self->finishing) self->handlers.on_queued();
-  });
-}
-
-void control_channel::state::take(std::string_view bytes) {
-  while (lines.size() < QUEUED_LINES_MAX) {
-    const line_reader::event happened = reader.next(bytes);
-    if (happened == line_reader::event::more) return;
-    control_line line;
-    line.too_long = happened == line_reader::event::too_long;
-    if (!line.too_long) line.text = reader.take_line();
-    lines.push_back(std::move(line));
+/// Reads for as long as there is a peer, whatever runs and waits.
+asio::awaitable<void> control_channel::state::read(std::shared_ptr<state> self) {
+  std::array<char, 2048> buffer;
+  while (!self->over()) {
+    const auto [error, bytes] = co_await self->stream.read_some(asio::buffer(buffer));
+    if (self->over()) co_return;
+    if (error == asio::error::eof) break;
+    if (error) co_return self->lose();
+    if (self->queue.add({buffer.data(), bytes})) self->announce();
   }
-  unread.assign(bytes);
+  if (self->over()) co_return;
+  self->half_close();
+  co_await self->stream.reset();
+  if (!self->over()) self->lose();
 }
 
-void control_channel::state::watch_for_loss() {
-  loss_check.start(LOSS_CHECK_INTERVAL, [this] {
-    if (peer_hung_up(socket.native_handle())) return lose();
-    read();
-  });
+/// Lines are there.
+void control_channel::state::announce() {
+  if (awaited) return changed.notify();
+  if (handlers.on_queued) handlers.on_queued();
+}
+
+void control_channel::state::half_close() {
+  half_closed = true;
+  changed.notify();
+  if (handlers.on_half_closed) handlers.on_half_closed();
 }
 
 void control_channel::state::lose() {
   if (std::exchange(lost, true)) return;
-  error_code ignored;
-  socket.close(ignored);
-  loss_check.cancel();
-  lines.clear();
+  stream.close();
+  write_check.cancel();
+  queue.lines().clear();
+  changed.notify();
   auto calls = std::exchange(sending_written, {});
   for (auto& call : std::exchange(waiting_written, {})) calls.push_back(std::move(call));
   for (auto& call : calls) call();
   if (finishing) return close();
-  handlers.on_lost();
+  if (handlers.on_lost) handlers.on_lost();
 }
 
-void control_channel::state::write() {
-  if (!sending.empty() || lost) return;
-  if (waiting.empty()) {
-    if (finishing) close();
-    return;
+asio::awaitable<std::optional<control_line>> control_channel::state::next_line(std::shared_ptr<state> self) {
+  self->awaited = true;
+  std::optional<control_line> line;
+  while (!self->over() && !line) {
+    line = self->take_line();
+    if (!line && self->half_closed && self->queue.lines().empty()) break;
+    if (!line) co_await self->changed.wait();
   }
-  sending = std::exchange(waiting, {});
-  sending_written = std::exchange(waiting_written, {});
-  write_check.start(WRITE_LIMIT, [this] { lose(); });
-  asio::async_write(socket, asio::buffer(sending), [self = shared_from_this()](error_code error, std::size_t) {
-    self->sending.clear();
+  self->awaited = false;
+  co_return line;
+}
+
+/// A peer that does not read its replies gets no more of them.
+std::optional<control_line> control_channel::state::take_line() {
+  held = waiting.size() >= WAITING_OUTPUT_MAX;
+  if (held) return std::nullopt;
+  return queue.take();
+}
+
+/// Sends until nothing waits.
+asio::awaitable<void> control_channel::state::write(std::shared_ptr<state> self) {
+  while (!self->lost && !self->waiting.empty()) {
+    self->sending = std::exchange(self->waiting, {});
+    self->sending_written = std::exchange(self->waiting_written, {});
+    self->write_check.start(WRITE_LIMIT, [state = self.get()] { state->lose(); });
+    const auto [error, bytes] = co_await self->stream.write(asio::buffer(self->sending));
+    if (self->lost) co_return;
     self->write_check.cancel();
-    if (error) return self->lose();
+    if (error) co_return self->lose();
     self->written();
-  });
+  }
+  self->writing = false;
+  if (self->finishing) self->close();
 }
 
 void control_channel::state::written() {
   for (auto& call : std::exchange(sending_written, {})) call();
-  write();
-  read();
+  if (held && !over() && waiting.size() < WAITING_OUTPUT_MAX) announce();
 }
 
 void control_channel::state::close() {
-  error_code ignored;
-  if (socket.is_open()) {
-    socket.shutdown(tcp::socket::shutdown_send, ignored);
-    socket_drain(socket);
-    socket.close(ignored);
-  }
+  if (!lost) stream.shut_down();
   lost = true;
   if (const auto call = std::exchange(closed, nullptr)) call();
 }
@@ -186,43 +146,48 @@ control_channel::control_channel(event_loop& loop, int socket) : state_(std::mak
 
 control_channel::~control_channel() {
   state_->handlers = {};
-  state_->loss_check.cancel();
+  state_->lost = true;
   state_->write_check.cancel();
-  error_code ignored;
-  state_->socket.close(ignored);
-  if (state_->raw >= 0) ::close(state_->raw);
+  state_->stream.close();
 }
 
 bool control_channel::start(events handlers) {
   state_->handlers = std::move(handlers);
-  if (!state_->open()) return false;
-  state_->read();
+  if (!state_->stream.open()) return false;
+  state_->loop.spawn(state::read(state_));
   return true;
 }
 
 bool control_channel::present() const {
-  return !state_->lost && !state_->finishing && !peer_hung_up(state_->socket.native_handle());
+  return !state_->over() && !state_->half_closed && !state_->stream.hung_up();
+}
+
+bool control_channel::half_closed() const {
+  return state_->half_closed && !state_->over();
+}
+
+std::chrono::milliseconds control_channel::retransmission_timeout() const {
+  return state_->stream.retransmission_timeout();
 }
 
 const socket_address& control_channel::local() const {
-  return state_->local;
+  return state_->stream.local();
 }
+
 const socket_address& control_channel::peer() const {
-  return state_->peer;
+  return state_->stream.peer();
 }
-void control_channel::resume() {
-  state_->read();
+
+asio::awaitable<std::optional<control_line>> control_channel::next_line() {
+  return state::next_line(state_);
+}
+
+std::optional<control_line> control_channel::take_line() {
+  return state_->take_line();
 }
 
 std::deque<control_line>& control_channel::lines() {
-  return state_->lines;
-}
-
-std::optional<control_line> control_channel::next_line() {
-  if (state_->lines.empty()) return std::nullopt;
-  control_line line = std::move(state_->lines.front());
-  state_->lines.pop_front();
-  return line;
+  return state_->queue.lines();
 }
 
 void control_channel::send(std::string text, std::function<void()> written) {
@@ -232,16 +197,15 @@ void control_channel::send(std::string text, std::function<void()> written) {
   }
   state_->waiting += text;
   if (written) state_->waiting_written.push_back(std::move(written));
-  state_->write();
+  if (!std::exchange(state_->writing, true)) state_->loop.spawn(state::write(state_));
 }
 
 void control_channel::finish(std::function<void()> closed) {
   state_->finishing = true;
   state_->closed = std::move(closed);
-  state_->loss_check.cancel();
-  state_->lines.clear();
-  if (state_->lost) return state_->close();
-  state_->write();
+  state_->queue.lines().clear();
+  state_->changed.notify();
+  if (state_->lost || !state_->writing) state_->close();
 }
 
 }  // namespace tarvex::server

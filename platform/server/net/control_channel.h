@@ -1,9 +1,13 @@
 #pragma once
 
+#include "net/control_line.h"
 #include "net/event_loop.h"
+#include "net/socket_address.h"
 
+#include <boost/asio/awaitable.hpp>
+
+#include <chrono>
 #include <cstddef>
-#include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -12,33 +16,25 @@
 
 namespace tarvex::server {
 
-/// One end of a TCP connection. `host` is numeric; an IPv4 address in IPv6 clothes is shown as IPv4.
-struct socket_address {
-  std::string host;
-  std::uint16_t port = 0;
-  bool ipv6 = false;
-  bool loopback = false;
-};
-
-/// One command line as it came.
-struct control_line {
-  std::string text;
-  bool too_long = false;  ///< the text was dropped
-  bool aborted = false;   ///< an ABOR that has cancelled an operation, and is yet to be answered
-};
-
 /// The control connection: lines in, replies out. I/O thread only.
 ///
-/// Reading stops while QUEUED_LINES_MAX lines wait or the peer is slow to read replies, and goes on with `resume`; a
-/// connection that breaks while reading is stopped is noticed all the same.
+/// Lines are read as they come, also while a command runs, so that an ABOR is noticed behind any number of them. They
+/// queue up to QUEUED_BYTES_MAX; then one `overrun` ends the queue, and of what follows only the first ABOR is kept. A
+/// client that loses lines cannot be served on: a dropped CWD would give the lines after it another meaning.
+///
+/// States: present; half closed (the peer has sent FIN: it says nothing more, and may still read replies); lost (reset,
+/// or takes no replies); finishing (nothing more is read).
 class control_channel {
  public:
-  static constexpr std::size_t QUEUED_LINES_MAX = 64;
+  /// Of lines that wait, a line counting with its record.
+  static constexpr std::size_t QUEUED_BYTES_MAX = 1 << 20;
+  /// Of replies that the peer does not take, before its next line waits.
   static constexpr std::size_t WAITING_OUTPUT_MAX = 64 * 1024;
 
   struct events {
-    std::function<void()> on_queued;  ///< lines were queued
-    std::function<void()> on_lost;    ///< once, when the peer is gone
+    std::function<void()> on_queued;  ///< lines were queued, or may be taken again, and nobody waits in `next_line`
+    std::function<void()> on_half_closed;  ///< once, after the last lines were queued; may be empty
+    std::function<void()> on_lost;         ///< once, when the peer is gone
   };
 
   /// Takes over the socket.
@@ -50,18 +46,24 @@ class control_channel {
   /// \return false when the socket is no connected TCP socket.
   bool start(events handlers);
 
-  /// Whether the peer is there, as far as the kernel knows by now.
+  /// Whether the peer is there and may say more, as far as the kernel knows by now.
   bool present() const;
+  /// Whether the peer has closed its direction, and may still read replies.
+  bool half_closed() const;
+  /// How long the kernel waits before it sends something to the peer again (TCP_INFO); 0: not known.
+  std::chrono::milliseconds retransmission_timeout() const;
 
   const socket_address& local() const;
   const socket_address& peer() const;
 
-  /// The oldest queued line; nothing when there is none.
-  std::optional<control_line> next_line();
+  /// Waits for the next line, and until the peer takes its replies. One caller at a time.
+  /// \return nothing when there will be none: the peer is lost, has half closed and all its lines were taken, or
+  /// `finish` was called.
+  boost::asio::awaitable<std::optional<control_line>> next_line();
+  /// The oldest queued line at once; nothing when there is none or replies pile up.
+  std::optional<control_line> take_line();
   /// All queued lines, the oldest first.
   std::deque<control_line>& lines();
-  /// Reads on, when there is room.
-  void resume();
 
   /// Sends text as it stands. `written` is called once it was handed to the kernel, or when the connection is lost.
   void send(std::string text, std::function<void()> written = {});

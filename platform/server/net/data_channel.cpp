@@ -2,8 +2,11 @@
 
 #include "base/log.h"
 #include "net/data_socket.h"
+#include "net/socket_address.h"
 
+#include <boost/asio/as_tuple.hpp>
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/use_awaitable.hpp>
 
 #include <random>
 
@@ -31,124 +34,121 @@ bool acceptor_listen(tcp::acceptor& acceptor, const tcp::endpoint& endpoint) {
   return !error;
 }
 
+data_connection failure(const std::string& what, error_code error) {
+  return {nullptr, "The data connection could not be " + what + ": " + error.message() + "."};
+}
+
+data_connection success(tcp::socket socket) {
+  error_code ignored;
+  socket.set_option(asio::socket_base::keep_alive(true), ignored);
+  socket.set_option(tcp::no_delay(true), ignored);
+  return {std::make_unique<data_socket>(data_socket{std::move(socket)}), {}};
+}
+
 }  // namespace
 
-struct data_channel::state : std::enable_shared_from_this<state> {
-  explicit state(event_loop& loop) : context(loop.context()), acceptor(context), limit(loop) {}
+/// One use of the channel. Closing its sockets ends a wait for the connection, which then says what `over` tells.
+struct data_channel::setup {
+  explicit setup(asio::io_context& context) : acceptor(context), connecting(context) {}
 
-  asio::io_context& context;
   tcp::acceptor acceptor;
+  tcp::socket connecting;
   asio::ip::address peer;
   std::optional<active_target> active;
-  std::shared_ptr<tcp::socket> connecting;
-  loop_timer limit;
-  opened call;
+  std::string over;  // why there is no connection to be had any more; empty: there is
 
-  void reset();
-  void accept();
-  void accepted(tcp::socket socket);
-  void connect();
-  void deliver(std::unique_ptr<data_socket> connection, std::string error);
+  void end(const std::string& why) {
+    if (over.empty()) over = why;
+    error_code ignored;
+    acceptor.close(ignored);
+    connecting.close(ignored);
+  }
+
+  static asio::awaitable<data_connection> open(event_loop& loop, std::shared_ptr<setup> self,
+                                               std::chrono::milliseconds limit);
+  static asio::awaitable<data_connection> accept(std::shared_ptr<setup> self);
+  static asio::awaitable<data_connection> connect(std::shared_ptr<setup> self);
 };
 
-void data_channel::state::reset() {
-  error_code ignored;
-  acceptor.close(ignored);
-  if (connecting) connecting->close(ignored);
-  connecting.reset();
-  active.reset();
-  limit.cancel();
-  call = nullptr;
+asio::awaitable<data_connection> data_channel::setup::open(event_loop& loop, std::shared_ptr<setup> self,
+                                                           std::chrono::milliseconds limit) {
+  if (!self) co_return data_connection{nullptr, "No data connection was prepared."};
+  loop_timer timer(loop);
+  timer.start(limit, [waiting = self.get()] { waiting->end("No data connection came."); });
+  data_connection made;
+  if (!self->over.empty())
+    made.error = self->over;
+  else if (self->active)
+    made = co_await connect(self);
+  else
+    made = co_await accept(self);
+  if (!self->over.empty()) made = {nullptr, self->over};
+  self->end("The data connection was used already.");
+  co_return made;
 }
 
-void data_channel::state::accept() {
-  acceptor.async_accept([self = shared_from_this()](error_code error, tcp::socket socket) {
-    if (error == asio::error::operation_aborted || !self->call) return;
-    if (error) return self->deliver(nullptr, "The data connection could not be accepted: " + error.message() + ".");
-    self->accepted(std::move(socket));
-  });
-}
-
-void data_channel::state::accepted(tcp::socket socket) {
-  error_code error;
-  const tcp::endpoint from = socket.remote_endpoint(error);
-  if (error || address_plain(from.address()) != peer) {
+asio::awaitable<data_connection> data_channel::setup::accept(std::shared_ptr<setup> self) {
+  while (true) {
+    auto [error, socket] = co_await self->acceptor.async_accept(asio::as_tuple(asio::use_awaitable));
+    if (error) co_return failure("accepted", error);
+    const tcp::endpoint from = socket.remote_endpoint(error);
+    if (!error && address_plain(from.address()) == self->peer) co_return success(std::move(socket));
     log_warning("data connection from {} refused: the client is {}",
-                error ? "a vanished peer" : from.address().to_string(), peer.to_string());
-    return accept();
+                error ? "a vanished peer" : from.address().to_string(), self->peer.to_string());
   }
-  deliver(std::make_unique<data_socket>(data_socket{std::move(socket)}), {});
 }
 
-void data_channel::state::connect() {
+asio::awaitable<data_connection> data_channel::setup::connect(std::shared_ptr<setup> self) {
   error_code error;
-  connecting = std::make_shared<tcp::socket>(context);
-  connecting->open(active->to.protocol(), error);
-  if (!error) connecting->bind(active->from, error);
-  if (error) return deliver(nullptr, "The data connection could not be made: " + error.message() + ".");
-  connecting->async_connect(active->to, [self = shared_from_this(), socket = connecting](error_code failed) {
-    if (self->connecting != socket || !self->call) return;
-    if (failed) return self->deliver(nullptr, "The data connection could not be made: " + failed.message() + ".");
-    self->deliver(std::make_unique<data_socket>(data_socket{std::move(*socket)}), {});
-  });
+  self->connecting.open(self->active->to.protocol(), error);
+  if (!error) self->connecting.bind(self->active->from, error);
+  if (error) co_return failure("made", error);
+  std::tie(error) = co_await self->connecting.async_connect(self->active->to, asio::as_tuple(asio::use_awaitable));
+  if (error) co_return failure("made", error);
+  co_return success(std::move(self->connecting));
 }
 
-void data_channel::state::deliver(std::unique_ptr<data_socket> connection, std::string error) {
-  const opened receiver = std::exchange(call, nullptr);
-  reset();
-  if (connection) {
-    error_code ignored;
-    connection->socket.set_option(asio::socket_base::keep_alive(true), ignored);
-    connection->socket.set_option(tcp::no_delay(true), ignored);
-  }
-  receiver(std::move(connection), std::move(error));
-}
+data_channel::data_channel(event_loop& loop) : loop_(loop) {}
 
-data_channel::data_channel(event_loop& loop) : state_(std::make_shared<state>(loop)) {}
 data_channel::~data_channel() {
-  state_->reset();
+  close();
 }
 
-std::uint16_t data_channel::listen(const std::string& host, const std::string& peer_host, const port_range& ports) {
+std::uint16_t data_channel::listen(const asio::ip::address& host, const asio::ip::address& peer,
+                                   const port_range& ports) {
   close();
-  error_code error;
-  const asio::ip::address address = asio::ip::make_address(host, error);
-  if (error) return 0;
-  state_->peer = asio::ip::make_address(peer_host, error);
-  if (error) return 0;
+  const auto made = std::make_shared<setup>(loop_.context());
+  made->peer = peer;
   const unsigned first = ports ? ports->first : 0;
   const unsigned count = ports ? ports->second - first + 1U : 1;
   const unsigned start = std::random_device()() % count;
   for (unsigned tried = 0; tried < count; ++tried) {
     const auto port = static_cast<std::uint16_t>(first + (start + tried) % count);
-    if (acceptor_listen(state_->acceptor, {address, port})) return state_->acceptor.local_endpoint(error).port();
+    if (!acceptor_listen(made->acceptor, {host, port})) continue;
+    setup_ = made;
+    error_code error;
+    return made->acceptor.local_endpoint(error).port();
   }
   return 0;
 }
 
-void data_channel::target(const std::string& local_host, const std::string& peer_host, std::uint16_t port) {
+void data_channel::target(const asio::ip::address& local, const asio::ip::address& peer, std::uint16_t port) {
   close();
-  error_code error;
-  const asio::ip::address from = asio::ip::make_address(local_host, error);
-  if (error) return;
-  const asio::ip::address to = asio::ip::make_address(peer_host, error);
-  if (error) return;
-  state_->active = active_target{{from, 0}, {to, port}};
+  setup_ = std::make_shared<setup>(loop_.context());
+  setup_->active = active_target{{local, 0}, {peer, port}};
 }
 
 bool data_channel::ready() const {
-  return state_->acceptor.is_open() || state_->active.has_value();
+  return setup_ && setup_->over.empty();
 }
 
-void data_channel::open(std::chrono::milliseconds limit, opened call) {
-  state_->call = std::move(call);
-  state_->limit.start(limit, [self = state_.get()] { self->deliver(nullptr, "No data connection came."); });
-  if (state_->active) return state_->connect();
-  state_->accept();
+asio::awaitable<data_connection> data_channel::open(std::chrono::milliseconds limit) {
+  return setup::open(loop_, setup_, limit);
 }
 
 void data_channel::close() {
-  state_->reset();
+  if (setup_) setup_->end("The data connection was given up.");
+  setup_.reset();
 }
 
 }  // namespace tarvex::server

@@ -34,7 +34,7 @@ struct data_read {
 ///
 /// Reads are done exactly once, in order: when full, when the data end or break off, and partly filled when the peer
 /// is slow. A read of 0 bytes waits for the end of the data. The data end when the peer closes its direction in order,
-/// after as many bytes as it announced, and is still there to be answered a moment later: a process that is killed
+/// after as many bytes as it announced, and is still there to be answered a grace later: a process that is killed
 /// closes its data connection like one that has sent everything, but its control connection goes with it.
 ///
 /// States: waiting for its connection, open, ended or broken off (what came before is still handed out), over.
@@ -44,7 +44,12 @@ class data_receiver {
     std::size_t window_bytes = 0;             ///< of memory for what comes ahead of reads
     std::chrono::milliseconds stall_limit{};  ///< how long the peer may send nothing
     std::optional<std::uint64_t> expected;    ///< exactly so many bytes must come; nothing: as many as come
-    std::function<bool()> peer_present;       ///< I/O thread: whether the control connection is there
+    /// Before the end of the data is believed; that is then done once a read waits for the end.
+    std::chrono::milliseconds end_grace{15};
+    std::function<bool()> peer_present;  ///< I/O thread: whether the control connection is there after the grace
+    /// So many of the newest bytes are not handed out before the end is believed, and never when it is not: whoever
+    /// passes data on as they come can still let them fail. Costs a copy of every byte.
+    std::size_t hold_last_bytes = 0;
     /// I/O thread, at most once: the data did not end as they should; a reply code and a sentence about it.
     std::function<void(int code, const std::string& why)> broken;
   };

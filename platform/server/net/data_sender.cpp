@@ -1,15 +1,19 @@
 #include "net/data_sender.h"
 
 #include "net/data_socket.h"
+#include "net/wake.h"
 
+#include <boost/asio/as_tuple.hpp>
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/use_awaitable.hpp>
 
+#include <array>
 #include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <span>
 #include <utility>
-#include <vector>
 
 namespace tarvex::server {
 
@@ -30,7 +34,12 @@ asio::const_buffer piece_bytes(const data_piece& piece) {
 
 struct data_sender::state : std::enable_shared_from_this<state> {
   state(event_loop& event_loop, std::chrono::milliseconds limit, std::function<void(std::string)> on_failed)
-      : loop(event_loop), stall_limit(limit), failed(std::move(on_failed)), stall_check(event_loop) {}
+      : loop(event_loop),
+        stall_limit(limit),
+        failed(std::move(on_failed)),
+        more(event_loop),
+        ended(event_loop),
+        stall_check(event_loop) {}
 
   event_loop& loop;
   const std::chrono::milliseconds stall_limit;
@@ -49,8 +58,12 @@ struct data_sender::state : std::enable_shared_from_this<state> {
   std::unique_ptr<data_socket> connection;
   std::deque<data_piece> flight;
   std::size_t flight_offset = 0;  // bytes of the first piece that are out
+  std::array<asio::const_buffer, PIECES_PER_CALL_MAX> buffers;
+  wake more;  // pieces were pushed, or no more will be
   bool writing = false;
-  std::function<void(bool)> finished;
+  bool finishing = false;
+  bool all_sent = false;
+  wake ended;
   loop_timer stall_check;
   steady::time_point last_progress;
 
@@ -59,15 +72,15 @@ struct data_sender::state : std::enable_shared_from_this<state> {
     return over;
   }
   void attach(std::unique_ptr<data_socket> with);
-  void pump();
+  static asio::awaitable<void> send(std::shared_ptr<state> self);
+  static asio::awaitable<bool> finish(std::shared_ptr<state> self);
   bool refill();
-  void write();
-  void written(error_code error, std::size_t bytes);
+  std::span<const asio::const_buffer> next_buffers();
   void complete_sent(std::size_t bytes);
   void watch_peer();
   void watch_stall();
   void break_off(std::string why);
-  void close(bool all_sent);
+  void close(bool sent_all);
 };
 
 void data_sender::state::attach(std::unique_ptr<data_socket> with) {
@@ -77,16 +90,38 @@ void data_sender::state::attach(std::unique_ptr<data_socket> with) {
   last_progress = steady::now();
   watch_peer();
   watch_stall();
-  pump();
+  loop.spawn(send(shared_from_this()));
 }
 
-void data_sender::state::pump() {
-  if (!connection || writing) return;
-  while (refill()) {
-    if (piece_bytes(flight.front()).size() > 0) return write();
-    complete_sent(0);
+asio::awaitable<void> data_sender::state::send(std::shared_ptr<state> self) {
+  while (self->connection) {
+    if (!self->refill()) {
+      if (self->finishing) co_return self->close(true);
+      co_await self->more.wait();
+      continue;
+    }
+    const auto buffers = self->next_buffers();
+    if (buffers.front().size() == 0) {
+      self->complete_sent(0);
+      continue;
+    }
+    self->writing = true;
+    self->last_progress = steady::now();
+    const auto [error, bytes] =
+        co_await self->connection->socket.async_write_some(buffers, asio::as_tuple(asio::use_awaitable));
+    self->writing = false;
+    if (!self->connection) co_return;
+    if (error) co_return self->break_off("The client closed the data connection.");
+    self->sent += bytes;
+    self->complete_sent(bytes);
   }
-  if (finished) close(true);
+}
+
+asio::awaitable<bool> data_sender::state::finish(std::shared_ptr<state> self) {
+  self->finishing = true;
+  self->more.notify();
+  while (!self->is_over()) co_await self->ended.wait();
+  co_return self->all_sent;
 }
 
 /// Moves what was pushed over to the I/O thread. False: there is nothing to send, and the next push will wake it.
@@ -98,27 +133,15 @@ bool data_sender::state::refill() {
   return pump_due;
 }
 
-void data_sender::state::write() {
-  std::vector<asio::const_buffer> buffers;
-  buffers.reserve(PIECES_PER_CALL_MAX);
+/// What one system call is to send.
+std::span<const asio::const_buffer> data_sender::state::next_buffers() {
+  std::size_t count = 0;
   for (const auto& piece : flight) {
-    if (buffers.size() == PIECES_PER_CALL_MAX) break;
-    buffers.push_back(piece_bytes(piece));
+    if (count == buffers.size()) break;
+    buffers[count++] = piece_bytes(piece);
   }
   buffers.front() += flight_offset;
-  writing = true;
-  last_progress = steady::now();
-  connection->socket.async_write_some(
-      buffers, [self = shared_from_this()](error_code error, std::size_t bytes) { self->written(error, bytes); });
-}
-
-void data_sender::state::written(error_code error, std::size_t bytes) {
-  writing = false;
-  if (!connection) return;
-  if (error) return break_off("The client closed the data connection.");
-  sent += bytes;
-  complete_sent(bytes);
-  pump();
+  return std::span(buffers).first(count);
 }
 
 /// `bytes` more are out: the pieces that they complete are done, and empty ones that follow with them.
@@ -160,26 +183,27 @@ void data_sender::state::break_off(std::string why) {
   if (call) call(std::move(why));
 }
 
-void data_sender::state::close(bool all_sent) {
+void data_sender::state::close(bool sent_all) {
   std::deque<data_piece> left = std::exchange(flight, {});
   {
     const std::lock_guard lock(mutex);
-    over = true;
+    if (!std::exchange(over, true)) all_sent = sent_all;
     for (auto& piece : pending) left.push_back(std::move(piece));
     pending.clear();
   }
   room.notify_all();
+  more.notify();
+  ended.notify();
   stall_check.cancel();
   if (const auto closing = std::exchange(connection, nullptr)) {
     error_code ignored;
-    if (all_sent) closing->socket.shutdown(tcp::socket::shutdown_send, ignored);
+    if (sent_all) closing->socket.shutdown(tcp::socket::shutdown_send, ignored);
     socket_drain(closing->socket);
     closing->socket.close(ignored);
   }
   for (const auto& piece : left) {
     if (piece.done) piece.done(false);
   }
-  if (const auto call = std::exchange(finished, nullptr)) call(all_sent);
 }
 
 data_sender::data_sender(event_loop& loop, std::chrono::milliseconds stall_limit,
@@ -200,7 +224,7 @@ bool data_sender::push(data_piece piece) {
     state_->waiting_bytes += length;
     if (std::exchange(state_->pump_due, true)) return true;
   }
-  state_->loop.post([state = state_] { state->pump(); });
+  state_->loop.post([state = state_] { state->more.notify(); });
   return true;
 }
 
@@ -217,12 +241,8 @@ void data_sender::attach(std::unique_ptr<data_socket> connection) {
   state_->attach(std::move(connection));
 }
 
-void data_sender::finish(std::function<void(bool)> over) {
-  if (!state_->is_over()) {
-    state_->finished = std::move(over);
-    return state_->pump();
-  }
-  over(false);
+asio::awaitable<bool> data_sender::finish() {
+  return state::finish(state_);
 }
 
 void data_sender::abort() {

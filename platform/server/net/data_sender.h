@@ -2,6 +2,8 @@
 
 #include "net/event_loop.h"
 
+#include <boost/asio/awaitable.hpp>
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -37,9 +39,9 @@ class data_sender {
 
   // Any thread.
 
-  /// \return false when the stream is over; the piece was not taken then.
+  /// \return false when the sender is over; the piece was not taken then.
   [[nodiscard]] bool push(data_piece piece);
-  /// Blocks while more than `limit` bytes wait to be sent. \return false when the stream is over.
+  /// Blocks while more than `limit` bytes wait to be sent. \return false when the sender is over.
   [[nodiscard]] bool wait_for_room(std::size_t limit);
   /// Bytes that the kernel took.
   std::uint64_t sent_bytes() const;
@@ -48,9 +50,10 @@ class data_sender {
 
   /// The connection is there.
   void attach(std::unique_ptr<data_socket> connection);
-  /// Sends what is there, closes (FIN), and then calls `over` with whether all of it went out; at once when it failed.
-  void finish(std::function<void(bool)> over);
-  /// Closes at once; pieces that wait are done as not sent. Does not call `failed`.
+  /// Waits until all that is there was sent, and closes (FIN). Once.
+  /// \return whether all of it went out.
+  [[nodiscard]] boost::asio::awaitable<bool> finish();
+  /// Closes at once; pieces that wait are done as not sent, and so is a `finish`. Does not call `failed`.
   void abort();
 
  private:

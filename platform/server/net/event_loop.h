@@ -1,5 +1,7 @@
 #pragma once
 
+#include <boost/asio/awaitable.hpp>
+
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -18,14 +20,17 @@ class event_loop {
   event_loop(const event_loop&) = delete;
   event_loop& operator=(const event_loop&) = delete;
 
-  /// Runs until `stop`. What a handler throws leaves here.
+  /// Runs until `stop`. What a handler or a spawned coroutine throws leaves here.
   void run();
   /// Ends `run` after the handler that is running. Any thread.
   void stop();
   /// Runs `work` on the I/O thread, after what was posted before it. Any thread.
   void post(std::function<void()> work);
-  /// Calls `handler` once when the process gets SIGTERM.
-  void on_termination(std::function<void()> handler);
+  /// Runs a coroutine on the I/O thread: on that thread at once up to its first wait, from any other as with `post`.
+  /// One that still waits when the loop is destroyed is destroyed with it.
+  void spawn(boost::asio::awaitable<void> work);
+  /// Calls `handler` each time the process gets the signal, as long as the loop runs. I/O thread.
+  void on_signal(int signal, std::function<void()> handler);
 
   boost::asio::io_context& context();
 

@@ -53,7 +53,7 @@ line_reader::event line_reader::add_telnet(unsigned char byte) {
 line_reader::event line_reader::add_text(unsigned char byte) {
   if (byte == '\n') return std::exchange(discarding_, false) ? event::more : event::line;
   if (discarding_) return event::more;
-  if (text_.size() + 1 >= MAX_LINE_BYTES) {
+  if (text_.size() + 1 >= limit_) {
     discarding_ = true;
     text_.clear();
     return event::too_long;

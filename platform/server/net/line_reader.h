@@ -13,10 +13,13 @@ namespace tarvex::server {
 /// CR included.
 class line_reader {
  public:
-  /// Bytes of a line with its end. What is longer is reported as too long, once, and dropped up to its LF.
   static constexpr std::size_t MAX_LINE_BYTES = 8192;
 
   enum class event { more, line, too_long };
+
+  /// \param limit  bytes of a line with its end. What is longer is reported as too long, once, and dropped up to its
+  /// LF.
+  explicit line_reader(std::size_t limit = MAX_LINE_BYTES) : limit_(limit) {}
 
   /// Takes bytes off the front of `bytes` up to the next event. `more`: all were taken and no line is complete.
   event next(std::string_view& bytes);
@@ -31,6 +34,7 @@ class line_reader {
   event add_telnet(unsigned char byte);
   event add_text(unsigned char byte);
 
+  const std::size_t limit_;
   std::string text_;
   telnet telnet_ = telnet::none;
   bool discarding_ = false;

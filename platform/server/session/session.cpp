@@ -7,7 +7,9 @@
 
 #include <malloc.h>
 #include <unistd.h>
+
 #include <algorithm>
+#include <csignal>
 
 namespace tarvex::server {
 
@@ -27,7 +29,7 @@ void session_try_stop(session& session) {
 /// now is, as long as nothing waits before it.
 void session_attend(session& session) {
   for (auto& line : session.control.lines()) {
-    if (!line.aborted && command_aborts(line.text)) line.aborted = operation_cancel(session, 426, "Transfer aborted.");
+    if (line.abort && !line.aborted) line.aborted = operation_cancel(session, 426, "Transfer aborted.");
   }
   while (session.busy && command_run_at_once(session)) continue;
 }
@@ -35,21 +37,26 @@ void session_attend(session& session) {
 /// Runs the commands whose turn it is.
 void session_pump(session& session) {
   while (!session.busy && !session.ending) {
-    const auto line = session.control.next_line();
+    const auto line = session.control.take_line();
     if (!line) break;
     session_touch(session);
     command_run(session, *line);
   }
   if (session.busy) session_attend(session);
-  if (!session.ending) session.control.resume();
+  if (!session.ending && session.control.half_closed() && session.control.lines().empty())
+    session_end(session, "connection closed");
 }
 
 bool session_open(session& session) {
   control_channel::events events;
   events.on_queued = [&session] { session_pump(session); };
+  events.on_half_closed = [&session] {
+    if (session.running) return session_end(session, "connection lost");
+    session_pump(session);
+  };
   events.on_lost = [&session] { session_end(session, "connection lost"); };
   if (!session.control.start(std::move(events))) return false;
-  session.loop.on_termination([&session] {
+  session.loop.on_signal(SIGTERM, [&session] {
     session_reply(session, 421, "The server is shutting down.");
     session_end(session, "server shutdown");
   });
@@ -159,7 +166,7 @@ void session_end(session& session, std::string_view log_reason) {
 
 std::string session_who(const session& session) {
   const std::string& name = session.login.logged_in ? session.login.name : session.login.user;
-  return (name.empty() ? "-" : name) + "@" + session.control.peer().host;
+  return (name.empty() ? "-" : name) + "@" + session.control.peer().host();
 }
 
 int session_run(const session_setup& setup) {

@@ -11,7 +11,7 @@ void renew(operation& op) {
   session& session = op.session;
   const auto* interface = session.setup.storage->interface;
   if (interface->destroy_func) interface->destroy_func(session.storage.session);
-  const std::string peer = session.control.peer().host;
+  const std::string peer = session.control.peer().host();
   tarvex_gfs_session_info_t info{session.login.who.name.c_str(), peer.c_str()};
   interface->init_func(&op, &info);
 }

@@ -36,13 +36,16 @@ void transfer::begin() {
 void transfer::open() {
   if (failed_) return;
   session_reply(session_, 150, "Opening data connection for " + path_ + ".");
-  session_.data.open(CONNECTION_LIMIT,
-                     [self = shared_from_this()](std::unique_ptr<data_socket> connection, const std::string& error) {
-                       if (!connection) operation_cancel(self->session_, 425, error);
-                       if (!connection || self->failed_) return;
-                       if (self->receiver_) return self->receiver_->attach(std::move(connection));
-                       self->stream_.attach(std::move(connection));
-                     });
+  session_.loop.spawn(connect(shared_from_this()));
+}
+
+boost::asio::awaitable<void> transfer::connect(std::shared_ptr<transfer> self) {
+  data_connection made = co_await self->session_.data.open(CONNECTION_LIMIT);
+  if (self->over_) co_return;  // which has ended this wait
+  if (!made.socket) operation_cancel(self->session_, 425, made.error);
+  if (!made.socket || self->failed_) co_return;
+  if (self->receiver_) co_return self->receiver_->attach(std::move(made.socket));
+  self->stream_.attach(std::move(made.socket));
 }
 
 void transfer::note_failure(int code, const std::string& text) {
@@ -55,16 +58,23 @@ void transfer::explain_failure(const std::string& more) {
 
 void transfer::fail(int code, const std::string& text) {
   note_failure(code, text);
+  over_ = true;
   session_.data.close();
   stream_.abort();
   if (receiver_) receiver_->abort();
 }
 
 void transfer::finish(bool success, std::function<void()> over) {
-  if (success && !failed_ && !receiver_) return stream_.finish([over = std::move(over)](bool) { over(); });
+  if (success && !failed_ && !receiver_) return session_.loop.spawn(drain(shared_from_this(), std::move(over)));
+  over_ = true;
   session_.data.close();
   stream_.abort();
   if (receiver_) receiver_->finish();
+  over();
+}
+
+boost::asio::awaitable<void> transfer::drain(std::shared_ptr<transfer> self, std::function<void()> over) {
+  (void)co_await self->stream_.finish();
   over();
 }
 

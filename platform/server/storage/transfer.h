@@ -56,12 +56,15 @@ class transfer : public std::enable_shared_from_this<transfer> {
 
  private:
   void open();
+  static boost::asio::awaitable<void> connect(std::shared_ptr<transfer> self);
+  static boost::asio::awaitable<void> drain(std::shared_ptr<transfer> self, std::function<void()> over);
 
   session& session_;
   const std::string verb_, path_;
   const std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
   std::atomic<bool> begun_{false};
   std::optional<failure> failed_;
+  bool over_ = false;  ///< no data connection is waited for
   data_sender stream_;
   std::unique_ptr<data_receiver> receiver_;
 };
