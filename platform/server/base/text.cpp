@@ -1,14 +1,18 @@
 #include "base/text.h"
 
 #include <strings.h>
+
 #include <algorithm>
-#include <charconv>
 
 namespace tarvex::server {
 
 bool is_control(char byte) {
   const auto value = static_cast<unsigned char>(byte);
   return value < 0x20 || value == 0x7f;
+}
+
+bool is_alphanumeric(char byte) {
+  return (byte >= '0' && byte <= '9') || (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
 }
 
 void append_printable(std::string& out, std::string_view text) {
@@ -24,18 +28,14 @@ bool same_word(std::string_view a, std::string_view b) {
   return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
 
-std::string_view take_word(std::string_view& rest) {
-  const std::string_view word = rest.substr(0, rest.find(' '));
-  rest.remove_prefix(std::min(rest.size(), word.size() + 1));
-  return word;
+std::string_view take_field(std::string_view& rest, char separator) {
+  const std::string_view field = rest.substr(0, rest.find(separator));
+  rest.remove_prefix(std::min(rest.size(), field.size() + 1));
+  return field;
 }
 
-std::optional<std::int64_t> parse_integer(std::string_view text) {
-  std::int64_t number = 0;
-  const char* const end = text.data() + text.size();
-  const auto [parsed, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || parsed != end) return std::nullopt;
-  return number;
+std::string_view take_word(std::string_view& rest) {
+  return take_field(rest, ' ');
 }
 
 }  // namespace tarvex::server

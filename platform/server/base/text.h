@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -10,6 +8,9 @@ namespace tarvex::server {
 
 /// Whether a byte is an ASCII control character (0 to 31, and 127).
 bool is_control(char byte);
+
+/// Whether a byte is an ASCII letter or digit, in any locale.
+bool is_alphanumeric(char byte);
 
 /// Appends `text` with each control byte replaced by '?'.
 void append_printable(std::string& out, std::string_view text);
@@ -20,10 +21,11 @@ void append_hex(std::string& out, std::span<const unsigned char> bytes);
 /// Whether two ASCII words are the same but for case.
 bool same_word(std::string_view a, std::string_view b);
 
+/// Cuts the first field off `rest`, and one separator after it. \return what stood before the separator; all of it
+/// where there is none.
+std::string_view take_field(std::string_view& rest, char separator);
+
 /// Cuts the first word off `rest`, and one blank after it. \return what stood before the blank.
 std::string_view take_word(std::string_view& rest);
-
-/// A whole text as a decimal number; nothing when it is none or too large.
-std::optional<std::int64_t> parse_integer(std::string_view text);
 
 }  // namespace tarvex::server

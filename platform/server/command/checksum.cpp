@@ -1,6 +1,7 @@
 #include "command/checksum.h"
 
 #include "base/checksum.h"
+#include "base/number.h"
 #include "base/text.h"
 #include "command/handlers.h"
 #include "command/operation_checksum.h"
@@ -71,11 +72,11 @@ std::optional<file_range> range_of_quoted(std::string_view argument) {
   file_range range;
   range.path = std::move(*path);
   if (argument.empty()) return range;
-  const auto start = parse_integer(take_word(argument));
+  const auto start = parse_number<std::int64_t>(take_word(argument));
   if (!start || *start < 0) return std::nullopt;
   range.start = *start;
   if (argument.empty()) return range;
-  const auto end = parse_integer(argument);
+  const auto end = parse_number<std::int64_t>(argument);
   if (!end || *end < *start) return std::nullopt;
   range.end = *end;
   return range;
@@ -85,7 +86,7 @@ std::optional<file_range> range_of_quoted(std::string_view argument) {
 std::optional<std::int64_t> take_last_number(std::string_view& text) {
   const std::size_t blank = text.rfind(' ');
   if (blank == std::string_view::npos || blank == 0) return std::nullopt;
-  const auto number = parse_integer(text.substr(blank + 1));
+  const auto number = parse_number<std::int64_t>(text.substr(blank + 1));
   if (number) text = text.substr(0, blank);
   return number;
 }
@@ -140,8 +141,8 @@ void checksum_options(session& session, std::string_view algorithm) {
 void command_cksm(session& session, const std::string& argument) {
   std::string_view rest = argument;
   const std::string_view wanted = take_word(rest);
-  const auto offset = parse_integer(take_word(rest));
-  const auto length = parse_integer(take_word(rest));
+  const auto offset = parse_number<std::int64_t>(take_word(rest));
+  const auto length = parse_number<std::int64_t>(take_word(rest));
   if (!offset || !length || rest.empty() || !is_range(*offset, *length))
     return session_reply(session, 501, "CKSM takes ALGORITHM OFFSET LENGTH PATH; a length of -1 reaches to the end.");
   checksum_request request;

@@ -1,36 +1,14 @@
 #include "base/log.h"
 #include "command/handlers.h"
 #include "command/table.h"
+#include "ftp/command_line.h"
 #include "session/session_state.h"
-
-#include <array>
 
 namespace tarvex::server {
 
 namespace {
 
 constexpr unsigned BAD_COMMANDS_BEFORE_LOGIN_MAX = 10;
-
-constexpr auto HTTP_METHODS =
-    std::to_array<std::string_view>({"GET", "POST", "HEAD", "PUT", "OPTIONS", "DELETE", "CONNECT", "PATCH", "TRACE"});
-
-struct parsed_line {
-  std::string verb, argument;
-};
-
-parsed_line line_parse(std::string_view line) {
-  const std::size_t blank = line.find(' ');
-  if (blank == std::string_view::npos) return {std::string(line), {}};
-  return {std::string(line.substr(0, blank)), std::string(line.substr(blank + 1))};
-}
-
-bool is_http(const parsed_line& line) {
-  if (line.argument.find("HTTP/") == std::string::npos) return false;
-  for (const auto method : HTTP_METHODS) {
-    if (line.verb == method) return true;
-  }
-  return false;
-}
 
 /// Answers a line that cannot be run. Who is not logged in may not go on like this for ever.
 void refuse(session& session, int code, std::string_view text) {
@@ -57,8 +35,8 @@ void run_row(session& session, const command_row& row, const std::string& argume
 void command_run(session& session, const control_line& line) {
   if (line.too_long) return refuse(session, 500, "The line is too long.");
   if (line.aborted) return session_reply(session, 226, "Abort successful.");
-  const parsed_line parsed = line_parse(line.text);
-  if (is_http(parsed)) {
+  const command_line parsed = command_line_parse(line.text);
+  if (command_line_is_http(parsed)) {
     session_reply(session, 500, "This is an FTP server.");
     return session_end(session, "HTTP request");
   }
@@ -73,7 +51,7 @@ void command_run(session& session, const control_line& line) {
 bool command_run_at_once(session& session) {
   const auto& lines = session.control.lines();
   if (lines.empty() || lines.front().too_long || lines.front().aborted) return false;
-  const parsed_line parsed = line_parse(lines.front().text);
+  const command_line parsed = command_line_parse(lines.front().text);
   const command_row* row = command_find(parsed.verb);
   if (!row || !row->during_operation || !parsed.argument.empty()) return false;
   command_run(session, *session.control.next_line());
@@ -81,7 +59,7 @@ bool command_run_at_once(session& session) {
 }
 
 bool command_aborts(std::string_view line) {
-  return command_find(line_parse(line).verb) == command_find("ABOR");
+  return command_find(command_line_parse(line).verb) == command_find("ABOR");
 }
 
 }  // namespace tarvex::server

@@ -1,7 +1,6 @@
 #include "ftp/listing.h"
 #include "base/log.h"
 #include "command/handlers.h"
-#include "command/settings.h"
 #include "command/stat.h"
 #include "command/transfer_reply.h"
 #include "ftp/path.h"
@@ -23,7 +22,7 @@ struct listing_request {
   std::string verb;
   listing_form form = listing_form::list;
   std::string path;
-  unsigned facts = ~0U;
+  facts_mask facts = ALL_FACTS;
 };
 
 /// Without the options of ls that clients put before the path ("-la").
@@ -44,9 +43,7 @@ std::string batch_lines(const listing_request& request, const tarvex_gridftp_ser
   for (int i = 0; i < count; ++i) {
     const std::string_view name = entries[i].name ? entries[i].name : "";
     if (name.empty() || name == ".") continue;
-    const std::size_t start = lines.size();
-    listing_append(request.form, entries[i], name, now, lines);
-    if (request.form == listing_form::mlsd) facts_filter(request.facts, lines, start);
+    listing_append(request.form, entries[i], name, now, request.facts, lines);
   }
   return lines;
 }
@@ -88,7 +85,7 @@ void listing_send(session& session, const listing_request& request) {
 /// Sends the one line of a file. No plug-in is needed any more, only the data channel.
 void line_send(session& session, const listing_request& request, const item_stat& item) {
   std::string line;
-  listing_append(request.form, item.stat, path_base_name(request.path), std::time(nullptr), line);
+  listing_append(request.form, item.stat, path_base_name(request.path), std::time(nullptr), request.facts, line);
   auto op = operation_make(session, operation_kind::stat, request.verb, request.path);
   const auto channel = std::make_shared<transfer>(session, request.verb, request.path);
   op->transfer = channel;
@@ -144,16 +141,14 @@ std::string lines_indented(const std::string& lines) {
   std::string text;
   for (std::size_t start = 0; start < lines.size();) {
     const std::size_t end = lines.find('\n', start) + 1;
-    text += " " + reply_clean(std::string_view(lines).substr(start, end - start - 2)) + "\r\n";
+    text += reply_block_inner(std::string_view(lines).substr(start, end - start - 2));
     start = end;
   }
   return text;
 }
 
 std::string status_opening(const std::string& path) {
-  std::string opening = reply_format(213, "Status of " + path + ":");
-  opening[3] = '-';
-  return opening;
+  return reply_block_first(213, "Status of " + path + ":");
 }
 
 void status_send(session& session, const listing_request& request) {
@@ -209,7 +204,7 @@ void command_stat(session& session, const std::string& argument) {
   stat_start(session, "STAT", *path, [request](server::session& of, const item_stat& item) {
     if (item.folder()) return status_send(of, request);
     std::string line;
-    listing_append(request.form, item.stat, path_base_name(request.path), std::time(nullptr), line);
+    listing_append(request.form, item.stat, path_base_name(request.path), std::time(nullptr), request.facts, line);
     of.control.send(status_opening(request.path) + lines_indented(line) + reply_format(213, "End."));
   });
 }

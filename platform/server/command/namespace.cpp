@@ -1,5 +1,4 @@
 #include "command/handlers.h"
-#include "command/settings.h"
 #include "command/stat.h"
 #include "ftp/listing.h"
 #include "ftp/path.h"
@@ -54,8 +53,7 @@ void command_mlst(session& session, const std::string& argument) {
   if (!path) return;
   stat_start(session, "MLST", *path, [path = *path](server::session& of, const item_stat& item) {
     std::string line;
-    listing_append(listing_form::mlsd, item.stat, path, std::time(nullptr), line);
-    facts_filter(of.settings.mlst_facts, line, 0);
+    listing_append(listing_form::mlsd, item.stat, path, std::time(nullptr), of.settings.mlst_facts, line);
     line.resize(line.size() - 2);  // its CRLF
     session_reply_block(of, 250, "Listing " + path, {line}, "End.");
   });

@@ -1,4 +1,4 @@
-#include "base/text.h"
+#include "base/number.h"
 #include "command/handlers.h"
 #include "command/stat.h"
 #include "command/transfer_reply.h"
@@ -11,7 +11,7 @@
 namespace tarvex::server {
 
 void command_rest(session& session, const std::string& argument) {
-  const auto offset = parse_integer(argument);
+  const auto offset = parse_number<std::int64_t>(argument);
   session.settings.restart_offset = 0;
   if (!offset || *offset < 0)
     return session_reply(session, 501, "REST takes an offset in bytes from 0 to 9223372036854775807.");

@@ -1,9 +1,8 @@
-#include "command/settings.h"
-
 #include "base/text.h"
 #include "command/checksum.h"
 #include "command/handlers.h"
 #include "command/table.h"
+#include "ftp/facts.h"
 #include "session/session_state.h"
 
 #include <algorithm>
@@ -14,44 +13,9 @@ namespace tarvex::server {
 
 namespace {
 
-constexpr auto FACTS = std::to_array<std::string_view>({"type", "size", "modify", "perm", "UNIX.mode", "unique"});
-
-/// "type*;size*;": the selected facts starred, as FEAT shows them.
-std::string facts_starred(unsigned selected) {
-  std::string text;
-  for (std::size_t i = 0; i < FACTS.size(); ++i) {
-    text += FACTS[i];
-    text += (selected >> i & 1U) != 0 ? "*;" : ";";
-  }
-  return text;
-}
-
-/// The facts of "type;size;" that are known (RFC 3659 section 7.9: others are passed over).
-unsigned facts_parse(std::string_view names) {
-  unsigned selected = 0;
-  while (!names.empty()) {
-    const std::string_view name = names.substr(0, names.find(';'));
-    for (std::size_t i = 0; i < FACTS.size(); ++i) {
-      if (same_word(name, FACTS[i])) selected |= 1U << i;
-    }
-    names.remove_prefix(std::min(names.size(), name.size() + 1));
-  }
-  return selected;
-}
-
-bool fact_selected(unsigned selected, std::string_view fact) {
-  for (std::size_t i = 0; i < FACTS.size(); ++i) {
-    if (same_word(fact, FACTS[i])) return (selected >> i & 1U) != 0;
-  }
-  return true;
-}
-
 void opts_mlst(session& session, std::string_view names) {
   session.settings.mlst_facts = facts_parse(names);
-  std::string chosen;
-  for (std::size_t i = 0; i < FACTS.size(); ++i) {
-    if (fact_selected(session.settings.mlst_facts, FACTS[i])) chosen += std::string(FACTS[i]) + ";";
-  }
+  const std::string chosen = facts_chosen(session.settings.mlst_facts);
   session_reply(session, 200, chosen.empty() ? "MLST OPTS" : "MLST OPTS " + chosen);
 }
 
@@ -65,20 +29,6 @@ void choose(session& session, const std::string& argument, std::span<const std::
 }
 
 }  // namespace
-
-void facts_filter(unsigned selected, std::string& lines, std::size_t start) {
-  constexpr unsigned ALL = (1U << FACTS.size()) - 1;
-  if ((selected & ALL) == ALL) return;
-  const std::size_t end = lines.find(' ', start);
-  std::string kept;
-  for (std::size_t fact = start; fact < end;) {
-    const std::size_t next = lines.find(';', fact) + 1;
-    const std::string_view text(&lines[fact], next - fact);
-    if (fact_selected(selected, text.substr(0, text.find('=')))) kept += text;
-    fact = next;
-  }
-  lines.replace(start, end - start, kept);
-}
 
 void command_noop(session& session, const std::string&) {
   session_reply(session, 200, "OK.");

@@ -1,4 +1,5 @@
 #include "base/log.h"
+#include "base/number.h"
 #include "base/text.h"
 #include "command/handlers.h"
 #include "command/stat.h"
@@ -9,7 +10,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 
 namespace tarvex::server {
 
@@ -50,11 +50,10 @@ void site_path(session& session, const site_row& row, std::string_view argument)
 void site_mode(session& session, const site_row& row, std::string_view argument) {
   constexpr int MODE_MAX = 07777;
   constexpr int OCTAL = 8;
-  const std::string_view text = take_word(argument);
+  const auto mode = parse_number<int>(take_word(argument), OCTAL);
+  if (!mode || *mode < 0 || *mode > MODE_MAX) return refuse_form(session, row);
   storage_command command;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), command.mode, OCTAL);
-  if (error != std::errc() || end != text.data() + text.size() || command.mode < 0 || command.mode > MODE_MAX)
-    return refuse_form(session, row);
+  command.mode = *mode;
   start_on_path(session, row, argument, std::move(command));
 }
 

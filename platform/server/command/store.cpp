@@ -1,5 +1,6 @@
 #include "storage/store.h"
 #include "base/log.h"
+#include "base/number.h"
 #include "base/text.h"
 #include "command/handlers.h"
 #include "command/stat.h"
@@ -138,9 +139,9 @@ store_request request_take(client_settings& settings) {
 /// RFC 959 section 4.1.3. The size of a record ("R n") means nothing here.
 void command_allo(session& session, const std::string& argument) {
   std::string_view rest = argument;
-  const auto size = parse_integer(take_word(rest));
+  const auto size = parse_number<std::int64_t>(take_word(rest));
   const std::string_view word = take_word(rest);
-  const bool good = word.empty() || (same_word(word, "R") && parse_integer(rest).value_or(-1) >= 0);
+  const bool good = word.empty() || (same_word(word, "R") && parse_number<std::int64_t>(rest).value_or(-1) >= 0);
   if (!size || *size < 0 || !good) return session_reply(session, 501, "ALLO takes a size in bytes, or size R size.");
   session.settings.announced_size = static_cast<std::uint64_t>(*size);
   session_reply(session, 200, "The next store has " + std::to_string(*size) + " bytes.");

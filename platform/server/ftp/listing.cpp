@@ -1,12 +1,13 @@
 #include "ftp/listing.h"
 
+#include "base/number.h"
 #include "base/text.h"
 
+#include <fmt/core.h>
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cinttypes>
-#include <cstdio>
+#include <iterator>
 
 namespace tarvex::server {
 
@@ -25,40 +26,22 @@ std::tm broken_down(std::time_t time) {
   return fields;
 }
 
-[[gnu::format(printf, 2, 3)]] void append_format(std::string& out, const char* format, ...) {
-  char text[160];
-  va_list arguments;
-  va_start(arguments, format);
-  const int length = std::vsnprintf(text, sizeof text, format, arguments);
-  va_end(arguments);
-  if (length > 0) out.append(text, std::min(static_cast<std::size_t>(length), sizeof text - 1));
-}
-
-std::string mode_text(mode_t mode) {
-  std::string text = S_ISDIR(mode) ? "d" : S_ISLNK(mode) ? "l" : "-";
-  for (int bit = 8; bit >= 0; --bit) text += (mode & (1U << bit)) != 0 ? "xwr"[bit % 3] : '-';
-  return text;
-}
-
-/// What the permissions allow, in the letters of RFC 3659 section 7.5.5. Files are never appended to ("a").
-std::string perm_fact(mode_t mode) {
-  const bool folder = S_ISDIR(mode);
-  std::string letters;
-  if ((mode & S_IRUSR) != 0) letters += folder ? "el" : "r";
-  if ((mode & S_IWUSR) != 0) letters += folder ? "cdfmp" : "dfw";
-  return letters;
+void append_mode(std::string& out, mode_t mode) {
+  out += S_ISDIR(mode) ? "d" : S_ISLNK(mode) ? "l" : "-";
+  for (int bit = 8; bit >= 0; --bit) out += (mode & (1U << bit)) != 0 ? "xwr"[bit % 3] : '-';
 }
 
 void append_long(const tarvex_gridftp_server_control_stat_t& stat, std::string_view name, std::time_t now,
                  std::string& out) {
   const std::tm time = broken_down(stat.mtime);
-  append_format(out, "%s %3lu ftp      ftp      %12" PRId64 " %s %2d ", mode_text(stat.mode).c_str(),
-                static_cast<unsigned long>(stat.nlink), std::max<tarvex_off_t>(stat.size, 0), MONTHS[time.tm_mon],
-                time.tm_mday);
+  append_mode(out, stat.mode);
+  // The columns are as wide as ls makes them: old clients cut lines at fixed places.
+  fmt::format_to(std::back_inserter(out), " {:3} ftp      ftp      {:12} {} {:2} ", stat.nlink,
+                 std::max<tarvex_off_t>(stat.size, 0), MONTHS[time.tm_mon], time.tm_mday);
   if (stat.mtime > now || stat.mtime <= now - HALF_A_YEAR_S) {
-    append_format(out, "%5d ", time.tm_year + 1900);
+    fmt::format_to(std::back_inserter(out), "{:5} ", time.tm_year + 1900);
   } else {
-    append_format(out, "%02d:%02d ", time.tm_hour, time.tm_min);
+    fmt::format_to(std::back_inserter(out), "{:02}:{:02} ", time.tm_hour, time.tm_min);
   }
   append_printable(out, name);
   if (S_ISLNK(stat.mode) && stat.symlink_target != nullptr) {
@@ -67,19 +50,10 @@ void append_long(const tarvex_gridftp_server_control_stat_t& stat, std::string_v
   }
 }
 
-void append_facts(const tarvex_gridftp_server_control_stat_t& stat, std::string_view name, std::string& out) {
-  const bool folder = S_ISDIR(stat.mode);
-  append_format(out, "type=%s;", !folder ? "file" : name == "." ? "cdir" : "dir");
-  if (!folder) append_format(out, "size=%" PRId64 ";", std::max<tarvex_off_t>(stat.size, 0));
-  append_format(out, "modify=%s;perm=%s;UNIX.mode=%04o;unique=%xg%x; ", listing_timestamp(stat.mtime).c_str(),
-                perm_fact(stat.mode).c_str(), stat.mode & 07777U, stat.dev, stat.ino);
-  append_printable(out, name);
-}
-
 }  // namespace
 
 void listing_append(listing_form form, const tarvex_gridftp_server_control_stat_t& stat, std::string_view name,
-                    std::time_t now, std::string& out) {
+                    std::time_t now, facts_mask facts, std::string& out) {
   switch (form) {
     case listing_form::list:
       append_long(stat, name, now, out);
@@ -88,7 +62,9 @@ void listing_append(listing_form form, const tarvex_gridftp_server_control_stat_
       append_printable(out, name);
       break;
     case listing_form::mlsd:
-      append_facts(stat, name, out);
+      facts_append(stat, name, facts, out);
+      out += ' ';
+      append_printable(out, name);
       break;
   }
   out += "\r\n";
@@ -96,10 +72,8 @@ void listing_append(listing_form form, const tarvex_gridftp_server_control_stat_
 
 std::string listing_timestamp(std::time_t time) {
   const std::tm fields = broken_down(time);
-  std::string text;
-  append_format(text, "%04d%02d%02d%02d%02d%02d", fields.tm_year + 1900, fields.tm_mon + 1, fields.tm_mday,
-                fields.tm_hour, fields.tm_min, fields.tm_sec);
-  return text;
+  return fmt::format("{:04}{:02}{:02}{:02}{:02}{:02}", fields.tm_year + 1900, fields.tm_mon + 1, fields.tm_mday,
+                     fields.tm_hour, fields.tm_min, fields.tm_sec);
 }
 
 std::optional<std::time_t> listing_timestamp_parse(std::string_view text) {
@@ -107,7 +81,7 @@ std::optional<std::time_t> listing_timestamp_parse(std::string_view text) {
   const bool digits = text.find_first_not_of("0123456789") == std::string_view::npos;
   if (text.size() != DIGITS || !digits) return std::nullopt;
   const auto field = [&](std::size_t at, std::size_t length) {
-    return static_cast<int>(parse_integer(text.substr(at, length)).value_or(0));
+    return parse_number<int>(text.substr(at, length)).value_or(0);
   };
   std::tm fields = {};
   fields.tm_year = field(0, 4) - 1900;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ftp/facts.h"
 #include "tarvex_gridftp_server.h"
 
 #include <ctime>
@@ -16,13 +17,13 @@ enum class listing_form { list, nlst, mlsd };
 /// - list: as `ls -l` prints it ("drwx------ 1 ftp ftp ...", English months, UTC; the year instead of the time of day
 ///   when the item is older than six months or lies in the future), which every client parses
 /// - nlst: the bare name
-/// - mlsd: RFC 3659 section 7 facts (type, size for files, modify, perm, UNIX.mode, unique), a blank, the name.
-///   "." gets type=cdir
+/// - mlsd: the chosen facts, a blank, the name (RFC 3659 section 7.2)
 /// Control bytes in the name are replaced by '?'. Negative sizes count as 0.
-/// \param name  the name to show; the stat's own is ignored
-/// \param now   decides between time of day and year
+/// \param name   the name to show; the stat's own is ignored
+/// \param now    decides between time of day and year
+/// \param facts  for mlsd; the other forms have none
 void listing_append(listing_form form, const tarvex_gridftp_server_control_stat_t& stat, std::string_view name,
-                    std::time_t now, std::string& out);
+                    std::time_t now, facts_mask facts, std::string& out);
 
 /// "YYYYMMDDHHMMSS" in UTC (RFC 3659 section 2.3).
 std::string listing_timestamp(std::time_t time);

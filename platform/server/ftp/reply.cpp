@@ -8,7 +8,7 @@ namespace tarvex::server {
 
 namespace {
 
-constexpr char TELNET_IAC = '\xff';
+constexpr char TELNET_IAC = '\xff';  ///< would begin a telnet command in the client; doubled it is a byte (RFC 854)
 constexpr std::string_view UNKNOWN_FAILURE = "Operation failed.";
 
 void append_line(std::string& out, int code, char separator, std::string_view line) {
@@ -57,8 +57,7 @@ std::string reply_clean(std::string_view line) {
 }
 
 std::string reply_format(int code, const std::vector<std::string>& lines) {
-  if (lines.size() <= 1)
-    return reply_format(code, lines.empty() ? std::string_view() : std::string_view(lines.front()));
+  if (lines.size() <= 1) return reply_format(code, lines.empty() ? std::string_view() : lines.front());
   std::string out;
   for (const std::string& line : lines) append_line(out, code, '-', line);
   append_line(out, code, ' ', "End.");
@@ -69,6 +68,25 @@ std::string reply_format(int code, std::string_view line) {
   std::string out;
   append_line(out, code, ' ', line);
   return out;
+}
+
+std::string reply_block(int code, std::string_view first, const std::vector<std::string>& inner,
+                        std::string_view last) {
+  std::string out = reply_block_first(code, first);
+  for (const std::string& line : inner) out += reply_block_inner(line);
+  append_line(out, code, ' ', last);
+  return out;
+}
+
+std::string reply_block_first(int code, std::string_view first) {
+  std::string out;
+  append_line(out, code, '-', first);
+  return out;
+}
+
+/// The blank keeps an inner line that begins with the code and a blank from ending the reply (RFC 959 section 4.2).
+std::string reply_block_inner(std::string_view line) {
+  return " " + reply_clean(line) + "\r\n";
 }
 
 std::string reply_from_error(tarvex_result_t result, int default_code) {

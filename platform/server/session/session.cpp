@@ -117,10 +117,7 @@ void session_reply(session& session, int code, const std::vector<std::string>& l
 
 void session_reply_block(session& session, int code, std::string_view first, const std::vector<std::string>& lines,
                          std::string_view last) {
-  std::string text = reply_format(code, first);
-  text[3] = '-';
-  for (const auto& line : lines) text += " " + reply_clean(line) + "\r\n";
-  session.control.send(text + reply_format(code, last));
+  session.control.send(reply_block(code, first, lines, last));
 }
 
 void session_command_over(session& session) {

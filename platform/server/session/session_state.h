@@ -1,6 +1,7 @@
 #pragma once
 
 #include "config/accounts.h"
+#include "ftp/facts.h"
 #include "net/control_channel.h"
 #include "net/data_channel.h"
 #include "net/event_loop.h"
@@ -49,7 +50,7 @@ struct client_settings {
   std::time_t modification_time = -1;  ///< of the next stored file; -1: none
   std::string rename_from;             ///< of an RNFR just before; empty: none
   std::string hash_algorithm = "SHA1";
-  unsigned mlst_facts = ~0U;  ///< bits in the order of the fact table
+  facts_mask mlst_facts = ALL_FACTS;
 };
 
 /// Everything about one session. Touched on the I/O thread only, unless a member's own type says otherwise; the

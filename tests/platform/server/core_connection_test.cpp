@@ -58,7 +58,7 @@ TEST_F(SessionTest, ConnectsToTheClient) {
 
 TEST_F(SessionTest, GivesDataToNobodyElse) {
   log_in();
-  config.passive_address = "192.0.2.7";
+  config.passive_address = boost::asio::ip::make_address_v4("192.0.2.7");
   const std::string answer = command("PASV");
   EXPECT_EQ(answer.substr(0, 37), "227 Entering Passive Mode (192,0,2,7,");
   const loopback_socket left_behind = passive();
