@@ -156,7 +156,7 @@ void listing_line(State& state) {
   for (auto _ : state) {
     lines.clear();
     for (int i = 0; i < 100; ++i) {
-      tarvex::server::listing_append(form, stat, "measurement-12345.dat", 1'700'100'000, lines);
+      tarvex::server::listing_append(form, stat, "measurement-12345.dat", 1'700'100'000, ~0U, lines);
     }
     benchmark::DoNotOptimize(lines.data());
   }

@@ -10,19 +10,21 @@
 #include <cstdio>
 #include <exception>
 #include <iterator>
-#include <map>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
 namespace server = tarvex::server;
 
 constexpr int EXIT_MISTAKES = 2;
-constexpr const char* VERSION = "tarvex-gridftp-server 0.26";
+constexpr const char* VERSION = "tarvex-gridftp-server " TARVEX_VERSION;
 
-const std::map<std::string, server::log_level> LEVELS = {{"debug", server::log_level::debug},
-                                                         {"info", server::log_level::info},
-                                                         {"warning", server::log_level::warning},
-                                                         {"error", server::log_level::error}};
+const std::vector<std::pair<std::string, server::log_level>> LEVELS = {{"debug", server::log_level::debug},
+                                                                       {"info", server::log_level::info},
+                                                                       {"warning", server::log_level::warning},
+                                                                       {"error", server::log_level::error}};
 
 struct options {
   std::string file;
@@ -71,13 +73,8 @@ int main(int argc, char** argv) try {
   options chosen;
   app.add_option("--config", chosen.file, "Configuration file (TOML)")->type_name("FILE")->required();
   app.add_flag("--check", chosen.check, "Check the configuration, report every mistake with its line, and exit");
-  const auto set_level = [&chosen](const std::string& name) {
-    const auto level = LEVELS.find(name);
-    if (level == LEVELS.end()) throw CLI::ValidationError("--log-level", "use debug, info, warning or error");
-    chosen.level = level->second;
-  };
-  app.add_option_function<std::string>("--log-level", set_level,
-                                       "Least level of the lines that are logged: debug, info, warning or error")
+  app.add_option("--log-level", chosen.level, "Least level of the lines that are logged: debug, info, warning or error")
+      ->transform(CLI::CheckedTransformer(LEVELS).description(""))
       ->type_name("LEVEL")
       ->default_str("info");
   app.set_version_flag("--version", VERSION, "Print the version and exit");

@@ -57,6 +57,7 @@ bool conversation::open() {
                    sent_ = true;
                    stop_when_over();
                  });
+  client_.storage.on_run([this] { attend(); });
   client_.reply(220, GREETING);
   client_.loop.spawn(serve());
   return true;
@@ -68,7 +69,6 @@ asio::awaitable<void> conversation::serve() {
     const auto line = co_await client_.control.next_line();
     if (!line) break;
     busy_ = true;
-    attend();
     co_await command_run(client_, *line);
     busy_ = false;
   }

@@ -50,9 +50,7 @@ handled command_pasv(session& client, std::string) {
   if (client.control.local().ipv6()) co_return client.reply(425, "PASV is for IPv4; use EPSV.");
   const std::uint16_t port = passive_listen(client);
   if (port == 0) co_return;
-  const std::string& named = client.config.passive_address;
-  const auto announced =
-      named.empty() ? client.control.local().address.to_v4() : boost::asio::ip::make_address_v4(named);
+  const auto announced = client.config.passive_address.value_or(client.control.local().address.to_v4());
   client.reply(227, "Entering Passive Mode (" + port_address_format(announced, port) + ").");
 }
 

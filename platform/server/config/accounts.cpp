@@ -2,16 +2,16 @@
 
 #include "base/log.h"
 #include "base/text.h"
+#include "config/password_hash.h"
+#include "config/suggestion.h"
 #include "config/toml_file.h"
 
-#include <crypt.h>
-#include <openssl/crypto.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <functional>
 #include <iterator>
-#include <memory>
+#include <utility>
 
 namespace tarvex::server {
 
@@ -22,82 +22,57 @@ constexpr std::size_t LONGEST_NAME_BYTES = 256;
 /// What a login is measured against when there is no account at all: a setting of the default cost, hash of nothing.
 constexpr const char* DECOY_PASSWORD = "$y$j9T$uUXbIBGGkPrzKHxJNSTTZ.$";
 
-struct cleanse_crypt_data {
-  void operator()(crypt_data* data) const noexcept {
-    OPENSSL_cleanse(data, sizeof *data);
-    delete data;
-  }
-};
-
-bool has_control_byte(std::string_view text) {
-  return std::any_of(text.begin(), text.end(), is_control);
+void read_password(const toml_entry& entry, account& out, mistake_list& mistakes) {
+  const auto* const text = toml_expect<std::string>(entry, mistakes);
+  if (text == nullptr) return;
+  out.password = *text;
+  if (is_password_hash(*text)) return;
+  mistakes.add(entry.line,
+               entry.where + ": this is no password hash of crypt(3); make one with: openssl passwd -6, or: mkpasswd");
 }
 
-/// Whether libcrypt can verify against `hash`. Without a scheme's "$" or "_" anything that begins with two letters
-/// could be the oldest scheme's salt, so a password in plain text is told apart by the length, which is fixed there.
-bool is_password_hash(const std::string& hash) {
-  constexpr std::size_t DES_LENGTH = 13;
-  const int kind = crypt_checksalt(hash.c_str());
-  if (kind == CRYPT_SALT_INVALID || kind == CRYPT_SALT_METHOD_DISABLED || has_control_byte(hash)) return false;
-  return hash.starts_with('$') || hash.starts_with('_') || hash.size() == DES_LENGTH;
-}
-
-void read_password(const std::string& where, const toml_value& value, account& out, mistake_list& mistakes) {
-  if (!toml_expect(toml_kind::text, value, where, mistakes)) return;
-  out.password = value.text;
-  if (!is_password_hash(value.text)) {
-    mistakes.add(value.line,
-                 where + ": this is no password hash of crypt(3); make one with: openssl passwd -6, or: mkpasswd");
-  }
-}
-
-void read_credential(const std::string& where, const toml_value& value, account& out, mistake_list& mistakes) {
-  if (!toml_expect(toml_kind::text, value, where, mistakes)) return;
-  out.credential = path_beside(mistakes.file, value.text);
-  if (value.text.empty()) mistakes.add(value.line, where + ": expected the path of a file, found an empty text");
+void read_credential(const toml_entry& entry, account& out, mistake_list& mistakes) {
+  const auto* const text = toml_expect<std::string>(entry, mistakes);
+  if (text == nullptr) return;
+  out.credential = path_beside(mistakes.file, *text);
+  if (text->empty()) mistakes.add(entry.line, entry.where + ": expected the path of a file, found an empty text");
 }
 
 struct account_key {
   std::string_view name;
-  void (*read)(const std::string& where, const toml_value& value, account& out, mistake_list& mistakes);
+  void (*read)(const toml_entry& entry, account& out, mistake_list& mistakes);
 };
 constexpr account_key KEYS[] = {{"password", read_password}, {"credential", read_credential}};
 
-void read_key(const std::string& table, const std::string& name, const toml_value& value, account& out,
+void read_key(const std::string& table, const toml::key& key, const toml::node& node, account& out,
               mistake_list& mistakes) {
+  const std::string name(key.str());
+  const unsigned line = key.source().begin.line;
   std::vector<std::string_view> known;
-  for (const account_key& key : KEYS) {
-    if (key.name == name) return key.read(name + " in " + table, value, out, mistakes);
-    known.push_back(key.name);
+  for (const account_key& row : KEYS) {
+    if (row.name == name) return row.read({node, line, name + " in " + table}, out, mistakes);
+    known.push_back(row.name);
   }
-  const bool dotted = value.kind == toml_kind::table;
-  mistakes.add(value.line, "unknown key \"" + name + "\" in " + table +
-                               (dotted ? "; put a login name with a dot in quotes" : toml_suggestion(name, known)));
+  mistakes.add(line, "unknown key \"" + name + "\" in " + table +
+                         (node.is_table() ? "; put a login name with a dot in quotes" : suggestion(name, known)));
 }
 
-void read_account(const std::string& name, const toml_value& value, account_map& out, mistake_list& mistakes) {
+void read_account(const toml::key& key, const toml::node& node, account_map& out, mistake_list& mistakes) {
+  const std::string name(key.str());
   const std::string table = "[" + name + "]";
-  if (name.empty() || name.size() > LONGEST_NAME_BYTES || has_control_byte(name)) {
-    mistakes.add(value.line, table + ": a login name has 1 to 256 bytes, none of them a control byte");
+  const unsigned line = key.source().begin.line;
+  if (name.empty() || name.size() > LONGEST_NAME_BYTES || std::any_of(name.begin(), name.end(), is_control)) {
+    mistakes.add(line, table + ": a login name has 1 to 256 bytes, none of them a control byte");
     return;
   }
-  if (!toml_expect(toml_kind::table, value, "account " + table, mistakes)) return;
+  const auto* const members = toml_expect<toml::table>({node, line, "account " + table}, mistakes);
+  if (members == nullptr) return;
   account read = {.name = name, .password = {}, .credential = {}};
-  for (const auto& [key, member] : value.members) read_key(table, key, member, read, mistakes);
-  for (const account_key& key : KEYS) {
-    const bool present = std::any_of(value.members.begin(), value.members.end(),
-                                     [&](const auto& member) { return member.first == key.name; });
-    if (!present) mistakes.add(value.line, std::string(key.name) + " in " + table + " is missing");
+  for (const auto& [member, value] : *members) read_key(table, member, value, read, mistakes);
+  for (const account_key& row : KEYS) {
+    if (!members->contains(row.name)) mistakes.add(line, std::string(row.name) + " in " + table + " is missing");
   }
   out.emplace(name, std::move(read));
-}
-
-bool password_matches(const std::string& password, const std::string& hash) {
-  const std::unique_ptr<crypt_data, cleanse_crypt_data> data(new crypt_data{});
-  const char* const computed = crypt_rn(password.c_str(), hash.c_str(), data.get(), sizeof *data);
-  if (computed == nullptr || password.find('\0') != std::string::npos) return false;
-  const std::string_view answer(computed);
-  return answer.size() == hash.size() && CRYPTO_memcmp(answer.data(), hash.data(), hash.size()) == 0;
 }
 
 /// The hash that an unknown name is measured against: some account's, always the same for the same name, so that
@@ -118,9 +93,9 @@ void warn_when_exposed(const char* what, const std::string& path) {
 
 std::vector<configuration_mistake> accounts_load(const std::string& file, account_map& out) {
   mistake_list mistakes{file, {}};
-  toml_value root;
-  if (!toml_read(mistakes, root)) return std::move(mistakes).sorted();
-  for (const auto& [name, value] : root.members) read_account(name, value, out, mistakes);
+  const std::optional<toml::table> root = toml_read(mistakes);
+  if (!root) return std::move(mistakes).sorted();
+  for (const auto& [name, node] : *root) read_account(name, node, out, mistakes);
   return std::move(mistakes).sorted();
 }
 

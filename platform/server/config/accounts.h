@@ -1,6 +1,6 @@
 #pragma once
 
-#include "config/configuration.h"
+#include "config/mistake.h"
 
 #include <map>
 #include <string>

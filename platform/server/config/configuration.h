@@ -1,5 +1,10 @@
 #pragma once
 
+#include "config/listen_address.h"
+#include "config/mistake.h"
+
+#include <boost/asio/ip/address_v4.hpp>
+
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -9,18 +14,12 @@
 
 namespace tarvex::server {
 
-/// An address to listen on. `host` is numeric IPv4 or IPv6 without brackets; port 0 takes a free one.
-struct listen_address {
-  std::string host;
-  std::uint16_t port = 0;
-};
-
 /// Everything the configuration file says, with defaults in place. Paths are absolute.
 struct configuration {
   // [server]
   std::vector<listen_address> listen;
   std::optional<std::pair<std::uint16_t, std::uint16_t>> data_ports;  ///< passive ports, both ends included
-  std::string passive_address;                                        ///< announced in PASV; empty: the local address
+  std::optional<boost::asio::ip::address_v4> passive_address;         ///< announced in PASV; none: the local address
   bool allow_plaintext_login = false;
   unsigned max_sessions = 1000;
   unsigned idle_timeout_s = 300;
@@ -48,16 +47,6 @@ struct configuration {
 
   std::map<std::string, unsigned> lines;  ///< where FILE sets what, by "table.key"; for mistakes that show later
 };
-
-/// One thing that is wrong with a configuration or accounts file.
-struct configuration_mistake {
-  std::string file;
-  unsigned line = 0;  ///< 0: the file as a whole
-  std::string text;   ///< names the key, says what is wrong and what would be right
-};
-
-/// "FILE:LINE: TEXT", as `--check` and the start of the program print it.
-std::string mistake_text(const configuration_mistake& mistake);
 
 /// Line of FILE where `name` ("table.key" or "table") stands; 0 when it stands nowhere.
 unsigned configuration_line(const configuration& config, const std::string& name);

@@ -1,51 +1,66 @@
+/// \file
+/// TOML files through toml++'s own nodes, with the words for what is wrong in them. For the sources of this room only:
+/// others see the records that are read from such files.
 #pragma once
 
-#include "config/configuration.h"
+#include "config/mistake.h"
+
+#include <toml++/toml.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
+#include <type_traits>
 
 namespace tarvex::server {
 
-enum class toml_kind { text, integer, flag, list, table, other };
-
-/// One value of a TOML file and the line where it stands.
-struct toml_value {
-  toml_kind kind = toml_kind::table;
-  unsigned line = 0;
-  std::string text;                                         ///< kind text
-  std::int64_t integer = 0;                                 ///< kind integer
-  bool flag = false;                                        ///< kind flag
-  std::vector<toml_value> items;                            ///< kind list
-  std::vector<std::pair<std::string, toml_value>> members;  ///< kind table; `line` is that of the key
+/// A value of a file, as readers need it and mistakes name it.
+struct toml_entry {
+  const toml::node& node;
+  unsigned line;      ///< of its key; a list's item has its own
+  std::string where;  ///< for people: "listen in [server]"
 };
 
-/// The mistakes found so far in one file.
-struct mistake_list {
-  std::string file;
-  std::vector<configuration_mistake> found;
-
-  void add(unsigned line, std::string text) { found.push_back({file, line, std::move(text)}); }
-  /// The mistakes in the order of their lines.
-  std::vector<configuration_mistake> sorted() &&;
-};
-
-/// Reads `mistakes.file`, of up to 4 MiB. \return false, and the mistake entered, when it cannot be read or is no TOML.
-[[nodiscard]] bool toml_read(mistake_list& mistakes, toml_value& root);
-
-/// Enters a mistake unless `value` is of that kind. `where` names it for people: "listen in [server]".
-[[nodiscard]] bool toml_expect(toml_kind kind, const toml_value& value, const std::string& where,
-                               mistake_list& mistakes);
+/// Reads `mistakes.file`, of up to 4 MiB. \return nothing, and the mistake entered, when it cannot be read or is no
+/// TOML.
+[[nodiscard]] std::optional<toml::table> toml_read(mistake_list& mistakes);
 
 /// What was found, for people: `the text "x"`, `7`, `a list`.
-std::string toml_describe(const toml_value& value);
+std::string toml_describe(const toml::node& node);
 
-/// Of the known names the one that `name` is most likely a misspelling of, as `; did you mean "x"?`; empty when none is
-/// close.
-std::string toml_suggestion(std::string_view name, const std::vector<std::string_view>& known);
+/// Enters the mistake of a value that is not what it should be: "WHERE: expected EXPECTED, found ...".
+void toml_refuse(const toml_entry& entry, std::string_view expected, mistake_list& mistakes);
+
+/// How people call a type of TOML.
+template <typename T>
+constexpr std::string_view TOML_TYPE_TEXT = "";
+template <>
+inline constexpr std::string_view TOML_TYPE_TEXT<std::string> = "a text in quotes";
+template <>
+inline constexpr std::string_view TOML_TYPE_TEXT<std::int64_t> = "a whole number";
+template <>
+inline constexpr std::string_view TOML_TYPE_TEXT<bool> = "true or false";
+template <>
+inline constexpr std::string_view TOML_TYPE_TEXT<toml::array> = "a list";
+template <>
+inline constexpr std::string_view TOML_TYPE_TEXT<toml::table> = "a table";
+
+/// The value as the type that it has to be of; null, and a mistake entered, when it is of another. Borrowed from the
+/// entry's node.
+template <typename T>
+[[nodiscard]] const T* toml_expect(const toml_entry& entry, mistake_list& mistakes) {
+  static_assert(!TOML_TYPE_TEXT<T>.empty());
+  if (const auto* found = entry.node.as<T>()) {
+    if constexpr (std::is_base_of_v<toml::node, T>) {
+      return found;
+    } else {
+      return &found->get();
+    }
+  }
+  toml_refuse(entry, TOML_TYPE_TEXT<T>, mistakes);
+  return nullptr;
+}
 
 /// A path as a file names it: relative ones start at the folder of `file`.
 std::string path_beside(const std::string& file, const std::string& path);

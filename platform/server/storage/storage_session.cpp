@@ -62,7 +62,9 @@ asio::awaitable<void> storage_session::run(operation& op) {
   running_ = &op;
   tarvex_cancel_reset(cancel_);
   if (op.transfer) op.transfer->on_failure([this](int code, const std::string& why) { (void)cancel(code, why); });
-  co_await run_aside([&op] { operation_run(op); });
+  if (on_run_) on_run_();
+  std::function<void()> work = [&op] { operation_run(op); };
+  co_await run_aside(std::move(work));
   if (op.transfer) {
     const bool good = operation_succeeded(op);
     // A client that was promised data gets its connection, though there may be nothing to send over it.

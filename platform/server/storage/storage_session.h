@@ -139,6 +139,8 @@ class storage_session {
   /// What broken stores of this session have left in the plug-in, by path.
   std::map<std::string, unfinished_store>& unfinished() { return unfinished_; }
 
+  /// Called when an operation has begun to run: what was said before may be meant to cancel it.
+  void on_run(std::function<void()> call) { on_run_ = std::move(call); }
   /// What runs; null: nothing.
   const operation* running() const { return running_; }
   /// Cancels what runs: its transfer ends with the reply `code` `why`, the plug-in's sleeps and requests end early.
@@ -165,6 +167,7 @@ class storage_session {
   tarvex_cancel_t cancel_ = nullptr;  ///< bound to the operation thread
   std::unique_ptr<operation_thread> thread_;
   operation* running_ = nullptr;
+  std::function<void()> on_run_;
 
   // Written on the operation thread while an operation runs, else the I/O thread's.
   storage_user user_;

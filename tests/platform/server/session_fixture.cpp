@@ -1,7 +1,8 @@
 #include "session_fixture.h"
 
-#include "session/session.h"
+#include "session_process.h"
 #include "storage/change_counters.h"
+#include "storage/plugin.h"
 
 #include <crypt.h>
 #include <sys/stat.h>
@@ -44,7 +45,7 @@ const tarvex_module_descriptor_t MODULE = {"scripted", activate, deactivate, nul
 
 /// All that the tests know of the server's inside: how a session is run, and what it shares with others.
 struct SessionTest::server_side {
-  server::storage storage;
+  server::storage_plugin storage;
   change_counters changes{};
   std::thread thread;
   std::future<int> status;

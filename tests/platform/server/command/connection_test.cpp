@@ -58,7 +58,7 @@ TEST_F(SessionTest, ConnectsToTheClient) {
 
 TEST_F(SessionTest, GivesDataToNobodyElse) {
   log_in();
-  config.passive_address = "192.0.2.7";
+  config.passive_address = boost::asio::ip::make_address_v4("192.0.2.7");
   expect("PASV", "227 Entering Passive Mode (192,0,2,7,");
   const loopback_socket left_behind = passive();
   const std::string port_reply = command("EPSV");

@@ -28,6 +28,12 @@ TEST(Reply, NoLineForgesAnother) {
   for (const row& row : rows) EXPECT_EQ(reply_format(226, row.in), row.reply);
 }
 
+TEST(Reply, BlockKeepsItsLinesInside) {
+  EXPECT_EQ(reply_block(211, "a\n", {"b", "211 c", "d\r\n\xff"}, "e"),
+            "211-a?\r\n b\r\n 211 c\r\n d??\xff\xff\r\n211 e\r\n");
+  EXPECT_EQ(reply_block(211, "a", {}, "e"), "211-a\r\n211 e\r\n");
+}
+
 tarvex_object_t* response(tarvex_object_t* cause, int code, const char* word, const char* message) {
   return tarvex_gfs_ftp_response_error_construct(nullptr, cause, code, word, message == nullptr ? nullptr : "%s",
                                                  message);

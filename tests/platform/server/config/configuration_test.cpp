@@ -22,8 +22,7 @@ TEST_F(Configuration, DefaultsAndEveryKey) {
   configuration plain;
   ASSERT_TRUE(load("[accounts]\nfile = \"accounts.toml\"\n", plain).empty());
   ASSERT_EQ(plain.listen.size(), 1U);
-  EXPECT_EQ(plain.listen[0].host, "127.0.0.1");
-  EXPECT_EQ(plain.listen[0].port, 2811);
+  EXPECT_EQ(listen_address_text(plain.listen[0]), "127.0.0.1:2811");
   EXPECT_TRUE(plain.storage_library.ends_with("libtarvex_gridftp_server_box.so")) << plain.storage_library;
 
   folder_.write("ca.pem", "");
@@ -52,8 +51,9 @@ ca_file = "ca.pem"
                              full);
   for (const auto& mistake : mistakes) ADD_FAILURE() << mistake_text(mistake);
   ASSERT_EQ(full.listen.size(), 2U);
-  EXPECT_EQ(full.listen[1].host, "::1");
-  EXPECT_EQ(full.listen[1].port, 65535);
+  EXPECT_EQ(listen_address_text(full.listen[0]), "0.0.0.0:0");
+  EXPECT_EQ(listen_address_text(full.listen[1]), "[::1]:65535");
+  EXPECT_EQ(full.passive_address->to_string(), "192.0.2.7");
   EXPECT_EQ(full.data_ports->second, 1024);
   EXPECT_EQ(full.spool_limit_bytes, 9223372036854775807U);
   EXPECT_EQ(full.storage_library, folder_.path("mine.so"));
@@ -77,6 +77,9 @@ TEST_F(Configuration, EveryMistakeIsReportedWithItsLine) {
       {"server", "listen = ['127.0.0.1:65536']", "127.0.0.1:65536"},
       {"server", "listen = ['::1:21']", "[IPv6]"},
       {"server", "listen = ['127.0.0.1:+1']", "PORT"},
+      {"server", "listen = ['[fe80::1%lo]:1']", "PORT"},
+      {"server", "listen = ['[::1]']", "PORT"},
+      {"server", "listen = [21]", "expected a text in quotes, found 21"},
       {"server", "data_ports = [1023, 2000]", "1024 to 65535"},
       {"server", "data_ports = [2000, 1999]", "rising order"},
       {"server", "data_ports = [2000, '2001']", "two ports"},
@@ -93,6 +96,8 @@ TEST_F(Configuration, EveryMistakeIsReportedWithItsLine) {
       {"storage.settings", "level = 2147483648", "32 bits"},
       {"box", "api_base = 'https://api.box.com/'", "nothing after it"},
       {"box", "upload_base = 'https://u@h'", "http://HOST"},
+      {"box", "upload_base = 'https://h:0'", "http://HOST"},
+      {"box", "upload_base = 'https://[1.2.3.4]'", "http://HOST"},
       {"box", "ca_file = ", ""},
   };
   for (const mistake_row& row : rows) {

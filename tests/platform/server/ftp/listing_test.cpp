@@ -12,7 +12,8 @@ constexpr std::time_t HALF_A_YEAR = 15778476;
 constexpr mode_t FOLDER = 040700;
 constexpr mode_t FILE_MODE = 0100700;
 
-std::string line(listing_form form, mode_t mode, tarvex_off_t size, std::time_t time, std::string_view name) {
+std::string line(listing_form form, mode_t mode, tarvex_off_t size, std::time_t time, std::string_view name,
+                 facts_mask facts = ALL_FACTS) {
   tarvex_gridftp_server_control_stat_t stat = {};
   stat.mode = mode;
   stat.nlink = 1;
@@ -21,7 +22,7 @@ std::string line(listing_form form, mode_t mode, tarvex_off_t size, std::time_t 
   stat.dev = 0x1f;
   stat.ino = 0xffffffff;
   std::string out = "before";
-  listing_append(form, stat, name, NOW, out);
+  listing_append(form, stat, name, NOW, facts, out);
   EXPECT_TRUE(out.starts_with("before"));
   return out.substr(6);
 }
@@ -59,6 +60,9 @@ TEST(Listing, FactsAndBareNames) {
   EXPECT_EQ(line(listing_form::mlsd, 040500, 5, -1, "d\n"),
             "type=dir;modify=19691231235959;perm=el;UNIX.mode=0500;unique=1fgffffffff; d?\r\n");
   EXPECT_TRUE(line(listing_form::mlsd, FOLDER, 0, NOW, ".").starts_with("type=cdir;"));
+  EXPECT_EQ(line(listing_form::mlsd, FOLDER, 0, NOW, "d", facts_parse("unique;size;MODIFY;")),
+            "modify=20231114221320;unique=1fgffffffff; d\r\n");
+  EXPECT_EQ(line(listing_form::mlsd, FILE_MODE, 7, NOW, "a=b;c d", 0), " a=b;c d\r\n");
   EXPECT_EQ(line(listing_form::nlst, FOLDER, 0, NOW, "x\ry"), "x?y\r\n");
 }
 
