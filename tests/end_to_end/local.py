@@ -112,6 +112,11 @@ class Box(Program):
         self.call("POST", "/_emulator/fill", {"folder": int(folder), "count": count, "bytes": size, "prefix": prefix})
 
 
+# Thresholds that small files reach: what goes up in parts, and in which; and no wait that a test would feel.
+SMALL_BOX = ("--set", "chunked_minimum=1", "--set", "part_size=40000")
+SMALL_SERVER = {"chunked_minimum": 100_000, "progress_timeout_ms": 700, "max_delay": 1, "commit_attempts": 2}
+
+
 class Server(Program):
     """The server, with one account "alice"."""
 
@@ -156,6 +161,10 @@ upload_base = "{api_base or box.base}"
         client.connect(self.host, self.port)
         client.login("alice", PASSWORD)
         return client
+
+    def sessions(self):
+        """Process ids of the sessions that run."""
+        return pathlib.Path(f"/proc/{self.process.pid}/task/{self.process.pid}/children").read_text().split()
 
     @property
     def url(self):

@@ -2,7 +2,6 @@
 
 import hashlib
 import os
-import pathlib
 import re
 import time
 import uuid
@@ -77,8 +76,8 @@ class Episode:
         fault = step.get("fault")
         if step.get("late") and step["path"] not in before:
             # The request's body is read after a while, so that something happens between first and last byte.
-            row = {"method": "POST", "path": "/api/2.0/files/content", "read_delay_ms": 300}
-            fault = {"kind": "late", "row": row}
+            path = "upload_sessions/*/commit" if step["size"] > CHUNKED else "content"
+            fault = {"kind": "late", "row": {"method": "POST", "path": f"/api/2.0/files/{path}", "read_delay_ms": 300}}
         if fault:
             self.box.fault(**fault["row"])
         try:
@@ -104,7 +103,9 @@ class Episode:
 
     def perform(self, client, step, before):
         """The final reply, with what came for it: (code, text[, bytes]); None when the client went away."""
-        verb, path = step["do"], f"/{self.name}{step['path']}" if step["path"] != "/" else "/"
+        verb, path = step["do"], f"/{self.name}{step['path']}"
+        if step["path"] == "/" and verb in (*CHANGES, "resume", "appe"):
+            path = "/"  # nobody may touch the account's root
         if verb in ("store", "resume", "appe"):
             return self.perform_store(client, step, path, before)
         if verb == "rename":
@@ -127,9 +128,9 @@ class Episode:
         return client.reply()
 
     def perform_fetch(self, client, step, path, before):
+        if step["rest"]:
+            client.command(f"REST {step['rest']}")
         if not step.get("during"):
-            if step["rest"]:
-                client.command(f"REST {step['rest']}")
             return client.fetch(f"RETR {path}")
         with client.data() as data:
             code, text = client.command(f"RETR {path}")
@@ -166,7 +167,8 @@ class Episode:
             return self.abort(client, data)
         data.close()
         if step.get("late"):
-            self.foreign.wait_for_fault()
+            if step["path"] not in before:
+                self.foreign.wait_for_fault()
             self.overlap(step, before)
         answer = client.reply()
         resume = RESUME.search(answer[1]) if cut else None
@@ -198,6 +200,8 @@ class Episode:
         self.trace.append(f"     meanwhile {reply}")
         self.nested_done = reply[0] // 100 == 2
         self.tree = self.foreign.tree()
+        if not any(touch(step["path"], path) for path in (nested["path"], nested.get("to")) if path):
+            Judgement(self, nested, settled, reply, None, None, in_flux=step["path"]).judge()
 
     def abort(self, client, data):
         code, text = client.command("ABOR")
@@ -233,23 +237,28 @@ class Episode:
             self.contents[file_of(step).sha1] = content_of(step)
 
     def wait_for_end_of_sessions(self):
-        children = pathlib.Path(f"/proc/{self.server.process.pid}/task/{self.server.process.pid}/children")
         try:
-            wait_until(lambda: len(children.read_text().split()) <= len(self.clients), 20)
+            wait_until(lambda: len(self.server.sessions()) <= len(self.clients), 20)
         except AssertionError as error:
-            raise Difference("a session outlives its client", children.read_text()) from error
+            raise Difference("a session outlives its client", str(self.server.sessions())) from error
 
     def is_tainted(self, who, path):
-        return any(path == each or path.startswith(each + "/") or each.startswith(path.rstrip("/") + "/")
-                   for each in self.tainted[who])
+        return any(touch(path, each) for each in self.tainted[who])
+
+
+def touch(one, other):
+    """Whether one path is the other, or leads through it."""
+    return one == other or one.startswith(other.rstrip("/") + "/") or other.startswith(one.rstrip("/") + "/")
 
 
 class Judgement:
     """One reply against the tree before and after it."""
 
-    def __init__(self, episode, step, before, reply, fault, spent):
-        self.episode, self.step, self.before, self.reply, self.fault, self.spent = episode, step, before, reply, fault, spent
-        self.after = episode.tree
+    def __init__(self, episode, step, before, reply, fault, spent, in_flux=None):
+        """`in_flux`: a path that something else is at work on."""
+        self.episode, self.step, self.reply, self.fault, self.spent = episode, step, reply, fault, spent
+        self.before, self.after = ({path: item for path, item in tree.items() if path != in_flux}
+                                   for tree in (before, episode.tree))
         self.paths = [path for path in (step["path"], step.get("to")) if path]
         self.tainted = any(episode.is_tainted(step["who"], path) for path in self.paths)
         self.code = reply[0] if reply else 0
@@ -281,7 +290,7 @@ class Judgement:
             return
         possible = self.answer_exists() if step["do"] not in (*CHANGES, "resume", "appe") else (
             step["do"] in CHANGES and apply(self.before, step) is not None)
-        if possible and self.fault["kind"] in PASSING and self.code >= 500 and "SPEC" not in self.reply[1]:
+        if possible and self.fault["kind"] in PASSING and self.code >= 500:
             self.fail("reply codes", f"what may pass ({self.fault['kind']}) is a 4yz:")
         listing = (self.fault["row"]["method"], self.fault["row"]["path"]) == LISTING
         if possible and listing and self.fault["kind"] != 404:
@@ -295,13 +304,14 @@ class Judgement:
         before, step = self.before, self.step
         if any(not item.folder and item.sha1 not in self.episode.contents for item in self.after.values()):
             self.fail("only whole files are stored")
-        outcomes = self.outcomes_of_both() if self.episode.nested_done is not None else [(before, apply(before, step))]
+        both = step.get("during") and self.episode.nested_done is not None
+        outcomes = self.outcomes_of_both() if both else [(before, apply(before, step))]
         done = any(same(self.after, wanted) for _, wanted in outcomes)
         undone = any(same(self.after, base) for base, _ in outcomes)
         possible = any(wanted is not None for _, wanted in outcomes)
         if self.tainted:
             return self.judge_tainted(done, undone)
-        if done and (self.code == 0 or self.code // 100 == 2):
+        if done and (self.code == 0 or self.code // 100 == 2 or step.get("cut", {}).get("abort")):
             if self.code and step["do"] == "appe":
                 self.fail("nothing is continued by appending")
             return
@@ -323,17 +333,16 @@ class Judgement:
         step, nested = self.step, self.step["during"]
         if not self.episode.nested_done:
             return [(self.before, apply(self.before, step))]
-        first = apply(self.before, nested) or self.before
-        mine = apply(self.before, step)
-        last = mine is not None and apply(mine, nested)
-        outcomes = [(first, apply(first, step)), (first, last or None)]
-        if step.get("late") and step["path"] not in self.before and not self.episode_other_first():
-            outcomes = [(first, last or None)]
+        outcomes = []
+        # The other one may have come when the former file was gone already.
+        for base in (self.before, {path: item for path, item in self.before.items() if path != step["path"] or item.folder}):
+            first, mine = apply(base, nested), apply(base, step)
+            first = base if first is None else first
+            last = None if mine is None else apply(mine, nested)
+            if step.get("late") and step["path"] in first and step["path"] not in base and base is self.before:
+                return [(first, last)]  # the bytes were on their way when the other one's item came: that one stays
+            outcomes += [(first, apply(first, step)), (first, last)]
         return outcomes
-
-    def episode_other_first(self):
-        """Whether the other one's item does not stand in the way of this store."""
-        return self.step["during"].get("to", self.step["during"]["path"]) != self.step["path"]
 
     def judge_former_file(self, outcomes):
         """Only a store may leave less than before: the file that it was to replace, in the trash, and says so."""
@@ -344,6 +353,8 @@ class Judgement:
                 break
         else:
             self.fail("nothing else is touched")
+        if base[path].id is None:
+            self.fail("what another one has stored stays")
         if not self.episode.foreign.in_trash(base[path]):
             self.fail("the former file is in the trash")
         if self.code and "trash" not in self.reply[1]:
@@ -357,7 +368,10 @@ class Judgement:
         if done or undone:
             return
         at_hand = {item.id for path, items in self.episode.past.items() for item in items
-                   if any(path == each or path.startswith(each + "/") for each in self.paths)}
+                   if any(touch(path, each) for each in self.paths)}
+        for path, item in self.before.items():
+            if item.id in at_hand:
+                at_hand.update(self.before[each].id for each in below(self.before, path))
         known = {item.id for item in self.before.values()}
         for path, item in {**self.before, **self.after}.items():
             if self.after.get(path) == self.before.get(path) or item.id in at_hand or item.id not in known:

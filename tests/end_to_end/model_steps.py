@@ -95,7 +95,8 @@ class Generator:
         if verb == "cksm":
             step.update(algorithm=rng.choice(("MD5", "SHA1", "SHA256")), range=rng.choice(((0, -1), (0, -1), (1, -1), (0, 1), (5, 600))))
         if verb in CHANGES:
-            self.tree = apply(self.tree, step) or self.tree
+            done = apply(self.tree, step)
+            self.tree = self.tree if done is None else done
         return step
 
     def step(self):

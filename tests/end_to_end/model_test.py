@@ -12,9 +12,9 @@ import secrets
 import time
 
 import pytest
-from local import Box, Server
+from local import SMALL_BOX, SMALL_SERVER, Box, Server
 from model_run import Difference, Episode
-from model_steps import CHUNKED, PART, SESSIONS, Generator
+from model_steps import SESSIONS, Generator
 
 STEPS = int(os.environ.get("MODEL_STEPS", 400))
 SECONDS = float(os.environ.get("MODEL_SECONDS", 60)) or float("inf")
@@ -27,16 +27,14 @@ ORACLE = "token-of-who-looks"
 
 @pytest.fixture(scope="module")
 def box(tmp_path_factory):
-    program = Box(tmp_path_factory.mktemp("box"), "--account", f"alice:{ORACLE}", "--set", "chunked_minimum=1", "--set",
-                  f"part_size={PART}")
+    program = Box(tmp_path_factory.mktemp("box"), "--account", f"alice:{ORACLE}", *SMALL_BOX)
     yield program
     assert program.stop() == 0
 
 
 @pytest.fixture(scope="module")
 def server(tmp_path_factory, box):
-    program = Server(tmp_path_factory.mktemp("server"), box, settings={
-        "chunked_minimum": CHUNKED, "progress_timeout_ms": 700, "max_delay": 1, "commit_attempts": 2})
+    program = Server(tmp_path_factory.mktemp("server"), box, settings=SMALL_SERVER)
     yield program
     assert program.stop() == 0
 
