@@ -1,5 +1,4 @@
-#include "digest.h"
-#include "error.h"
+#include "base64.h"
 
 #include <openssl/evp.h>
 
@@ -10,13 +9,3 @@ bool tarvex_l_gfs_base64_encode(const unsigned char* inbuf, size_t in_len, char*
   EVP_EncodeBlock(reinterpret_cast<unsigned char*>(outbuf), inbuf, static_cast<int>(in_len));
   return true;
 }
-
-namespace tarvex::box {
-
-std::string digest_header(const sha1_digest& digest) {
-  std::array<char, 29> text{};
-  require(tarvex_l_gfs_base64_encode(digest.data(), digest.size(), text.data(), text.size()), "28 characters and NUL");
-  return std::string("sha=") + text.data();
-}
-
-}  // namespace tarvex::box

@@ -1,18 +1,18 @@
+#include "content_location.h"
 #include "digest.h"
-#include "request.h"
+#include "text.h"
 #include "trace.h"
 
 #include <strings.h>
 
 #include <cstring>
 #include <string>
-#include <utility>
 
 using tarvex::box::request;
 
 namespace {
 
-constexpr tarvex::box::error_source source = {"command", "tarvex_i_box_cksm"};
+constexpr tarvex::box::error_source SOURCE("tarvex_i_box_cksm");
 
 enum class algorithm { none = 0, md5 = 1, sha1 = 2 };
 
@@ -77,10 +77,10 @@ tarvex_result_t tarvex_l_box_download(const cksm_command& command, tarvex_i_box_
   int retries = 1;  // for the content request and the download together, on purpose
   tarvex::box::answer content;
   const tarvex_result_t result =
-      tarvex::box::request_content_location(command.box, source, command.item->id, range, retries, content);
+      tarvex::box::content_location(command.box, SOURCE, command.item->id, range, retries, content);
   if (result != TARVEX_SUCCESS) return result;
   const request call = {
-      .source = source,
+      .source = SOURCE,
       .url = content.location,
       .headers = range,
       .reads_document = false,
@@ -98,10 +98,10 @@ tarvex_result_t tarvex_l_box_download(const cksm_command& command, tarvex_i_box_
 void tarvex_l_box_record(const cksm_command& command, const std::string& md5, const std::string& sha1) {
   tarvex_box_path_info_t* const item = command.item;
   if (item->sha1 == nullptr || sha1 != item->sha1) return;
-  tarvex::box::text_ptr(std::exchange(item->md5, strdup(md5.c_str()))).reset();
+  tarvex::box::text_replace(item->md5, md5.c_str());
   const tarvex_result_t stored = tarvex_i_box_set_metadata(command.box, item, "tarvex-md5", md5.c_str());
   if (stored == TARVEX_SUCCESS) return;
-  TARVEX_BOX_LOG_DEBUG(source.function, "cksm metadata set failed: path=%s\n", command.info->pathname);
+  TARVEX_BOX_LOG_DEBUG(SOURCE.function, "cksm metadata set failed: path=%s\n", command.info->pathname);
   tarvex_result_release(stored);
 }
 

@@ -9,7 +9,7 @@ struct command_row {
   handler_t handler;
 };
 
-constexpr command_row commands[] = {
+constexpr command_row COMMANDS[] = {
     {TARVEX_GFS_CMD_MKD, tarvex_i_box_mkdir},   {TARVEX_GFS_CMD_RMD, tarvex_i_box_delete},
     {TARVEX_GFS_CMD_DELE, tarvex_i_box_delete}, {TARVEX_GFS_CMD_SITE_RDEL, tarvex_i_box_delete},
     {TARVEX_GFS_CMD_RNTO, tarvex_i_box_rename}, {TARVEX_GFS_CMD_CKSM, tarvex_i_box_cksm},
@@ -23,7 +23,7 @@ void tarvex_l_box_refuse(tarvex_gfs_operation_t op, tarvex_gfs_command_info_t*, 
 }
 
 handler_t tarvex_l_box_handler(tarvex_gfs_command_type_t command) {
-  for (const command_row& row : commands) {
+  for (const command_row& row : COMMANDS) {
     if (row.command == command) return row.handler;
   }
   return tarvex_l_box_refuse;

@@ -1,25 +1,26 @@
 #include "digest.h"
 #include "recv.h"
+#include "text.h"
 #include "trace.h"
 
 #include <cstring>
 #include <utility>
 
+using tarvex::c_string;
 using tarvex::box::error_generic;
 using tarvex::box::json_ptr;
 using tarvex::box::request;
-using tarvex::box::text_ptr;
 
 namespace {
 
-constexpr tarvex::box::error_source source = {"recv", "tarvex_i_box_commit_upload"};
+constexpr tarvex::box::error_source SOURCE("tarvex_i_box_commit_upload");
 
 /// 202: Box is still putting the parts together. The waits grow on their own: 1, 3, 7, 15 seconds.
 tarvex::box::verdict tarvex_l_box_judge_commit(const tarvex_dsi_rest_response_arg_t& response, json_t* document,
                                                unsigned long& retry_after) {
   if (response.response_code != 202) return tarvex::box::judge_status(response, document, retry_after);
   retry_after = retry_after * 2 + 1;
-  return {.result = error_generic(source, "Upload is not ready to commit."), .retryable = true};
+  return {.result = error_generic(SOURCE, "Upload is not ready to commit."), .retryable = true};
 }
 
 /// The digests of the whole file, as the request and the property have them.
@@ -28,32 +29,32 @@ tarvex_result_t tarvex_l_box_file_digests(tarvex_box_upload_session_t* upload, s
   tarvex::box::sha1_digest sha1{};
   tarvex::box::md5_digest md5{};
   if (!tarvex::box::sha1_finish(upload->sha1_ctx, sha1)) {
-    return error_generic(source, "Failed finalizing file sha1 hash.");
+    return error_generic(SOURCE, "Failed finalizing file sha1 hash.");
   }
-  if (!tarvex::box::md5_finish(upload->md5_ctx, md5)) return error_generic(source, "Failed finalizing file md5 hash.");
+  if (!tarvex::box::md5_finish(upload->md5_ctx, md5)) return error_generic(SOURCE, "Failed finalizing file md5 hash.");
   sha1_header = tarvex::box::digest_header(sha1);
   md5_text = tarvex::box::hex_text(md5);
   return TARVEX_SUCCESS;
 }
 
 /// The body's text; the part list goes over to it, so that the record holds none from here on.
-text_ptr tarvex_l_box_commit_body(tarvex_box_upload_session_t* upload, const std::string& modtime) {
+c_string tarvex_l_box_commit_body(tarvex_box_upload_session_t* upload, const std::string& modtime) {
   const json_ptr body(json_object());
   if (!modtime.empty()) {
     json_object_set_new(body.get(), "attributes", json_pack("{s:s}", "content_modified_at", modtime.c_str()));
   }
   json_object_set_new(body.get(), "parts", std::exchange(upload->part_array, nullptr));
-  return text_ptr(json_dumps(body.get(), JSON_COMPACT));
+  return c_string(json_dumps(body.get(), JSON_COMPACT));
 }
 
 tarvex_result_t tarvex_l_box_commit_post(tarvex_box_session_t* box, const tarvex_box_upload_session_t& upload,
                                          const char* body, const std::string& digest, tarvex::box::answer& out) {
   tarvex_dsi_rest_write_block_arg_t block = {.block_data = body, .block_len = std::strlen(body)};
   const request call = {
-      .source = source,
+      .source = SOURCE,
       .method = "POST",
       .url = tarvex::box::upload_url({"/api/2.0/files/upload_sessions/", upload.id, "/commit"}),
-      .query = {{"fields", tarvex::box::item_fields}},
+      .query = {{"fields", tarvex::box::ITEM_FIELDS}},
       .headers = {{"Content-Type", "application/json"},
                   {"Content-Length", std::to_string(block.block_len)},
                   {"Transfer-Encoding", ""},
@@ -75,15 +76,15 @@ tarvex_result_t tarvex_l_box_commit(tarvex_gfs_operation_t op, tarvex_box_sessio
   tarvex_result_t result = tarvex::box::recv_modification_time(op, modtime);
   if (result == TARVEX_SUCCESS) result = tarvex_l_box_file_digests(upload, digest, md5_text);
   if (result != TARVEX_SUCCESS) return result;
-  const text_ptr body = tarvex_l_box_commit_body(upload, modtime);
+  const c_string body = tarvex_l_box_commit_body(upload, modtime);
   if (!body) return tarvex::box::error_memory();
   tarvex::box::answer stored;
   result = tarvex_l_box_commit_post(box, *upload, body.get(), digest, stored);
   if (result != TARVEX_SUCCESS) return result;
   return tarvex::box::recv_entries_store(
-      box, source, stored.document.get(), parent.name, [&](tarvex::box::item_record& item) {
+      box, SOURCE, stored.document.get(), parent.name, [&](tarvex::box::item_record& item) {
         const tarvex_result_t kept = tarvex_i_box_set_metadata(box, &item, "tarvex-md5", md5_text.c_str());
-        if (kept == TARVEX_SUCCESS) text_ptr(std::exchange(item.md5, strdup(md5_text.c_str()))).reset();
+        if (kept == TARVEX_SUCCESS) tarvex::box::text_replace(item.md5, md5_text.c_str());
         return kept;
       });
 }

@@ -1,4 +1,5 @@
-#include "request.h"
+#include "base_url.h"
+#include "tarvex_common.hpp"
 #include "trace.h"
 
 #include <cstdio>
@@ -15,14 +16,12 @@ const char* tarvex_i_box_upload_path = "$HOME/.tarvex/box-u";
 
 namespace {
 
-constexpr tarvex_version_t version = {.major = 0, .minor = 26, .timestamp = 0, .branch_id = 0};
-
 int tarvex_l_box_common_activate() {
   const int result = tarvex_module_activate(&tarvex_i_common_module);
   if (result == 0) {
     tarvex_debug_init("TARVEX_BOX_DEBUG", "TRACE DEBUG INFO WARN ERROR", &tarvex_i_TARVEX_BOX_debug_handle);
   }
-  tarvex::box::bases_read();
+  tarvex::box::base_urls_read();
   (void)tarvex_module_activate(&tarvex_i_dsi_rest_module);  // its failure shows in the first request
   return result;
 }
@@ -44,6 +43,6 @@ const tarvex_module_descriptor_t tarvex_i_box_common_module = {
     .deactivation_func = tarvex_l_box_common_deactivate,
     .atexit_func = nullptr,
     .get_pointer_func = nullptr,
-    .version = &version,
+    .version = &tarvex::PROJECT_VERSION,
     .friendly_error_func = nullptr,
 };

@@ -1,15 +1,17 @@
-#include "handles.h"
+#include "json_ptr.h"
 #include "trace.h"
 
 #include <string>
 
 namespace {
 
+constexpr tarvex::box::error_source SOURCE("tarvex_box_config_parse_json");
+
 tarvex_result_t tarvex_l_box_config_parse(const char* text, int* rate) {
   json_error_t error{};
   const tarvex::box::json_ptr policy(json_loads(text, 0, &error));
   if (!policy) {
-    return tarvex::box::error_generic({"config", "tarvex_box_config_parse_json"},
+    return tarvex::box::error_generic(SOURCE,
                                       std::string("Error loading collection storage policy: ") + error.text + "\n");
   }
   int limit = 0;

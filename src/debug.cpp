@@ -1,5 +1,4 @@
-#include "handles.h"
-#include "trace.h"
+#include "debug.h"
 
 #include <unistd.h>
 
@@ -15,7 +14,7 @@ const char* tarvex_i_box_debug_level_names[17] = {nullptr, "TRACE", "DEBUG", nul
 
 namespace {
 
-constexpr size_t format_size = 4096;
+constexpr size_t FORMAT_SIZE = 4096;
 
 tarvex_debug_handle_t& handle = tarvex_i_TARVEX_BOX_debug_handle;
 
@@ -26,7 +25,7 @@ void tarvex_l_box_debug_vprintf(const char* format, va_list arguments) {
     (void)std::vfprintf(handle.file, format, arguments);
     return;
   }
-  std::array<char, format_size> full{};
+  std::array<char, FORMAT_SIZE> full{};
   (void)std::snprintf(full.data(), full.size(), "%lu::%s", tarvex_thread_self(), format);
   // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the caller has started it
   (void)std::vfprintf(handle.file, full.data(), arguments);
@@ -38,7 +37,7 @@ void tarvex_l_box_debug_time_vprintf(const char* format, va_list arguments) {
   tarvex_time_now(&now);
   const auto seconds = static_cast<unsigned long>(now.tv_sec);
   const auto nanoseconds = static_cast<unsigned long>(now.tv_usec) * 1000;
-  std::array<char, format_size> full{};
+  std::array<char, FORMAT_SIZE> full{};
   if (handle.thread_ids) {
     (void)std::snprintf(full.data(), full.size(), "%lu:%lu.%.9lu::%s", tarvex_thread_self(), seconds, nanoseconds,
                         format);
@@ -88,29 +87,6 @@ void debug_line(int level, const char* function, const char* format, ...) noexce
   tarvex_l_box_debug_vprintf(format, arguments);
   va_end(arguments);
   funlockfile(stream);
-}
-
-trace_scope::trace_scope(const char* function) noexcept : function_(function) {
-  TARVEX_BOX_LOG(TARVEX_BOX_TRACE, function_, "enter\n");
-}
-
-void trace_scope::leave() const noexcept {
-  TARVEX_BOX_LOG(TARVEX_BOX_TRACE, function_, "exit\n");
-}
-
-void trace_exit(tarvex_result_t result, tarvex_object_t* error, const char* function) noexcept {
-  if (result == TARVEX_SUCCESS) {
-    TARVEX_BOX_LOG(TARVEX_BOX_TRACE, function, "exit: result=TARVEX_SUCCESS\n");
-    return;
-  }
-  const text_ptr message(tarvex_error_print_chain(error));
-  TARVEX_BOX_LOG(debug_level(TARVEX_BOX_ERROR), function, "exit: result=%#x message=%s\n", result,
-                 message ? message.get() : "");
-}
-
-tarvex_result_t trace_exit(tarvex_result_t result, const char* function) noexcept {
-  trace_exit(result, tarvex_error_peek(result), function);
-  return result;
 }
 
 }  // namespace tarvex::box

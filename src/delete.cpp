@@ -6,7 +6,7 @@ using tarvex::box::request;
 
 namespace {
 
-constexpr tarvex::box::error_source source = {"command", "tarvex_i_box_delete_object"};
+constexpr tarvex::box::error_source SOURCE("tarvex_i_box_delete_object");
 
 /// What a command type deletes, and how.
 struct delete_row {
@@ -16,7 +16,7 @@ struct delete_row {
   bool recursive;
 };
 
-constexpr delete_row deletions[] = {
+constexpr delete_row DELETIONS[] = {
     {TARVEX_GFS_CMD_DELE, TARVEX_BOX_FILE, "Path is a folder.", false},
     {TARVEX_GFS_CMD_RMD, TARVEX_BOX_FOLDER, "Path is a file.", false},
     {TARVEX_GFS_CMD_SITE_RDEL, TARVEX_BOX_FOLDER, "Path is a file.", true},
@@ -25,7 +25,7 @@ constexpr delete_row deletions[] = {
 tarvex_result_t tarvex_l_box_delete_send(tarvex_box_session_t* box, const tarvex_box_path_info_t& item,
                                          bool recursive) {
   request call = {
-      .source = source,
+      .source = SOURCE,
       .method = "DELETE",
       .url = tarvex::box::api_url({"/2.0/", tarvex::box::item_collection(item.type), "/", item.id}),
       .reads_document = false,
@@ -40,9 +40,9 @@ tarvex_result_t tarvex_l_box_delete_send(tarvex_box_session_t* box, const tarvex
 }
 
 tarvex_result_t tarvex_l_box_delete_object(tarvex_box_session_t* box, const tarvex_box_path_info_t& item, int command) {
-  for (const delete_row& row : deletions) {
+  for (const delete_row& row : DELETIONS) {
     if (row.command != command) continue;
-    if (row.type != item.type) return error_generic(source, row.mismatch);
+    if (row.type != item.type) return error_generic(SOURCE, row.mismatch);
     return tarvex_l_box_delete_send(box, item, row.recursive);
   }
   return tarvex::box::error_memory();

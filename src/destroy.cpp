@@ -1,4 +1,5 @@
-#include "session.h"
+#include "destroy.h"
+
 #include "trace.h"
 
 #include <cstdlib>

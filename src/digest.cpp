@@ -4,6 +4,9 @@
 
 #include "digest.h"
 
+#include "base64.h"
+#include "error.h"
+
 namespace tarvex::box {
 
 bool sha1_begin(SHA_CTX& context) {
@@ -35,13 +38,19 @@ bool sha1_of(const void* data, size_t length, sha1_digest& digest) {
 }
 
 std::string hex_text(std::span<const unsigned char> bytes) {
-  static constexpr char digits[] = "0123456789abcdef";
+  static constexpr char DIGITS[] = "0123456789abcdef";
   std::string text;
   for (const unsigned char byte : bytes) {
-    text += digits[byte >> 4];
-    text += digits[byte & 15];
+    text += DIGITS[byte >> 4];
+    text += DIGITS[byte & 15];
   }
   return text;
+}
+
+std::string digest_header(const sha1_digest& digest) {
+  std::array<char, 29> text{};
+  require(tarvex_l_gfs_base64_encode(digest.data(), digest.size(), text.data(), text.size()), "28 characters and NUL");
+  return std::string("sha=") + text.data();
 }
 
 }  // namespace tarvex::box

@@ -32,7 +32,3 @@ std::string hex_text(std::span<const unsigned char> bytes);
 std::string digest_header(const sha1_digest& digest);
 
 }  // namespace tarvex::box
-
-/// Standard base64 with padding (RFC 4648 section 4), and NUL.
-/// \return false when `out_len` bytes do not hold it; nothing is written then.
-bool tarvex_l_gfs_base64_encode(const unsigned char* inbuf, size_t in_len, char* outbuf, size_t out_len);

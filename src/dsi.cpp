@@ -1,10 +1,9 @@
 #include "tarvex_box_common.h"
+#include "tarvex_common.hpp"
 
 namespace {
 
-constexpr tarvex_version_t version = {.major = 0, .minor = 26, .timestamp = 0, .branch_id = 0};
-
-constexpr tarvex_gfs_storage_iface_t interface = {
+constexpr tarvex_gfs_storage_iface_t INTERFACE = {
     .descriptor = TARVEX_GFS_DSI_BLOCKS | TARVEX_GFS_DSI_SENDS | TARVEX_GFS_DSI_ORDERED_DATA |
                   TARVEX_GFS_DSI_PARTIAL_STAT | TARVEX_GFS_DSI_EXACT_PATHS,
     .init_func = tarvex_i_box_start,
@@ -22,12 +21,12 @@ constexpr tarvex_gfs_storage_iface_t interface = {
     .buffer_send_func = nullptr,
     .realpath_func = nullptr,
 };
-static_assert(interface.descriptor == 0x6b);
+static_assert(INTERFACE.descriptor == 0x6b);
 
 int tarvex_l_box_activate() {
   // Neither failure keeps the server from loading the plug-in: the first login reports what does not work.
   (void)tarvex_module_activate(&tarvex_i_box_common_module);
-  (void)tarvex_extension_registry_add(&tarvex_i_gfs_dsi_registry, "box", &tarvex_gridftp_server_box_module, &interface);
+  (void)tarvex_extension_registry_add(&tarvex_i_gfs_dsi_registry, "box", &tarvex_gridftp_server_box_module, &INTERFACE);
   return 0;
 }
 
@@ -45,6 +44,6 @@ const tarvex_module_descriptor_t tarvex_gridftp_server_box_module = {
     .deactivation_func = tarvex_l_box_deactivate,
     .atexit_func = nullptr,
     .get_pointer_func = nullptr,
-    .version = &version,
+    .version = &tarvex::PROJECT_VERSION,
     .friendly_error_func = nullptr,
 };

@@ -10,17 +10,32 @@
 namespace tarvex::box {
 
 /// Success as a value of the result type.
-inline constexpr tarvex_result_t success = TARVEX_SUCCESS;
+inline constexpr tarvex_result_t SUCCESS = TARVEX_SUCCESS;
 
-/// Where a generic error arises, as it is recorded in it: literals.
+/// In whose name a source file reports its generic errors: a function of the interface, and the file's own name.
 struct error_source {
-  const char* file = nullptr;
+  constexpr error_source() = default;
+  constexpr explicit error_source(const char* of, const char* path = __builtin_FILE()) : function(of), file(path) {
+    for (const char* at = path; *at != '\0'; ++at) {
+      if (*at == '/') file = at + 1;
+    }
+  }
+
   const char* function = nullptr;
+  const char* file = nullptr;
+};
+
+/// Where a generic error arises. Made of a source by the call that takes it, so that the line is the caller's.
+struct error_place {
+  error_place(const error_source& by, int at = __builtin_LINE()) : source(by), line(at) {}
+
+  error_source source;
+  int line;
 };
 
 /// Generic error with a fixed sentence. \param cause  taken over; null: none
-[[nodiscard]] tarvex_result_t error_generic(error_source source, const std::string& text,
-                                            tarvex_object_t* cause = nullptr, int line = __builtin_LINE());
+[[nodiscard]] tarvex_result_t error_generic(const error_place& place, const std::string& text,
+                                            tarvex_object_t* cause = nullptr);
 
 /// System error for the current errno in "malloc": how running out of memory is told, and what Box failed to send.
 [[nodiscard]] tarvex_result_t error_memory() noexcept;

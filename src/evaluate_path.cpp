@@ -1,4 +1,3 @@
-#include "handles.h"
 #include "trace.h"
 
 #include <pwd.h>
@@ -35,8 +34,8 @@ bool tarvex_l_box_user_entry(user_entry& user) {
 }
 
 tarvex_result_t tarvex_l_box_evaluate(std::string_view rest, char** result) {
-  static constexpr std::string_view logname = "$LOGNAME";
-  static constexpr std::string_view home = "$HOME";
+  static constexpr std::string_view LOGNAME = "$LOGNAME";
+  static constexpr std::string_view HOME = "$HOME";
   *result = nullptr;
   user_entry user;
   if (!tarvex_l_box_user_entry(user)) return tarvex::box::error_memory();
@@ -44,12 +43,12 @@ tarvex_result_t tarvex_l_box_evaluate(std::string_view rest, char** result) {
   for (size_t at = 0; (at = rest.find('$')) != std::string_view::npos;) {
     text += rest.substr(0, at);
     rest.remove_prefix(at);
-    if (rest.starts_with(logname)) {
+    if (rest.starts_with(LOGNAME)) {
       text += user.name;
-      rest.remove_prefix(logname.size());
-    } else if (rest.starts_with(home)) {
+      rest.remove_prefix(LOGNAME.size());
+    } else if (rest.starts_with(HOME)) {
       text += user.home;
-      rest.remove_prefix(home.size());
+      rest.remove_prefix(HOME.size());
     } else {
       text += '$';
       rest.remove_prefix(1);
@@ -57,7 +56,7 @@ tarvex_result_t tarvex_l_box_evaluate(std::string_view rest, char** result) {
   }
   text += rest;
   *result = strdup(text.c_str());
-  return *result != nullptr ? tarvex::box::success : tarvex::box::error_memory();
+  return *result != nullptr ? tarvex::box::SUCCESS : tarvex::box::error_memory();
 }
 
 }  // namespace

@@ -10,7 +10,10 @@ using tarvex::box::request;
 
 namespace {
 
-constexpr char file_fields[] = "type,id,name,parent,size,content_modified_at,sha1,metadata.global.properties";
+constexpr error_source FOLDER_SOURCE("tarvex_box_get_folder_items");
+constexpr error_source FILE_SOURCE("tarvex_box_get_file_info");
+
+constexpr char FILE_FIELDS[] = "type,id,name,parent,size,content_modified_at,sha1,metadata.global.properties";
 
 /// Who takes the items of one call.
 struct item_sink {
@@ -63,7 +66,7 @@ tarvex_result_t tarvex_l_box_list(const item_sink& sink, const char* folder_id) 
     const request call = {
         .source = sink.source,
         .url = tarvex::box::api_url({"/2.0/folders/", folder_id, "/items"}),
-        .query = {{"fields", tarvex::box::item_fields},
+        .query = {{"fields", tarvex::box::ITEM_FIELDS},
                   {"usemarker", "true"},
                   {"marker", more ? marker.c_str() : nullptr},
                   {"limit", "300"}},
@@ -87,7 +90,7 @@ tarvex_result_t tarvex_l_box_file(const item_sink& sink, const char* file_id) {
   const request call = {
       .source = sink.source,
       .url = tarvex::box::api_url({"/2.0/files/", file_id, "/"}),
-      .query = {{"fields", file_fields}},
+      .query = {{"fields", FILE_FIELDS}},
       .pacing = &sink.box->user_retry,
   };
   answer file;
@@ -103,13 +106,13 @@ extern "C" {
 
 tarvex_result_t tarvex_box_get_folder_items(tarvex_box_session_t* box, const char* folder_id, const char* path,
                                             tarvex_box_list_entry_cb_t callback, void* callback_arg) {
-  const item_sink sink = {box, {"get_folder_items", "tarvex_box_get_folder_items"}, path, callback, callback_arg};
+  const item_sink sink = {box, FOLDER_SOURCE, path, callback, callback_arg};
   return tarvex::box::traced([&] { return tarvex_l_box_list(sink, folder_id); });
 }
 
 tarvex_result_t tarvex_box_get_file_info(tarvex_box_session_t* box, const char* file_id, const char* parent_path,
                                          tarvex_box_list_entry_cb_t callback, void* callback_arg) {
-  const item_sink sink = {box, {"get_folder_items", "tarvex_box_get_file_info"}, parent_path, callback, callback_arg};
+  const item_sink sink = {box, FILE_SOURCE, parent_path, callback, callback_arg};
   return tarvex::box::traced([&] { return tarvex_l_box_file(sink, file_id); });
 }
 

@@ -12,27 +12,27 @@ json_ptr placement(const std::string& name, const char* parent_id) {
   return json_ptr(json_pack("{s:s, s:{s:s}}", "name", name.c_str(), "parent", "id", parent_id));
 }
 
-tarvex_result_t item_parse(error_source source, json_t* document, item_record& item) {
+tarvex_result_t item_parse(const error_place& place, json_t* document, item_record& item) {
   const tarvex_result_t result = tarvex_box_object_info_parse(document, &item);
-  if (result == TARVEX_SUCCESS) return success;
+  if (result == TARVEX_SUCCESS) return SUCCESS;
   tarvex_result_release(result);
-  return error_generic(source, "Failed info_parse!");
+  return error_generic(place, "Failed info_parse!");
 }
 
-tarvex_result_t item_cache(tarvex_box_session_t* box, error_source source, const item_record& item,
+tarvex_result_t item_cache(tarvex_box_session_t* box, const error_place& place, const item_record& item,
                            const char* parent_path) {
   const tarvex_result_t result = tarvex_box_path_cache_update(&box->cache, &item, parent_path);
-  if (result == TARVEX_SUCCESS) return success;
+  if (result == TARVEX_SUCCESS) return SUCCESS;
   tarvex_result_release(result);
-  return error_generic(source, "Failed cache update!");
+  return error_generic(place, "Failed cache update!");
 }
 
-tarvex_result_t item_entered(tarvex_box_session_t* box, error_source source, json_t* document,
+tarvex_result_t item_entered(tarvex_box_session_t* box, const error_place& place, json_t* document,
                              const char* parent_path) {
   if (document == nullptr) return error_memory();
   item_record item;
-  if (const tarvex_result_t result = item_parse(source, document, item); result != TARVEX_SUCCESS) return result;
-  return item_cache(box, source, item, parent_path);
+  if (const tarvex_result_t result = item_parse(place, document, item); result != TARVEX_SUCCESS) return result;
+  return item_cache(box, place, item, parent_path);
 }
 
 }  // namespace tarvex::box

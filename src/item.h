@@ -19,7 +19,7 @@ split_path path_split(const std::string& path, const char* function = __builtin_
 json_ptr placement(const std::string& name, const char* parent_id);
 
 /// Enters the item that Box answered with into the path cache, below the folder at `parent_path`.
-[[nodiscard]] tarvex_result_t item_entered(tarvex_box_session_t* box, error_source source, json_t* document,
+[[nodiscard]] tarvex_result_t item_entered(tarvex_box_session_t* box, const error_place& place, json_t* document,
                                            const char* parent_path);
 
 /// Releases what a record on the stack owns.
@@ -31,10 +31,10 @@ struct item_record : tarvex_box_path_info_t {
 };
 
 /// Parses one item of an answer into a fresh record; a failure is "Failed info_parse!".
-[[nodiscard]] tarvex_result_t item_parse(error_source source, json_t* document, item_record& item);
+[[nodiscard]] tarvex_result_t item_parse(const error_place& place, json_t* document, item_record& item);
 
 /// Enters a record into the path cache; a failure is "Failed cache update!".
-[[nodiscard]] tarvex_result_t item_cache(tarvex_box_session_t* box, error_source source, const item_record& item,
+[[nodiscard]] tarvex_result_t item_cache(tarvex_box_session_t* box, const error_place& place, const item_record& item,
                                          const char* parent_path);
 
 }  // namespace tarvex::box

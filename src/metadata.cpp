@@ -3,11 +3,13 @@
 
 #include <cstring>
 
+using tarvex::c_string;
 using tarvex::box::json_ptr;
 using tarvex::box::request;
-using tarvex::box::text_ptr;
 
 namespace {
+
+constexpr tarvex::box::error_source SOURCE("tarvex_i_box_set_metadata");
 
 /// The first property makes the instance, later ones are patched in.
 struct metadata_row {
@@ -15,8 +17,8 @@ struct metadata_row {
   const char* content_type;
 };
 
-constexpr metadata_row create = {"POST", "application/json"};
-constexpr metadata_row update = {"PUT", "application/json-patch+json"};
+constexpr metadata_row CREATE = {"POST", "application/json"};
+constexpr metadata_row UPDATE = {"PUT", "application/json-patch+json"};
 
 json_ptr tarvex_l_box_property(bool updates, const char* key, const char* value) {
   if (!updates) return json_ptr(json_pack("{s:s}", key, value));
@@ -26,13 +28,13 @@ json_ptr tarvex_l_box_property(bool updates, const char* key, const char* value)
 
 tarvex_result_t tarvex_l_box_set_metadata(tarvex_box_session_t* box, tarvex_box_path_info_t* path_info, const char* key,
                                           const char* value) {
-  const metadata_row& row = path_info->has_metadata ? update : create;
+  const metadata_row& row = path_info->has_metadata ? UPDATE : CREATE;
   const json_ptr property = tarvex_l_box_property(path_info->has_metadata, key, value);
-  const text_ptr body(json_dumps(property.get(), JSON_COMPACT));
+  const c_string body(json_dumps(property.get(), JSON_COMPACT));
   if (!body) return tarvex::box::error_memory();
   tarvex_dsi_rest_write_block_arg_t block = {.block_data = body.get(), .block_len = std::strlen(body.get())};
   const request call = {
-      .source = {"metadata", "tarvex_i_box_set_metadata"},
+      .source = SOURCE,
       .method = row.method,
       .url = tarvex::box::api_url(
           {"/2.0/", tarvex::box::item_collection(path_info->type), "/", path_info->id, "/metadata/global/properties"}),

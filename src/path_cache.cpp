@@ -1,26 +1,18 @@
-#include "handles.h"
+#include "path_table.h"
+#include "tarvex_common.hpp"
 #include "trace.h"
 
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
 using tarvex::box::error_memory;
+using tarvex::box::path_key;
+using tarvex::box::path_table_init;
 using tarvex::box::traced;
 
 namespace {
 
-using info_ptr = std::unique_ptr<tarvex_box_path_info_t, tarvex::box::handle_releaser<tarvex_box_path_info_free>>;
-
-constexpr int buckets = 1023;
-
-void* tarvex_l_box_key(const char* path) {
-  return const_cast<char*>(path);
-}
-
-int tarvex_l_box_table_init(tarvex_hashtable_t* table) {
-  return tarvex_hashtable_init(table, buckets, tarvex_hashtable_string_hash, tarvex_hashtable_string_keyeq);
-}
+using info_ptr = tarvex::owner<tarvex_box_path_info_t, tarvex_box_path_info_free>;
 
 /// The path of an item named `name` in the folder `base`: the root's own path is the only one that ends in a slash.
 char* tarvex_l_box_join(const char* base, const char* name) {
@@ -48,7 +40,7 @@ tarvex_result_t tarvex_l_box_update(tarvex_hashtable_t* cache, const tarvex_box_
 
 tarvex_result_t tarvex_l_box_cache_init(tarvex_hashtable_t* cache) {
   // A table that could not be made refuses the root below, and that is the failure that counts.
-  if (tarvex_l_box_table_init(cache) != 0) tarvex_result_release(error_memory());
+  if (path_table_init(cache) != 0) tarvex_result_release(error_memory());
   char name[] = "/";
   char id[] = "0";
   tarvex_box_path_info_t root{};
@@ -72,46 +64,14 @@ tarvex_result_t tarvex_box_path_cache_update(tarvex_hashtable_t* cache, const ta
 }
 
 tarvex_box_path_info_t* tarvex_box_path_cache_query(tarvex_hashtable_t* cache, const char* path) {
-  return static_cast<tarvex_box_path_info_t*>(tarvex_hashtable_lookup(cache, tarvex_l_box_key(path)));
+  return static_cast<tarvex_box_path_info_t*>(tarvex_hashtable_lookup(cache, path_key(path)));
 }
 
 tarvex_result_t tarvex_box_path_cache_remove(tarvex_hashtable_t* cache, const char* path) {
   return traced([&]() -> tarvex_result_t {
-    tarvex_box_path_info_free(
-        static_cast<tarvex_box_path_info_t*>(tarvex_hashtable_remove(cache, tarvex_l_box_key(path))));
+    tarvex_box_path_info_free(static_cast<tarvex_box_path_info_t*>(tarvex_hashtable_remove(cache, path_key(path))));
     return TARVEX_SUCCESS;
   });
-}
-
-tarvex_result_t tarvex_box_upload_state_init(tarvex_hashtable_t* table) {
-  return traced([&] { return tarvex_l_box_table_init(table) == 0 ? tarvex::box::success : error_memory(); });
-}
-
-tarvex_result_t tarvex_box_upload_state_update(tarvex_hashtable_t* table, tarvex_box_upload_session_t* upload,
-                                               const char*) {
-  return traced([&] {
-    return tarvex_hashtable_insert(table, upload->name, upload) == 0 ? tarvex::box::success : error_memory();
-  });
-}
-
-tarvex_box_upload_session_t* tarvex_box_upload_state_query(tarvex_hashtable_t* table, const char* path) {
-  return static_cast<tarvex_box_upload_session_t*>(tarvex_hashtable_lookup(table, tarvex_l_box_key(path)));
-}
-
-tarvex_result_t tarvex_box_upload_state_remove(tarvex_hashtable_t* table, const char* path) {
-  return traced([&]() -> tarvex_result_t {
-    tarvex_box_upload_session_free(
-        static_cast<tarvex_box_upload_session_t*>(tarvex_hashtable_remove(table, tarvex_l_box_key(path))));
-    return TARVEX_SUCCESS;
-  });
-}
-
-void tarvex_box_upload_session_free(tarvex_box_upload_session_t* info) {
-  if (info == nullptr) return;
-  std::free(info->id);
-  std::free(info->name);
-  json_decref(info->part_array);
-  std::free(info);
 }
 
 }  // extern "C"

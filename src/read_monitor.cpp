@@ -1,4 +1,6 @@
-#include "recv.h"
+#include "read_monitor.h"
+
+#include "error.h"
 
 #include <utility>
 
@@ -58,7 +60,7 @@ tarvex_result_t read_monitor::fill(tarvex_gfs_operation_t op, unsigned char* buf
   monitor_.eof = monitor_.done = false;
   monitor_.result = TARVEX_SUCCESS;
   const tarvex_result_t registered = fill_locked(op, buffer, size, last);
-  const tarvex_result_t received = std::exchange(monitor_.result, success);
+  const tarvex_result_t received = std::exchange(monitor_.result, SUCCESS);
   if (registered == TARVEX_SUCCESS) return received;
   tarvex_result_release(received);
   return registered;

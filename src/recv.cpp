@@ -66,15 +66,15 @@ tarvex_result_t recv_modification_time(tarvex_gfs_operation_t op, std::string& t
   return result;
 }
 
-tarvex_result_t recv_entries_store(tarvex_box_session_t* box, error_source source, json_t* document,
+tarvex_result_t recv_entries_store(tarvex_box_session_t* box, const error_place& place, json_t* document,
                                    const char* parent_path, const std::function<tarvex_result_t(item_record&)>& each) {
-  if (document == nullptr) return error_generic(source, "No metadata response after upload.");
+  if (document == nullptr) return error_generic(place, "No metadata response after upload.");
   json_t* const entries = json_object_get(document, "entries");
   for (size_t i = 0; i < json_array_size(entries); ++i) {  // 0 for anything but an array
     item_record item;
-    tarvex_result_t result = item_parse(source, json_array_get(entries, i), item);
+    tarvex_result_t result = item_parse(place, json_array_get(entries, i), item);
     if (result == TARVEX_SUCCESS && each) result = each(item);
-    if (result == TARVEX_SUCCESS) result = item_cache(box, source, item, parent_path);
+    if (result == TARVEX_SUCCESS) result = item_cache(box, place, item, parent_path);
     if (result != TARVEX_SUCCESS) return result;
   }
   return TARVEX_SUCCESS;

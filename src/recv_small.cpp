@@ -5,14 +5,14 @@
 #include <cstdio>
 #include <cstring>
 
+using tarvex::c_string;
 using tarvex::box::json_ptr;
 using tarvex::box::pair;
 using tarvex::box::request;
-using tarvex::box::text_ptr;
 
 namespace {
 
-constexpr tarvex::box::error_source source = {"recv", "tarvex_i_box_recv_small"};
+constexpr tarvex::box::error_source SOURCE("tarvex_i_box_recv_small");
 
 /// Content-Type with a boundary of its own.
 tarvex_result_t tarvex_l_box_content_type(std::string& content_type) {
@@ -25,19 +25,19 @@ tarvex_result_t tarvex_l_box_content_type(std::string& content_type) {
 }
 
 /// The attributes part as text; null when the name is no UTF-8.
-text_ptr tarvex_l_box_attributes(const std::string& name, const char* parent_id, const std::string& modtime) {
+c_string tarvex_l_box_attributes(const std::string& name, const char* parent_id, const std::string& modtime) {
   const json_ptr attributes = tarvex::box::placement(name, parent_id);
   if (attributes && !modtime.empty()) {
     json_object_set_new(attributes.get(), "content_modified_at", json_string(modtime.c_str()));
   }
-  return text_ptr(json_dumps(attributes.get(), JSON_COMPACT));
+  return c_string(json_dumps(attributes.get(), JSON_COMPACT));
 }
 
 /// What the one request sends besides the client's data.
 struct small_upload {
   std::string name;
   std::string content_type;
-  text_ptr attributes;
+  c_string attributes;
   tarvex_dsi_rest_gridftp_op_arg_t data{};
 };
 
@@ -59,10 +59,10 @@ tarvex_result_t tarvex_l_box_post(tarvex_box_session_t* box, small_upload& uploa
   };
   tarvex_dsi_rest_write_multipart_arg_t multipart = {.num_parts = parts.size(), .parts = parts.data()};
   const request call = {
-      .source = source,
+      .source = SOURCE,
       .method = "POST",
       .url = tarvex::box::upload_url({"/api/2.0/files/content"}),
-      .query = {{"fields", tarvex::box::item_fields}},
+      .query = {{"fields", tarvex::box::ITEM_FIELDS}},
       .headers = {{"Content-Type", upload.content_type}},
       .write = tarvex_dsi_rest_write_multipart,
       .write_arg = &multipart,
@@ -81,14 +81,14 @@ tarvex_result_t tarvex_l_box_recv_small(tarvex_gfs_operation_t op, const tarvex_
   tarvex_result_t result = tarvex::box::recv_modification_time(op, modtime);
   if (result == TARVEX_SUCCESS) result = tarvex_l_box_content_type(upload.content_type);
   if (result != TARVEX_SUCCESS) return result;
-  upload.name = tarvex::box::path_split(info->pathname, source.function).name;
+  upload.name = tarvex::box::path_split(info->pathname, SOURCE.function).name;
   upload.attributes = tarvex_l_box_attributes(upload.name, parent->id, modtime);
   if (!upload.attributes) return tarvex::box::error_name();
   tarvex_gridftp_server_begin_transfer(op, 0, nullptr);
   tarvex::box::answer stored;
   result = tarvex_l_box_post(box, upload, stored);
   if (result != TARVEX_SUCCESS) return result;
-  return tarvex::box::recv_entries_store(box, source, stored.document.get(), parent->name);
+  return tarvex::box::recv_entries_store(box, SOURCE, stored.document.get(), parent->name);
 }
 
 }  // namespace

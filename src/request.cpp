@@ -2,37 +2,13 @@
 
 #include "trace.h"
 
-#include <strings.h>
-
 #include <array>
 #include <cstdint>
 #include <cstdlib>
-#include <string_view>
 
 namespace tarvex::box {
 
 namespace {
-
-struct base_urls {
-  std::string api = "https://api.box.com";
-  std::string upload = "https://upload.box.com";
-};
-
-base_urls& tarvex_l_box_bases() {
-  static base_urls bases;
-  return bases;
-}
-
-void tarvex_l_box_base_set(std::string& base, const char* variable, const char* fallback) {
-  const char* const value = std::getenv(variable);
-  base = value != nullptr && *value != '\0' ? value : fallback;
-  while (base.ends_with('/')) base.pop_back();
-}
-
-std::string tarvex_l_box_join(std::string url, std::initializer_list<const char*> pieces) {
-  for (const char* const piece : pieces) url += piece != nullptr ? piece : "";
-  return url;
-}
 
 /// The response record of one attempt, and its headers' values.
 class response_record {
@@ -120,38 +96,11 @@ tarvex_result_t tarvex_l_box_prepare(tarvex_box_session_t* box, const request& c
   return TARVEX_SUCCESS;
 }
 
-bool tarvex_l_box_has_scheme(const std::string& url, std::string_view scheme) {
-  return url.size() > scheme.size() && strncasecmp(url.c_str(), scheme.data(), scheme.size()) == 0;
-}
-
 }  // namespace
-
-void bases_read() noexcept {
-  try {
-    tarvex_l_box_base_set(tarvex_l_box_bases().api, "TARVEX_BOX_API_BASE", "https://api.box.com");
-    tarvex_l_box_base_set(tarvex_l_box_bases().upload, "TARVEX_BOX_UPLOAD_BASE", "https://upload.box.com");
-  } catch (...) {  // out of memory: what there is stays
-  }
-}
-
-std::string api_url(std::initializer_list<const char*> pieces) {
-  return tarvex_l_box_join(tarvex_l_box_bases().api, pieces);
-}
-
-std::string upload_url(std::initializer_list<const char*> pieces) {
-  return tarvex_l_box_join(tarvex_l_box_bases().upload, pieces);
-}
 
 verdict judge_status(const tarvex_dsi_rest_response_arg_t& response, json_t* document, unsigned long& retry_after) {
   verdict judged;
   if (response.response_code < 400) return judged;
-  judged.result = tarvex_box_translate_response(&response, document, &judged.retryable, &retry_after);
-  return judged;
-}
-
-verdict judge_redirect(const tarvex_dsi_rest_response_arg_t& response, json_t* document, unsigned long& retry_after) {
-  verdict judged;
-  if (response.response_code == 302) return judged;
   judged.result = tarvex_box_translate_response(&response, document, &judged.retryable, &retry_after);
   return judged;
 }
@@ -175,32 +124,6 @@ tarvex_result_t request_perform(tarvex_box_session_t* box, const request& call, 
     --retries;
     tarvex_result_release(judged.result);
   }
-}
-
-tarvex_result_t request_content_location(tarvex_box_session_t* box, error_source source, const char* id,
-                                         const std::vector<request_header>& range, int& shared_retries, answer& out) {
-  const request call = {.source = source,
-                        .url = api_url({"/2.0/files/", id, "/content"}),
-                        .headers = range,
-                        .wants_location = true,
-                        .shared_retries = &shared_retries,
-                        .pacing = &box->user_retry,
-                        .judge = judge_redirect};
-  if (const tarvex_result_t result = request_perform(box, call, out); result != TARVEX_SUCCESS) return result;
-  if (out.location.empty()) {
-    return error_generic(source, "Box named no download address for the file (its answer had no Location header).");
-  }
-  if (tarvex_l_box_has_scheme(out.location, "https://")) return TARVEX_SUCCESS;
-  const bool plain_allowed = tarvex_l_box_has_scheme(tarvex_l_box_bases().api, "http://");
-  if (plain_allowed && tarvex_l_box_has_scheme(out.location, "http://")) return TARVEX_SUCCESS;
-  return error_generic(source, "Box named a download address that is not https; the access token is not sent there.");
-}
-
-std::vector<request_header> range_headers(tarvex_off_t offset, tarvex_off_t length) {
-  const std::string first = std::to_string(offset);
-  if (length != -1) return {{"Range", "bytes=" + first + "-" + std::to_string(offset + length - 1)}};
-  if (offset != 0) return {{"Range", "bytes=" + first + "-"}};
-  return {};
 }
 
 }  // namespace tarvex::box

@@ -2,8 +2,9 @@
 /// The one way to Box: every call states its particulars in a record and goes through `request_perform`.
 #pragma once
 
+#include "base_url.h"
 #include "error.h"
-#include "handles.h"
+#include "json_ptr.h"
 #include "tarvex_box_common.h"
 
 #include <functional>
@@ -13,14 +14,7 @@
 namespace tarvex::box {
 
 /// Fields that Box is asked to name of each item.
-inline constexpr char item_fields[] = "type,id,name,parent,size,content_modified_at,sha1";
-
-/// Reads the two bases from TARVEX_BOX_API_BASE and TARVEX_BOX_UPLOAD_BASE; unset, they are Box's own hosts.
-void bases_read() noexcept;
-
-/// URLs below the bases; the pieces are joined as they are.
-std::string api_url(std::initializer_list<const char*> pieces);
-std::string upload_url(std::initializer_list<const char*> pieces);
+inline constexpr char ITEM_FIELDS[] = "type,id,name,parent,size,content_modified_at,sha1";
 
 /// "folders" or "files", as URLs have it.
 inline const char* item_collection(int type) {
@@ -50,8 +44,6 @@ using judge_t = verdict (*)(const tarvex_dsi_rest_response_arg_t& response, json
 
 /// Success below 400; everything else is translated.
 verdict judge_status(const tarvex_dsi_rest_response_arg_t& response, json_t* document, unsigned long& retry_after);
-/// Success for a redirect (302) alone.
-verdict judge_redirect(const tarvex_dsi_rest_response_arg_t& response, json_t* document, unsigned long& retry_after);
 /// Success below 400; a refusal is never tried again.
 verdict judge_final(const tarvex_dsi_rest_response_arg_t& response, json_t* document, unsigned long& retry_after);
 
@@ -87,16 +79,5 @@ struct answer {
 
 /// Makes the call, again while attempts remain and a failure may be cured.
 [[nodiscard]] tarvex_result_t request_perform(tarvex_box_session_t* box, const request& call, answer& out);
-
-/// The call that finds out where a file's content is: `out.location` is a URL that the token may go to.
-/// \param range           the Range header, or none
-/// \param shared_retries  attempts beyond the first, shared with the download that follows
-/// \return a generic error when Box names no place, or one that is not https (or http, where the API base is).
-[[nodiscard]] tarvex_result_t request_content_location(tarvex_box_session_t* box, error_source source, const char* id,
-                                                       const std::vector<request_header>& range, int& shared_retries,
-                                                       answer& out);
-
-/// Range header for `length` bytes (-1: to the end) from `offset`; none for the whole file.
-std::vector<request_header> range_headers(tarvex_off_t offset, tarvex_off_t length);
 
 }  // namespace tarvex::box

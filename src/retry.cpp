@@ -11,13 +11,13 @@ static_assert(sizeof(tarvex_box_retry_shared_s) == 24 && offsetof(tarvex_box_ret
 
 namespace {
 
-constexpr tarvex::box::shared_file_kind pacing_file = {
+constexpr tarvex::box::shared_file_kind PACING_FILE = {
     .size = sizeof(tarvex_box_retry_shared_s),
     .prepared_size = sizeof(tarvex_box_retry_shared_s),
     .prepare = [](void* start) { static_cast<tarvex_box_retry_shared_s*>(start)->last = {}; },
 };
 
-constexpr int64_t microseconds_per_second = 1000000;
+constexpr int64_t MICROSECONDS_PER_SECOND = 1000000;
 
 timespec tarvex_l_box_now() {
   timeval now{};
@@ -43,7 +43,7 @@ int64_t tarvex_l_box_gap_us(timespec one, timespec other) {
   microseconds /= 1000;
   if (microseconds < 0) {
     --seconds;
-    microseconds += microseconds_per_second;
+    microseconds += MICROSECONDS_PER_SECOND;
   }
   return seconds == 0 && microseconds >= 0 ? microseconds : -1;
 }
@@ -90,7 +90,7 @@ void tarvex_i_box_retry_state_create(const char* name, int per_second, tarvex_bo
   const tarvex::box::trace_scope scope;
   // A rate of 0 is a fault of the caller; the policy cannot set it.
   retry->delay = static_cast<unsigned>(1000000 / per_second);
-  const tarvex::box::shared_file file = tarvex::box::shared_file_open(tarvex_i_box_retry_path, name, pacing_file);
+  const tarvex::box::shared_file file = tarvex::box::shared_file_open(tarvex_i_box_retry_path, name, PACING_FILE);
   retry->fd = file.fd;
   retry->shared = static_cast<tarvex_box_retry_shared_s*>(file.start);
   retry->is = true;

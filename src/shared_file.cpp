@@ -1,7 +1,7 @@
 #include "shared_file.h"
 
 #include "error.h"
-#include "handles.h"
+#include "tarvex_common.hpp"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -16,7 +16,7 @@ namespace tarvex::box {
 
 namespace {
 
-constexpr int open_attempts = 10;
+constexpr int OPEN_ATTEMPTS = 10;
 
 bool tarvex_l_box_size_is(int fd, size_t size) {
   struct stat status {};
@@ -25,7 +25,7 @@ bool tarvex_l_box_size_is(int fd, size_t size) {
 
 int tarvex_l_box_open(const std::string& path) {
   int fd = -1;
-  for (int attempt = 0; fd == -1 && attempt < open_attempts; ++attempt) {
+  for (int attempt = 0; fd == -1 && attempt < OPEN_ATTEMPTS; ++attempt) {
     fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   }
   struct stat status {};
@@ -68,7 +68,7 @@ bool tarvex_l_box_initialise(int& fd, const shared_file_kind& kind) {
 
 /// Waits for the file to have its size, making it so if nobody else does. False: it cannot be used.
 bool tarvex_l_box_make_ready(int& fd, const shared_file_kind& kind) {
-  static constexpr timespec second = {.tv_sec = 1, .tv_nsec = 0};
+  static constexpr timespec SECOND = {.tv_sec = 1, .tv_nsec = 0};
   for (;;) {
     const int code = shared_file_lock(fd, F_WRLCK, false);
     if (code == 0) {
@@ -79,7 +79,7 @@ bool tarvex_l_box_make_ready(int& fd, const shared_file_kind& kind) {
     if (tarvex_l_box_size_is(fd, kind.size)) return true;
     // Another process is at it. A file system without locks, or a cancelled session, never gets further.
     const bool held_elsewhere = code == EAGAIN || code == EACCES;
-    if (held_elsewhere && tarvex_sleep(&second) == 0) continue;
+    if (held_elsewhere && tarvex_sleep(&SECOND) == 0) continue;
     close(fd);
     fd = -1;
     return false;
@@ -90,7 +90,7 @@ std::string tarvex_l_box_path(const char* directory_template, const char* name) 
   char* expanded = nullptr;
   const auto path_template = std::string(directory_template) + "/" + name;
   tarvex_result_release(tarvex_box_evaluate_path(path_template.c_str(), &expanded));
-  const text_ptr path(expanded);
+  const c_string path(expanded);
   return path ? path.get() : "";
 }
 
@@ -140,7 +140,7 @@ int shared_file_lock(int fd, short type, bool wait) noexcept {
 
 tarvex_result_t shared_file_lock_result(int fd, short type, bool wait) noexcept {
   const int code = shared_file_lock(fd, type, wait);
-  return code == 0 ? tarvex::box::success : error_system(code, "fnctl");  // misspelt on purpose
+  return code == 0 ? tarvex::box::SUCCESS : error_system(code, "fnctl");  // misspelt on purpose
 }
 
 void shared_file_close(shared_file& file, size_t mapped) noexcept {

@@ -1,4 +1,4 @@
-#include "session.h"
+#include "destroy.h"
 #include "shared_file.h"
 #include "trace.h"
 
@@ -6,16 +6,16 @@
 #include <cstring>
 #include <string>
 
+using tarvex::c_string;
 using tarvex::box::error_ftp;
 using tarvex::box::session_ptr;
-using tarvex::box::text_ptr;
 
 namespace {
 
 tarvex_result_t tarvex_l_box_read_policy(tarvex_gfs_operation_t op) {
   char* text = nullptr;
   const tarvex_result_t result = tarvex_gridftp_server_get_config_data(op, "config", &text);
-  const text_ptr policy(text);
+  const c_string policy(text);
   if (result != TARVEX_SUCCESS) return result;
   if (!policy) return error_ftp(500, "INTERNAL_ERROR", "GridFTP-Error: Missing storage gateway policy.");
   return tarvex_box_config_parse_json(text, &tarvex_i_box_api_per_second);
@@ -31,7 +31,7 @@ tarvex_result_t tarvex_l_box_obtain_token(tarvex_box_session_t* session, tarvex_
 void tarvex_l_box_make_directory() {
   char* expanded = nullptr;
   tarvex_result_release(tarvex_box_evaluate_path("$HOME/.tarvex", &expanded));
-  const text_ptr path(expanded);
+  const c_string path(expanded);
   if (path) tarvex::box::directory_ensure(path.get());
 }
 

@@ -10,11 +10,11 @@ namespace {
 
 using stat_entry = tarvex_gridftp_server_control_stat_t;
 
-constexpr int batch_size = 100;
+constexpr int BATCH_SIZE = 100;
 
 /// A batch of a listing, and the names in it.
 struct stat_batch {
-  std::array<stat_entry, batch_size> entries{};
+  std::array<stat_entry, BATCH_SIZE> entries{};
   tarvex_box_stat_state_t state{};
 
   stat_batch(tarvex_gfs_operation_t op, tarvex_gfs_stat_info_t* stat_info) {
@@ -74,8 +74,8 @@ tarvex_result_t tarvex_l_box_entry(tarvex_box_session_t* box, const tarvex_box_p
                                    tarvex_box_stat_state_t& state) {
   if (path_info->type == TARVEX_BOX_UNKNOWN) return TARVEX_SUCCESS;
   const tarvex_result_t result = tarvex_l_box_entry_add(box, path_info, state);
-  if (result != TARVEX_SUCCESS || state.stat_count < batch_size) return result;
-  tarvex_gridftp_server_finished_stat_partial(state.op, TARVEX_SUCCESS, state.stat_array, batch_size);
+  if (result != TARVEX_SUCCESS || state.stat_count < BATCH_SIZE) return result;
+  tarvex_gridftp_server_finished_stat_partial(state.op, TARVEX_SUCCESS, state.stat_array, BATCH_SIZE);
   tarvex_l_box_names_release(state);
   return TARVEX_SUCCESS;
 }

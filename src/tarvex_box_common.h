@@ -12,7 +12,6 @@
 #include <jansson.h>
 #include <openssl/md5.h>
 #include <openssl/sha.h>
-
 #include <stdbool.h>
 #include <stddef.h>
 #include <stdint.h>

@@ -1,27 +1,30 @@
 #include "date.h"
-#include "handles.h"
+#include "json_ptr.h"
+#include "text.h"
 #include "trace.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <utility>
 
+using tarvex::c_string;
 using tarvex::box::error_ftp;
 using tarvex::box::error_generic;
 using tarvex::box::json_ptr;
-using tarvex::box::text_ptr;
 
 namespace {
 
+constexpr tarvex::box::error_source DATE_SOURCE("tarvex_i_box_parse_date");
+constexpr tarvex::box::error_source TOKEN_SOURCE("tarvex_l_box_parse_token_json");
+
 /// A token is renewed when it has no more than this many seconds to live.
-constexpr time_t renewal_margin = 99;
+constexpr time_t RENEWAL_MARGIN = 99;
 
 bool tarvex_l_box_token_fresh(const tarvex_box_session_t& session) {
   timeval now{};
   tarvex_time_now(&now);
-  return now.tv_sec + renewal_margin < session.access_token_exp;
+  return now.tv_sec + RENEWAL_MARGIN < session.access_token_exp;
 }
 
 tarvex_result_t tarvex_l_box_parse_date(const char* text, time_t* time) {
@@ -29,8 +32,7 @@ tarvex_result_t tarvex_l_box_parse_date(const char* text, time_t* time) {
   const int count = std::sscanf(text, "%4d-%2d-%2dT%2d:%2d:%2d.%*6d%3d:%2d", &date.year, &date.month, &date.day,
                                 &date.hour, &date.minute, &date.second, &date.offset_hours, &date.offset_minutes);
   if (count != 8) {
-    return error_generic({"token", "tarvex_i_box_parse_date"},
-                         std::string("Error parsing time string: ") + text + "\n");
+    return error_generic(DATE_SOURCE, std::string("Error parsing time string: ") + text + "\n");
   }
   *time = tarvex::box::date_to_utc(date);
   return TARVEX_SUCCESS;
@@ -42,8 +44,7 @@ tarvex_result_t tarvex_l_box_parse_token_json(const char* text, char** user_id, 
   json_error_t error{};
   const json_ptr credential(json_loads(text, 0, &error));
   if (!credential) {
-    return error_generic({"token", "tarvex_l_box_parse_token_json"},
-                         std::string("Error loading user credential: ") + error.text + "\n");
+    return error_generic(TOKEN_SOURCE, std::string("Error loading user credential: ") + error.text + "\n");
   }
   const char *token = nullptr, *expiry = nullptr, *sub = nullptr;
   json_int_t limit = 0;
@@ -54,8 +55,8 @@ tarvex_result_t tarvex_l_box_parse_token_json(const char* text, char** user_id, 
   }
   time_t expires = 0;
   if (const tarvex_result_t result = tarvex_i_box_parse_date(expiry, &expires); result != TARVEX_SUCCESS) return result;
-  text_ptr token_copy(strdup(token));
-  text_ptr sub_copy(strdup(sub));
+  c_string token_copy(strdup(token));
+  c_string sub_copy(strdup(sub));
   if (!token_copy || !sub_copy) return tarvex::box::error_memory();
   *access_token = token_copy.release();
   *user_id = sub_copy.release();
@@ -67,11 +68,11 @@ tarvex_result_t tarvex_l_box_parse_token_json(const char* text, char** user_id, 
 tarvex_result_t tarvex_l_box_get_token(tarvex_box_session_t* session, tarvex_gfs_operation_t op) {
   const bool renewal = session->access_token != nullptr;
   if (renewal && tarvex_l_box_token_fresh(*session)) return TARVEX_SUCCESS;
-  text_ptr(std::exchange(session->access_token, nullptr)).reset();
-  text_ptr(std::exchange(session->user_id, nullptr)).reset();
+  tarvex::box::text_replace(session->access_token, nullptr);
+  tarvex::box::text_replace(session->user_id, nullptr);
   char* text = nullptr;
   const tarvex_result_t result = tarvex_gridftp_server_get_config_data(op, renewal ? "renew-creds" : "creds", &text);
-  const text_ptr credential(text);
+  const c_string credential(text);
   if (result != TARVEX_SUCCESS || !credential) return result;
   return tarvex_l_box_parse_token_json(text, &session->user_id, &session->access_token, &session->access_token_exp,
                                        &session->max_upload);

@@ -1,5 +1,4 @@
 #include "error.h"
-#include "handles.h"
 #include "trace.h"
 
 #include <array>
@@ -12,9 +11,11 @@ using tarvex::box::error_generic;
 
 namespace {
 
+constexpr tarvex::box::error_source SOURCE("tarvex_box_translate_response");
+
 using key_value = tarvex_dsi_rest_key_value_t;
 
-constexpr std::array<const char*, 4> body_keys = {"code", "request_id", "message", "help_url"};
+constexpr std::array<const char*, 4> BODY_KEYS = {"code", "request_id", "message", "help_url"};
 
 /// \return the member when it is a string with text, borrowed; null else. An empty value counts as absent, since a box
 /// error must not hold one.
@@ -25,16 +26,16 @@ const char* tarvex_l_box_text(json_t* object, const char* key) {
 
 /// The box error with what Box says: code, request_id, message, help_url, in that order, absent ones left empty.
 tarvex_object_t* tarvex_l_box_body_error(json_t* document) {
-  std::array<key_value, body_keys.size()> slots{};
+  std::array<key_value, BODY_KEYS.size()> slots{};
   for (size_t i = 0; i < slots.size(); ++i) {
-    const char* const value = tarvex_l_box_text(document, body_keys[i]);
-    if (value != nullptr) slots[i] = tarvex::box::pair(body_keys[i], value);
+    const char* const value = tarvex_l_box_text(document, BODY_KEYS[i]);
+    if (value != nullptr) slots[i] = tarvex::box::pair(BODY_KEYS[i], value);
   }
   const tarvex_dsi_rest_key_array_t info = {.count = slots.size(), .key_value = slots.data()};
   return tarvex_box_error_construct(nullptr, nullptr, &info);
 }
 
-/// Messages of refusals, out of Box's context_info.
+/// Messages of REFUSALS, out of Box's context_info.
 using message_t = std::string (*)(json_t* context);
 
 std::string tarvex_l_box_conflict_message(json_t* context) {
@@ -68,7 +69,7 @@ struct refusal {
   message_t message;  ///< null: none
 };
 
-constexpr std::array refusals = {
+constexpr std::array REFUSALS = {
     refusal{"item_name_in_use", 553, "PATH_EXISTS", tarvex_l_box_conflict_message},
     refusal{"not_found", 550, "PATH_NOT_FOUND", tarvex_l_box_missing_message},
     refusal{"trashed", 550, "PATH_NOT_FOUND", tarvex_l_box_trashed_message},
@@ -82,7 +83,7 @@ tarvex_result_t tarvex_l_box_translate_body(json_t* document) {
   const char* const code = tarvex_l_box_text(document, "code");
   if (code == nullptr) return error_ftp(500, "INTERNAL_ERROR", "");
   tarvex_object_t* const body_error = tarvex_l_box_body_error(document);
-  for (const refusal& row : refusals) {
+  for (const refusal& row : REFUSALS) {
     if (row.code != code) continue;
     const std::string message =
         row.message != nullptr ? row.message(json_object_get(document, "context_info")) : std::string();
@@ -99,7 +100,7 @@ tarvex_result_t tarvex_l_box_translate_status(int status, bool& retryable) {
   if (status >= 500) return error_ftp(500, "INTERNAL_ERROR", "");
   switch (status) {
     case 400:
-      return error_generic({"translate_response", "tarvex_box_translate_response"}, "Bad BOX request");
+      return error_generic(SOURCE, "Bad BOX request");
     case 401:
     case 403:
       return error_ftp(550, "PERMISSION_DENIED", nullptr);

@@ -4,20 +4,18 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
+using tarvex::c_string;
 using tarvex::box::error_generic;
 using tarvex::box::json_ptr;
 using tarvex::box::request;
-using tarvex::box::text_ptr;
 
 namespace {
 
-constexpr tarvex::box::error_source source = {"recv", "tarvex_i_box_create_upload_session"};
-constexpr tarvex::box::error_source parse_source = {"recv", "tarvex_box_upload_session_parse"};
+constexpr tarvex::box::error_source SOURCE("tarvex_i_box_create_upload_session");
+constexpr tarvex::box::error_source PARSE_SOURCE("tarvex_box_upload_session_parse");
 
-using upload_ptr =
-    std::unique_ptr<tarvex_box_upload_session_t, tarvex::box::handle_releaser<tarvex_box_upload_session_free>>;
+using upload_ptr = tarvex::owner<tarvex_box_upload_session_t, tarvex_box_upload_session_free>;
 
 tarvex_result_t tarvex_l_box_session_parse(json_t* json, tarvex_box_upload_session_t* info) {
   if (const char* const id = json_string_value(json_object_get(json, "id")); id != nullptr) {
@@ -28,22 +26,22 @@ tarvex_result_t tarvex_l_box_session_parse(json_t* json, tarvex_box_upload_sessi
   json_t* const count = json_object_get(json, "total_parts");
   if (json_is_integer(size)) info->part_size = static_cast<uint64_t>(json_integer_value(size));
   if (json_is_integer(count)) info->num_parts = static_cast<int>(json_integer_value(count));
-  if (json_is_integer(count) && info->num_parts < 1) return error_generic(parse_source, "Invalid number of parts!");
-  if (json_is_integer(size) && info->part_size == 0) return error_generic(parse_source, "Invalid part size!");
+  if (json_is_integer(count) && info->num_parts < 1) return error_generic(PARSE_SOURCE, "Invalid number of parts!");
+  if (json_is_integer(size) && info->part_size == 0) return error_generic(PARSE_SOURCE, "Invalid part size!");
   return TARVEX_SUCCESS;
 }
 
 /// Asks Box for a session.
 tarvex_result_t tarvex_l_box_session_post(tarvex_box_session_t* box, const tarvex_gfs_transfer_info_t& info,
                                           const char* folder_id, tarvex::box::answer& out) {
-  const std::string name = tarvex::box::path_split(info.pathname, source.function).name;
+  const std::string name = tarvex::box::path_split(info.pathname, SOURCE.function).name;
   const json_ptr particulars(json_pack("{s:s, s:I, s:s}", "folder_id", folder_id, "file_size",
                                        static_cast<json_int_t>(info.alloc_size), "file_name", name.c_str()));
-  const text_ptr body(json_dumps(particulars.get(), JSON_COMPACT));
+  const c_string body(json_dumps(particulars.get(), JSON_COMPACT));
   if (!body) return tarvex::box::error_name();
   tarvex_dsi_rest_write_block_arg_t block = {.block_data = body.get(), .block_len = std::strlen(body.get())};
   const request call = {
-      .source = source,
+      .source = SOURCE,
       .method = "POST",
       .url = tarvex::box::upload_url({"/api/2.0/files/upload_sessions"}),
       .headers = {{"Content-Type", "application/json"},
@@ -64,14 +62,14 @@ tarvex_result_t tarvex_l_box_session_record(const tarvex_gfs_transfer_info_t& in
   if (!upload) return tarvex::box::error_memory();
   const tarvex_result_t parsed = tarvex_box_upload_session_parse(document, upload.get());
   if (parsed != TARVEX_SUCCESS) {
-    return error_generic(source, "Failed to parse session info!", tarvex_error_get(parsed));
+    return error_generic(SOURCE, "Failed to parse session info!", tarvex_error_get(parsed));
   }
   upload->name = strdup(info.pathname);
   upload->total_size = info.alloc_size;
   upload->part_array = json_array();
   tarvex::box::md5_begin(upload->md5_ctx);
   tarvex::box::sha1_begin(upload->sha1_ctx);
-  return upload->name != nullptr && upload->part_array != nullptr ? tarvex::box::success : tarvex::box::error_memory();
+  return upload->name != nullptr && upload->part_array != nullptr ? tarvex::box::SUCCESS : tarvex::box::error_memory();
 }
 
 tarvex_result_t tarvex_l_box_session_create(tarvex_box_session_t* box, const tarvex_gfs_transfer_info_t& info,
@@ -87,7 +85,7 @@ tarvex_result_t tarvex_l_box_session_create(tarvex_box_session_t* box, const tar
   result = tarvex_box_upload_state_update(&box->upload_state, upload.get(), upload->name);
   if (result != TARVEX_SUCCESS) {
     tarvex_result_release(result);
-    return error_generic(source, "Failed cache update!");
+    return error_generic(SOURCE, "Failed cache update!");
   }
   *out = upload.release();  // the table's now
   return TARVEX_SUCCESS;
@@ -96,6 +94,14 @@ tarvex_result_t tarvex_l_box_session_create(tarvex_box_session_t* box, const tar
 }  // namespace
 
 extern "C" {
+
+void tarvex_box_upload_session_free(tarvex_box_upload_session_t* info) {
+  if (info == nullptr) return;
+  std::free(info->id);
+  std::free(info->name);
+  json_decref(info->part_array);
+  std::free(info);
+}
 
 tarvex_result_t tarvex_box_upload_session_parse(json_t* json, tarvex_box_upload_session_t* info) {
   return tarvex::box::traced([&] { return tarvex_l_box_session_parse(json, info); });

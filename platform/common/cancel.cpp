@@ -2,6 +2,7 @@
 
 #include <sys/eventfd.h>
 #include <unistd.h>
+
 #include <atomic>
 #include <cerrno>
 #include <memory>

@@ -1,9 +1,9 @@
-#include "tarvex_common.h"
-
 #include "never_destroyed.h"
+#include "tarvex_common.h"
 
 #include <fcntl.h>
 #include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -19,7 +19,7 @@
 namespace tarvex::common {
 namespace {
 
-constexpr size_t max_levels = 32;
+constexpr size_t MAX_LEVELS = 32;
 
 /// What a value of the variable asks for.
 struct debug_settings {
@@ -44,10 +44,10 @@ class level_set {
  public:
   explicit level_set(std::string_view names) : names_(split(names, ' ')) {
     std::erase(names_, std::string_view());
-    names_.resize(std::min(names_.size(), max_levels));
+    names_.resize(std::min(names_.size(), MAX_LEVELS));
   }
 
-  unsigned all() const { return names_.size() == max_levels ? ~0u : (1u << names_.size()) - 1; }
+  unsigned all() const { return names_.size() == MAX_LEVELS ? ~0u : (1u << names_.size()) - 1; }
 
   /// Reads LEVELS. Bits beyond the named levels are dropped.
   std::optional<unsigned> parse(std::string_view text) const {

@@ -1,7 +1,7 @@
 #include "error.h"
 
 #include "object.h"
-#include "owning.h"
+#include "tarvex_common.hpp"
 
 #include <cstdarg>
 #include <cstring>
@@ -28,7 +28,7 @@ void release_generic_error(void* instance_data) {
   delete data;
 }
 
-using generic_error_ptr = std::unique_ptr<generic_error, handle_releaser<release_generic_error>>;
+using generic_error_ptr = owner<generic_error, release_generic_error>;
 
 void copy_generic_error(void* source, void** copy) {
   generic_error_ptr data(new (std::nothrow) generic_error(*static_cast<const generic_error*>(source)));
@@ -78,8 +78,8 @@ tarvex_object_t* out_of_memory_error() noexcept {
 
 }  // namespace tarvex::common
 
-using tarvex::common::c_string;
-using tarvex::common::object_ptr;
+using tarvex::c_string;
+using tarvex::object_ptr;
 
 extern "C" {
 

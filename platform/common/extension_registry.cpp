@@ -1,6 +1,5 @@
-#include "tarvex_common.h"
-
 #include "never_destroyed.h"
+#include "tarvex_common.h"
 
 #include <cerrno>
 #include <exception>

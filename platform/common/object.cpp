@@ -1,6 +1,6 @@
 #include "object.h"
 
-#include "owning.h"
+#include "tarvex_common.hpp"
 
 #include <new>
 #include <utility>
@@ -27,7 +27,7 @@ bool drops_last_reference(tarvex_object_t* object) {
 }  // namespace
 }  // namespace tarvex::common
 
-using tarvex::common::object_ptr;
+using tarvex::object_ptr;
 
 extern "C" {
 

@@ -15,20 +15,20 @@
 namespace tarvex::common {
 namespace {
 
-constexpr unsigned slot_bits = 20;
-constexpr uint32_t slot_mask = (uint32_t{1} << slot_bits) - 1;
-constexpr uint32_t slot_limit = slot_mask;  // the last slot stays unused: with it TARVEX_FAILURE could be a handle
-constexpr uint32_t generation_limit = (uint32_t{1} << (32 - slot_bits)) - 1;
-constexpr uint32_t first_slots = 256;
-constexpr uint32_t no_slot = slot_limit;
+constexpr unsigned SLOT_BITS = 20;
+constexpr uint32_t SLOT_MASK = (uint32_t{1} << SLOT_BITS) - 1;
+constexpr uint32_t SLOT_LIMIT = SLOT_MASK;  // the last slot stays unused: with it TARVEX_FAILURE could be a handle
+constexpr uint32_t GENERATION_LIMIT = (uint32_t{1} << (32 - SLOT_BITS)) - 1;
+constexpr uint32_t FIRST_SLOTS = 256;
+constexpr uint32_t NO_SLOT = SLOT_LIMIT;
 
 /// The handle of the out-of-memory error, which needs no slot: generation 0 is never given out.
-constexpr tarvex_result_t out_of_memory_result = 1;
+constexpr tarvex_result_t OUT_OF_MEMORY_RESULT = 1;
 
 struct slot {
   tarvex_object_t* error = nullptr;  // null: vacant
   uint32_t generation = 1;
-  uint32_t next_vacant = no_slot;
+  uint32_t next_vacant = NO_SLOT;
 };
 
 class result_table {
@@ -36,13 +36,13 @@ class result_table {
   /// Takes over the reference, unless it throws or there are too many results: then it returns success and takes none.
   tarvex_result_t put(tarvex_object_t* error) {
     const std::lock_guard lock(mutex_);
-    if (first_vacant_ == no_slot && !grow()) return TARVEX_SUCCESS;
+    if (first_vacant_ == NO_SLOT && !grow()) return TARVEX_SUCCESS;
     const uint32_t number = first_vacant_;
     slot& chosen = slots_[number];
-    first_vacant_ = std::exchange(chosen.next_vacant, no_slot);
-    if (first_vacant_ == no_slot) last_vacant_ = no_slot;
+    first_vacant_ = std::exchange(chosen.next_vacant, NO_SLOT);
+    if (first_vacant_ == NO_SLOT) last_vacant_ = NO_SLOT;
     chosen.error = error;
-    return chosen.generation << slot_bits | number;
+    return chosen.generation << SLOT_BITS | number;
   }
 
   /// Null for a handle that is not in use.
@@ -57,27 +57,27 @@ class result_table {
     const std::lock_guard lock(mutex_);
     slot* found = find(result);
     if (found == nullptr) return nullptr;
-    found->generation = found->generation % generation_limit + 1;
-    append_vacant(result & slot_mask);
+    found->generation = found->generation % GENERATION_LIMIT + 1;
+    append_vacant(result & SLOT_MASK);
     return std::exchange(found->error, nullptr);
   }
 
  private:
   slot* find(tarvex_result_t result) {
-    const uint32_t number = result & slot_mask;
+    const uint32_t number = result & SLOT_MASK;
     if (number >= slots_.size()) return nullptr;
     slot& candidate = slots_[number];
-    return candidate.error != nullptr && candidate.generation == result >> slot_bits ? &candidate : nullptr;
+    return candidate.error != nullptr && candidate.generation == result >> SLOT_BITS ? &candidate : nullptr;
   }
 
   void append_vacant(uint32_t number) {
-    uint32_t& link = last_vacant_ == no_slot ? first_vacant_ : slots_[last_vacant_].next_vacant;
+    uint32_t& link = last_vacant_ == NO_SLOT ? first_vacant_ : slots_[last_vacant_].next_vacant;
     link = last_vacant_ = number;
   }
 
   bool grow() {
     const auto old_size = static_cast<uint32_t>(slots_.size());
-    const uint32_t new_size = std::min(std::max(first_slots, old_size * 2), slot_limit);
+    const uint32_t new_size = std::min(std::max(FIRST_SLOTS, old_size * 2), SLOT_LIMIT);
     if (new_size == old_size) return false;
     slots_.resize(new_size);
     for (uint32_t number = old_size; number < new_size; ++number) append_vacant(number);
@@ -86,8 +86,8 @@ class result_table {
 
   std::mutex mutex_;  // guards all below
   std::vector<slot> slots_;
-  uint32_t first_vacant_ = no_slot;
-  uint32_t last_vacant_ = no_slot;
+  uint32_t first_vacant_ = NO_SLOT;
+  uint32_t last_vacant_ = NO_SLOT;
 };
 
 constinit never_destroyed<result_table> results;
@@ -101,25 +101,25 @@ tarvex_result_t put_or_fall_back(tarvex_object_t* error) {
   }
   if (result != TARVEX_SUCCESS) return result;
   tarvex_object_free(error);
-  return out_of_memory_result;
+  return OUT_OF_MEMORY_RESULT;
 }
 
 }  // namespace
 }  // namespace tarvex::common
 
-using tarvex::common::out_of_memory_result;
+using tarvex::common::OUT_OF_MEMORY_RESULT;
 using tarvex::common::results;
 
 extern "C" {
 
 tarvex_result_t tarvex_error_put(tarvex_object_t* error) {
-  if (error == nullptr || error == tarvex::common::out_of_memory_error()) return out_of_memory_result;
+  if (error == nullptr || error == tarvex::common::out_of_memory_error()) return OUT_OF_MEMORY_RESULT;
   return tarvex::common::put_or_fall_back(error);
 }
 
 tarvex_object_t* tarvex_error_peek(tarvex_result_t result) {
   if (result == TARVEX_SUCCESS) return nullptr;
-  if (result == out_of_memory_result) return tarvex::common::out_of_memory_error();
+  if (result == OUT_OF_MEMORY_RESULT) return tarvex::common::out_of_memory_error();
   tarvex_object_t* error = results.value.peek(result);
   return error == nullptr ? tarvex::common::failed_error() : error;
 }

@@ -1,6 +1,7 @@
 #include "tarvex_common.h"
 
 #include <poll.h>
+
 #include <cerrno>
 #include <cstdint>
 #include <ctime>
@@ -8,7 +9,7 @@
 
 namespace {
 
-constexpr long nanoseconds_per_second = 1'000'000'000;
+constexpr long NANOSECONDS_PER_SECOND = 1'000'000'000;
 
 timespec monotonic_now() {
   timespec now;
@@ -19,25 +20,25 @@ timespec monotonic_now() {
 /// `now` plus `duration`, or the last moment there is.
 timespec deadline_after(timespec now, const timespec& duration) {
   const long nanoseconds = now.tv_nsec + duration.tv_nsec;
-  const time_t carry = nanoseconds / nanoseconds_per_second;
+  const time_t carry = nanoseconds / NANOSECONDS_PER_SECOND;
   if (duration.tv_sec > std::numeric_limits<time_t>::max() - now.tv_sec - carry) {
     return {std::numeric_limits<time_t>::max(), 0};
   }
-  return {now.tv_sec + duration.tv_sec + carry, nanoseconds % nanoseconds_per_second};
+  return {now.tv_sec + duration.tv_sec + carry, nanoseconds % NANOSECONDS_PER_SECOND};
 }
 
 /// Time from `now` to `deadline`; negative seconds once it has passed.
 timespec time_left(const timespec& deadline, const timespec& now) {
   timespec left = {deadline.tv_sec - now.tv_sec, deadline.tv_nsec - now.tv_nsec};
   if (left.tv_nsec < 0) {
-    left.tv_nsec += nanoseconds_per_second;
+    left.tv_nsec += NANOSECONDS_PER_SECOND;
     --left.tv_sec;
   }
   return left;
 }
 
 bool valid(const timespec& duration) {
-  return duration.tv_sec >= 0 && duration.tv_nsec >= 0 && duration.tv_nsec < nanoseconds_per_second;
+  return duration.tv_sec >= 0 && duration.tv_nsec >= 0 && duration.tv_nsec < NANOSECONDS_PER_SECOND;
 }
 
 }  // namespace

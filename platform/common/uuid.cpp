@@ -1,6 +1,7 @@
 #include "tarvex_common.h"
 
 #include <uuid/uuid.h>
+
 #include <cerrno>
 
 extern "C" int tarvex_uuid_create(tarvex_uuid_t* uuid) {

@@ -1,7 +1,8 @@
 #include "body.h"
 #include "error.h"
-#include "handles.h"
 #include "request_headers.h"
+
+#include <jansson.h>
 
 #include <memory>
 #include <utility>
@@ -9,13 +10,13 @@
 namespace tarvex::rest {
 namespace {
 
-constexpr std::size_t json_limit_bytes = std::size_t{64} << 20;
+constexpr std::size_t JSON_LIMIT_BYTES = std::size_t{64} << 20;
 
 body_sink make_json_sink(json_t** document) {
   auto text = std::make_shared<std::string>();
   body_sink sink;
   sink.push = [text](std::span<const char> piece, bool&) {
-    if (piece.size() > json_limit_bytes - text->size()) {
+    if (piece.size() > JSON_LIMIT_BYTES - text->size()) {
       return fail(attempt::useless, "The server's answer is too long for a JSON document (more than 64 MiB).");
     }
     text->append(piece.data(), piece.size());

@@ -1,6 +1,8 @@
 #include "body.h"
 #include "error.h"
-#include "handles.h"
+#include "tarvex_common.hpp"
+
+#include <jansson.h>
 
 #include <algorithm>
 #include <cstring>

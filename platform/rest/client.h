@@ -1,10 +1,7 @@
 #pragma once
 
+#include "curl_handles.h"
 #include "tarvex_common.h"
-
-#include "handles.h"
-
-#include <string>
 
 namespace tarvex::rest {
 
@@ -33,8 +30,5 @@ class client_lease {
  private:
   client* client_ = nullptr;
 };
-
-/// File with the certificate authorities to trust; empty: the system's.
-[[nodiscard]] const std::string& certificate_authorities_file() noexcept;
 
 }  // namespace tarvex::rest

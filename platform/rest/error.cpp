@@ -1,8 +1,7 @@
 #include "error.h"
 
+#include "tarvex_common.hpp"
 #include "tarvex_dsi_rest.h"
-
-#include "handles.h"
 
 #include <algorithm>
 #include <cstdarg>
@@ -37,7 +36,7 @@ char* client_error_print(tarvex_object_t* error) {
   return strdup(data == nullptr ? "" : data->message.c_str());
 }
 
-const tarvex_object_type_t client_error_type = {
+const tarvex_object_type_t CLIENT_ERROR_TYPE = {
     .parent_type = &TARVEX_ERROR_TYPE_BASE_DEFINITION,
     .copy_func = client_error_copy,
     .destructor = client_error_release,
@@ -46,7 +45,7 @@ const tarvex_object_type_t client_error_type = {
 
 tarvex_result_t put_error(attempt another, std::string message) {
   auto data = std::make_unique<client_error>(client_error{std::move(message), another});
-  tarvex_object_t* const error = tarvex_object_construct(&client_error_type);
+  tarvex_object_t* const error = tarvex_object_construct(&CLIENT_ERROR_TYPE);
   if (error != nullptr) tarvex_object_set_instance_data(error, data.release());
   return tarvex_error_put(error);
 }
@@ -62,7 +61,7 @@ struct transport_row {
 };
 
 /// What libcurl reports, and what it means here. The last row stands for everything else.
-constexpr transport_row transport_rows[] = {
+constexpr transport_row TRANSPORT_ROWS[] = {
     {CURLE_COULDNT_RESOLVE_HOST, attempt::may_help, detail_source::none, "The server's name did not resolve"},
     {CURLE_COULDNT_RESOLVE_PROXY, attempt::may_help, detail_source::none, "The proxy's name did not resolve"},
     {CURLE_COULDNT_CONNECT, attempt::may_help, detail_source::system, "The server did not answer"},
@@ -87,8 +86,8 @@ constexpr transport_row transport_rows[] = {
 };
 
 const transport_row& find_row(CURLcode code) {
-  const auto* const last = std::end(transport_rows) - 1;
-  return *std::find_if(std::begin(transport_rows), last, [code](const auto& row) { return row.code == code; });
+  const auto* const last = std::end(TRANSPORT_ROWS) - 1;
+  return *std::find_if(std::begin(TRANSPORT_ROWS), last, [code](const auto& row) { return row.code == code; });
 }
 
 std::string describe(const transport_row& row, long system_errno, const char* detail) {
@@ -126,7 +125,7 @@ tarvex_result_t fail_transport(CURLcode code, const std::string& peer, long syst
 
 bool may_help(tarvex_result_t result) noexcept {
   const tarvex_object_t* const error = tarvex_error_peek(result);
-  if (tarvex_object_get_type(error) != &client_error_type) return false;
+  if (tarvex_object_get_type(error) != &CLIENT_ERROR_TYPE) return false;
   const auto* data = static_cast<const client_error*>(tarvex_object_get_instance_data(error));
   return data != nullptr && data->another == attempt::may_help;
 }

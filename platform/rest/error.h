@@ -3,6 +3,7 @@
 #include "tarvex_common.h"
 
 #include <curl/curl.h>
+
 #include <new>
 #include <string>
 

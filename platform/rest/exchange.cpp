@@ -1,6 +1,7 @@
 #include "exchange.h"
 
 #include "error.h"
+#include "module.h"
 
 #include <algorithm>
 #include <cinttypes>
@@ -10,11 +11,11 @@
 namespace tarvex::rest {
 namespace {
 
-constexpr int poll_ms = 200;
-constexpr auto report_interval = std::chrono::milliseconds(100);
-constexpr long connect_timeout_seconds = 30;
-constexpr long receive_buffer_bytes = 512L << 10;
-constexpr long send_buffer_bytes = 512L << 10;
+constexpr int POLL_MS = 200;
+constexpr auto REPORT_INTERVAL = std::chrono::milliseconds(100);
+constexpr long CONNECT_TIMEOUT_SECONDS = 30;
+constexpr long RECEIVE_BUFFER_BYTES = 512L << 10;
+constexpr long SEND_BUFFER_BYTES = 512L << 10;
 
 /// Sets libcurl options one after the other; the first failure stays.
 class option_setter {
@@ -108,10 +109,10 @@ CURLcode exchange::set_options(const char* method, const target& where, const re
       .set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2))
       .set(CURLOPT_SSL_VERIFYPEER, 1L)
       .set(CURLOPT_SSL_VERIFYHOST, 2L)
-      .set(CURLOPT_CONNECTTIMEOUT, connect_timeout_seconds)
+      .set(CURLOPT_CONNECTTIMEOUT, CONNECT_TIMEOUT_SECONDS)
       .set(CURLOPT_TCP_KEEPALIVE, 1L)
-      .set(CURLOPT_BUFFERSIZE, receive_buffer_bytes)
-      .set(CURLOPT_UPLOAD_BUFFERSIZE, send_buffer_bytes)
+      .set(CURLOPT_BUFFERSIZE, RECEIVE_BUFFER_BYTES)
+      .set(CURLOPT_UPLOAD_BUFFERSIZE, SEND_BUFFER_BYTES)
       .set(CURLOPT_URL, where.url.c_str())
       .set(CURLOPT_HTTPHEADER, headers.list());
   if (const std::string& file = certificate_authorities_file(); !file.empty()) {
@@ -214,7 +215,7 @@ tarvex_result_t exchange::report_progress() {
     moved_ = moved;
     last_moved_ = now;
   }
-  if (callbacks_.progress_callback == nullptr || now - last_report_ < report_interval) return TARVEX_SUCCESS;
+  if (callbacks_.progress_callback == nullptr || now - last_report_ < REPORT_INTERVAL) return TARVEX_SUCCESS;
   last_report_ = now;
   const auto idle = std::chrono::duration_cast<std::chrono::milliseconds>(now - last_moved_);
   return callbacks_.progress_callback(callbacks_.progress_callback_arg, sent, received_,
@@ -230,7 +231,7 @@ tarvex_result_t exchange::drive_once(bool& running) {
   if (const tarvex_result_t result = sink_.idle(); result != TARVEX_SUCCESS) return result;
   if (const tarvex_result_t result = report_progress(); result != TARVEX_SUCCESS) return result;
   curl_waitfd cancelled = {.fd = tarvex_cancel_fd(), .events = CURL_WAIT_POLLIN, .revents = 0};
-  (void)curl_multi_poll(multi_, &cancelled, cancelled.fd < 0 ? 0U : 1U, poll_ms, nullptr);  // a failure shows above
+  (void)curl_multi_poll(multi_, &cancelled, cancelled.fd < 0 ? 0U : 1U, POLL_MS, nullptr);  // a failure shows above
   return TARVEX_SUCCESS;
 }
 

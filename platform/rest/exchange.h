@@ -2,6 +2,7 @@
 
 #include "body.h"
 #include "client.h"
+#include "first_failure.h"
 #include "request_headers.h"
 #include "url.h"
 

@@ -1,7 +1,7 @@
 #include "body.h"
 #include "error.h"
+#include "first_failure.h"
 #include "gridftp_buffers.h"
-#include "handles.h"
 
 #include <algorithm>
 #include <array>
@@ -17,11 +17,11 @@ namespace {
 /// First byte of the part that a 206 answer carries, from "Content-Range: bytes FIRST-LAST/SIZE" (RFC 9110 section
 /// 14.4); nothing when the header is missing or has another form.
 std::optional<std::int64_t> content_range_start(const char* value) {
-  constexpr std::string_view unit = "bytes ";
+  constexpr std::string_view UNIT = "bytes ";
   const std::string_view range = value == nullptr ? "" : value;
-  if (!range.starts_with(unit)) return std::nullopt;
+  if (!range.starts_with(UNIT)) return std::nullopt;
   std::int64_t first = -1;
-  const auto [end, error] = std::from_chars(range.data() + unit.size(), range.data() + range.size(), first);
+  const auto [end, error] = std::from_chars(range.data() + UNIT.size(), range.data() + range.size(), first);
   if (error != std::errc() || end == range.data() + range.size() || *end != '-') return std::nullopt;
   return first;
 }
@@ -106,11 +106,11 @@ class gridftp_writer {
       if (filled_ == 0) {
         if (const tarvex_result_t result = wait_for_buffer(); result != TARVEX_SUCCESS) return result;
       }
-      const std::size_t amount = std::min(piece.size(), gridftp_buffer_bytes - filled_);
+      const std::size_t amount = std::min(piece.size(), GRIDFTP_BUFFER_BYTES - filled_);
       std::memcpy(current().data.get() + filled_, piece.data(), amount);
       filled_ += amount;
       piece = piece.subspan(amount);
-      if (filled_ < gridftp_buffer_bytes) continue;
+      if (filled_ < GRIDFTP_BUFFER_BYTES) continue;
       if (const tarvex_result_t result = submit(); result != TARVEX_SUCCESS) return result;
     }
     return TARVEX_SUCCESS;
@@ -122,7 +122,7 @@ class gridftp_writer {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return failure_ || submitted_ - completed_ < slots_.size(); });
     if (failure_) return failure_.take();
-    if (!current().data) current().data = std::make_unique_for_overwrite<unsigned char[]>(gridftp_buffer_bytes);
+    if (!current().data) current().data = std::make_unique_for_overwrite<unsigned char[]>(GRIDFTP_BUFFER_BYTES);
     return TARVEX_SUCCESS;
   }
 
@@ -158,7 +158,7 @@ class gridftp_writer {
   std::uint64_t skip_bytes_ = 0;  ///< of the body, before the range begins
   bool dropping_ = false;
 
-  std::array<slot, gridftp_buffer_count> slots_;
+  std::array<slot, GRIDFTP_BUFFER_COUNT> slots_;
   std::mutex mutex_;  ///< guards what follows
   std::condition_variable changed_;
   std::uint64_t submitted_ = 0;  ///< writes; changed by the requesting thread alone
@@ -167,13 +167,6 @@ class gridftp_writer {
 };
 
 }  // namespace
-
-tarvex_result_t check_gridftp_range(const tarvex_dsi_rest_gridftp_op_arg_t& argument) {
-  if (argument.offset >= 0 && argument.length >= -1 && argument.length <= INT64_MAX - argument.offset) {
-    return TARVEX_SUCCESS;
-  }
-  return fail(attempt::useless, "The operation's range is not one of a file.");
-}
 
 tarvex_result_t make_gridftp_sink(tarvex_dsi_rest_gridftp_op_arg_t& argument, std::optional<std::int64_t> asked_start,
                                   body_sink& sink) {

@@ -1,7 +1,7 @@
 #include "body.h"
 #include "error.h"
+#include "first_failure.h"
 #include "gridftp_buffers.h"
-#include "handles.h"
 
 #include <algorithm>
 #include <array>
@@ -72,10 +72,10 @@ class gridftp_reader : public std::enable_shared_from_this<gridftp_reader> {
   /// they were said to end.
   std::optional<std::size_t> next_read() const {
     if (over_ || failure_ || refusal_ || probed_ || registered_ - taken_ == slots_.size()) return std::nullopt;
-    if (!length_) return gridftp_buffer_bytes;
+    if (!length_) return GRIDFTP_BUFFER_BYTES;
     const std::uint64_t left = *length_ - received_ - outstanding_;
     if (left == 0 && received_ != *length_) return std::nullopt;  // a short read may leave more to ask for
-    return std::min<std::uint64_t>(left, gridftp_buffer_bytes);
+    return std::min<std::uint64_t>(left, GRIDFTP_BUFFER_BYTES);
   }
 
   slot* prepare_read() {
@@ -83,7 +83,7 @@ class gridftp_reader : public std::enable_shared_from_this<gridftp_reader> {
     const std::optional<std::size_t> asked = next_read();
     if (!asked) return nullptr;
     slot& read = slot_of(registered_);
-    if (!read.data) read.data = std::make_unique_for_overwrite<unsigned char[]>(gridftp_buffer_bytes);
+    if (!read.data) read.data = std::make_unique_for_overwrite<unsigned char[]>(GRIDFTP_BUFFER_BYTES);
     read.asked = *asked;
     read.filled = read.taken = 0;
     read.done = false;
@@ -150,7 +150,7 @@ class gridftp_reader : public std::enable_shared_from_this<gridftp_reader> {
 
   std::mutex mutex_;  ///< guards everything below, except a slot that the server has
   std::condition_variable changed_;
-  std::array<slot, gridftp_buffer_count> slots_;
+  std::array<slot, GRIDFTP_BUFFER_COUNT> slots_;
   std::uint64_t registered_ = 0;
   std::uint64_t taken_ = 0;
   unsigned in_flight_ = 0;         ///< reads that the server has

@@ -1,8 +1,7 @@
-#include "tarvex_dsi_rest.h"
-
 #include "client.h"
 #include "error.h"
 #include "exchange.h"
+#include "tarvex_dsi_rest.h"
 
 namespace tarvex::rest {
 namespace {
@@ -46,8 +45,8 @@ tarvex_result_t tarvex_dsi_rest_request(const char* method, const char* uri,
                                         const tarvex_dsi_rest_key_array_t* headers,
                                         const tarvex_dsi_rest_callbacks_t* callbacks) {
   namespace rest = tarvex::rest;
-  static constexpr tarvex_dsi_rest_callbacks_t no_callbacks = {};
-  const tarvex_dsi_rest_callbacks_t& called = callbacks == nullptr ? no_callbacks : *callbacks;
+  static constexpr tarvex_dsi_rest_callbacks_t NO_CALLBACKS = {};
+  const tarvex_dsi_rest_callbacks_t& called = callbacks == nullptr ? NO_CALLBACKS : *callbacks;
   rest::clear_record(rest::stock_record(called));
   const tarvex_result_t result =
       rest::guarded([&] { return rest::perform(method, uri, query_parameters, headers, called); });

@@ -4,6 +4,7 @@
 #include "key_array.h"
 
 #include <strings.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstring>
@@ -11,7 +12,7 @@
 namespace tarvex::rest {
 namespace {
 
-constexpr std::size_t boundary_limit = 70;  // RFC 2046 section 5.1.1
+constexpr std::size_t BOUNDARY_LIMIT = 70;  // RFC 2046 section 5.1.1
 
 bool is_alphanumeric(char byte) noexcept {
   return (byte >= '0' && byte <= '9') || (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
@@ -72,9 +73,10 @@ const char* find_header(const tarvex_dsi_rest_key_array_t* headers, const char* 
 }
 
 tarvex_result_t request_headers::append(const std::string& line) {
-  curl_slist* const longer = curl_slist_append(list_, line.c_str());
+  curl_slist* const longer = curl_slist_append(list_.get(), line.c_str());
   if (longer == nullptr) return out_of_memory();
-  list_ = longer;
+  (void)list_.release();  // the longer list begins with it
+  list_.reset(longer);
   return TARVEX_SUCCESS;
 }
 
@@ -109,26 +111,26 @@ tarvex_result_t request_headers::assign(const tarvex_dsi_rest_key_array_t* heade
 }
 
 std::optional<std::int64_t> range_start(const char* value) noexcept {
-  constexpr std::string_view unit = "bytes=";
+  constexpr std::string_view UNIT = "bytes=";
   if (value == nullptr) return std::nullopt;
   const std::string_view range = trim(value);
   const std::size_t hyphen = range.find('-');
-  if (!range.starts_with(unit) || hyphen == std::string_view::npos || hyphen <= unit.size()) return std::nullopt;
+  if (!range.starts_with(UNIT) || hyphen == std::string_view::npos || hyphen <= UNIT.size()) return std::nullopt;
   if (range.find(',') != std::string_view::npos) return std::nullopt;
-  return parse_number<std::int64_t>(range.substr(unit.size(), hyphen - unit.size()));
+  return parse_number<std::int64_t>(range.substr(UNIT.size(), hyphen - UNIT.size()));
 }
 
 std::string multipart_boundary(const char* content_type) {
-  constexpr std::string_view key = "boundary=";
+  constexpr std::string_view KEY = "boundary=";
   std::string_view rest = content_type == nullptr ? "" : content_type;
   if (strncasecmp(rest.data(), "multipart/", 10) != 0) return {};
   while (!rest.empty()) {
     const std::size_t semicolon = rest.find(';');
     rest = semicolon == std::string_view::npos ? std::string_view() : trim(rest.substr(semicolon + 1));
-    if (rest.size() < key.size() || strncasecmp(rest.data(), key.data(), key.size()) != 0) continue;
-    std::string_view value = rest.substr(key.size());
+    if (rest.size() < KEY.size() || strncasecmp(rest.data(), KEY.data(), KEY.size()) != 0) continue;
+    std::string_view value = rest.substr(KEY.size());
     value = value.starts_with('"') ? value.substr(1, value.find('"', 1) - 1) : trim(value.substr(0, value.find(';')));
-    if (value.size() > boundary_limit || !consists_of(value, "'()+_,-./:=? ") || value.back() == ' ') return {};
+    if (value.size() > BOUNDARY_LIMIT || !consists_of(value, "'()+_,-./:=? ") || value.back() == ' ') return {};
     return std::string(value);
   }
   return {};

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "curl_handles.h"
 #include "tarvex_dsi_rest.h"
 
 #include <curl/curl.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -23,16 +25,11 @@ namespace tarvex::rest {
 /// The request's headers as libcurl takes them, and what the client itself has to know of them.
 class request_headers {
  public:
-  request_headers() = default;
-  request_headers(const request_headers&) = delete;
-  request_headers& operator=(const request_headers&) = delete;
-  ~request_headers() { curl_slist_free_all(list_); }
-
   /// Checks the headers and takes them in their order. A null value is as if the pair were absent; an empty one
   /// suppresses the header wherever it stands in the list.
   [[nodiscard]] tarvex_result_t assign(const tarvex_dsi_rest_key_array_t* headers);
 
-  [[nodiscard]] curl_slist* list() const noexcept { return list_; }
+  [[nodiscard]] curl_slist* list() const noexcept { return list_.get(); }
 
   std::optional<std::uint64_t> content_length;  ///< as the caller gave it
   bool length_suppressed = false;               ///< no Content-Length is to be sent
@@ -44,7 +41,7 @@ class request_headers {
   [[nodiscard]] tarvex_result_t append_pair(const tarvex_dsi_rest_key_value_t& pair);
   [[nodiscard]] tarvex_result_t note_framing(const tarvex_dsi_rest_key_value_t& pair);
 
-  curl_slist* list_ = nullptr;
+  list_ptr list_;
 };
 
 /// First byte of a "Range: bytes=FIRST-..." header (RFC 9110 section 14.2); nothing for every other value.

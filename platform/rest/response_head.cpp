@@ -7,13 +7,13 @@
 namespace tarvex::rest {
 namespace {
 
-constexpr std::size_t head_limit_bytes = 256 << 10;
+constexpr std::size_t HEAD_LIMIT_BYTES = 256 << 10;
 
 std::string_view trim(std::string_view text) noexcept {
-  constexpr std::string_view blanks = " \t\r\n";
-  const std::size_t first = text.find_first_not_of(blanks);
+  constexpr std::string_view BLANKS = " \t\r\n";
+  const std::size_t first = text.find_first_not_of(BLANKS);
   if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+  return text.substr(first, text.find_last_not_of(BLANKS) - first + 1);
 }
 
 }  // namespace
@@ -31,7 +31,7 @@ void response_head::add_header(std::string_view line) {
 tarvex_result_t response_head::add_line(std::string_view line, int status) {
   if (complete_) return TARVEX_SUCCESS;  // a trailer
   size_bytes_ += line.size();
-  if (size_bytes_ > head_limit_bytes) return fail(attempt::useless, "The headers of the server's answer are too long.");
+  if (size_bytes_ > HEAD_LIMIT_BYTES) return fail(attempt::useless, "The headers of the server's answer are too long.");
   if (line.starts_with("HTTP/")) {
     lines_.clear();
   } else if (!trim(line).empty()) {

@@ -1,9 +1,9 @@
-#include "tarvex_dsi_rest.h"
-
 #include "error.h"
 #include "key_array.h"
+#include "tarvex_dsi_rest.h"
 
 #include <strings.h>
+
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>

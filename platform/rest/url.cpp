@@ -1,7 +1,7 @@
 #include "url.h"
 
+#include "curl_handles.h"
 #include "error.h"
-#include "handles.h"
 #include "key_array.h"
 
 #include <algorithm>

@@ -21,6 +21,10 @@ void note_batch(Framework& framework, tarvex_gridftp_server_control_stat_t* entr
 void Framework::complete(tarvex_result_t result) {
   ++completions;
   reply_code = tarvex_gfs_ftp_response_error_code(tarvex_error_peek(result));
+  const char *file = nullptr, *function = nullptr;
+  if (tarvex_error_get_source(tarvex_error_peek(result), &file, &function, &line) && file != nullptr) {
+    source = std::string(file) + ":" + function;
+  }
   error = text_of(result);
 }
 

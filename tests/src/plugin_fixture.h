@@ -29,6 +29,8 @@ struct Framework {
   int completions = 0;
   std::string error;  ///< text of the completion's error; empty: success
   int reply_code = 0;
+  std::string source;           ///< "FILE:FUNCTION" of a generic error
+  int line = 0;                 ///< in that file
   std::string text = "(null)";  ///< of the command's completion, or the home directory
   void* session = nullptr;
   std::string checksums;

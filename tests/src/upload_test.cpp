@@ -1,5 +1,8 @@
 #include "plugin_fixture.h"
 
+#include <fstream>
+#include <functional>
+
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -183,6 +186,47 @@ TEST_F(UploadTest, ContinuesAtAPart) {
   // The part list went with the commit: there is nothing to continue any more.
   next().write_range = {8, -1};
   EXPECT_EQ(recv("/n", 10, false), "MULTI_PART_UPLOAD_NOT_FOUND");
+}
+
+TEST_F(UploadTest, GenericErrorsSayWhereTheyArise) {
+  const auto make = [this](const char*) { return command(TARVEX_GFS_CMD_MKD, "/new"); };
+  const auto move = [this](const char*) { return command(TARVEX_GFS_CMD_RNTO, "/g", "/f"); };
+  const auto remove = [this](const char*) { return command(TARVEX_GFS_CMD_DELE, "/d"); };
+  const auto sum = [this](const char*) { return cksm("SHA1", "/f"); };
+  const auto small = [this](const char*) { return recv("/n", 1); };
+  const auto large = [this](const char* what) {
+    framework.blocks = {{"0123", true}};
+    return recv(what, 10);
+  };
+  const Answer single = session_answer(R"({"id":"S","part_size":4,"total_parts":1})");
+  const struct {
+    const char* source;
+    Row row;
+    std::function<std::string(const char*)> call;
+  } rows[] = {
+      {"delete.cpp:tarvex_i_box_delete_object", {"", {}, "Path is a folder."}, remove},
+      {"mkdir.cpp:tarvex_i_box_mkdir", {"", {code(201, "{}")}, "Failed info_parse!"}, make},
+      {"rename.cpp:tarvex_i_box_rename", {"", {code(200, "[]")}, "Failed info_parse!"}, move},
+      {"cksm.cpp:tarvex_i_box_cksm", {"", {code(302)}, "Box named no download address"}, sum},
+      {"recv_small.cpp:tarvex_i_box_recv_small", {"", {code(201)}, "No metadata response"}, small},
+      {"upload_session.cpp:tarvex_i_box_create_upload_session",
+       {"/1", {session_answer("{\"total_parts\":0}")}, "Failed to parse session"},
+       large},
+      {"upload_parts.cpp:tarvex_i_box_upload_parts", {"/2", {single, code(200, "{}")}, "invalid part upload"}, large},
+      {"commit_upload.cpp:tarvex_i_box_commit_upload",
+       {"/3", {single, part_answer(1), code(201)}, "No metadata"},
+       large},
+  };
+  for (const auto& [source, row, call] : rows) {
+    expect_rows({row}, call);
+    EXPECT_EQ(framework.source, source);
+    std::ifstream file(std::string(SOURCE_DIRECTORY "/") + framework.source.substr(0, framework.source.find(':')));
+    std::string text, statement;  // the line that the error names, and the next: a call may go on there
+    for (int number = 1; number < framework.line + 2 && std::getline(file, text); ++number) {
+      if (number >= framework.line) statement += text;
+    }
+    EXPECT_THAT(statement, HasSubstr("SOURCE"));
+  }
 }
 
 }  // namespace

@@ -3,15 +3,22 @@
 /// of tarvex_common. Header only; who uses nothing but handles and descriptors need not link the library.
 #pragma once
 
+#include "tarvex_common.h"
+
 #include <unistd.h>
 
 #include <cstdlib>
 #include <memory>
 #include <utility>
 
-#include "tarvex_common.h"
-
 namespace tarvex {
+
+#ifdef TARVEX_VERSION_MAJOR
+/// The project's version, for module descriptors. The build gives it to whoever links tarvex_common; TARVEX_VERSION is
+/// the same as text.
+inline constexpr tarvex_version_t PROJECT_VERSION = {
+    .major = TARVEX_VERSION_MAJOR, .minor = TARVEX_VERSION_MINOR, .timestamp = 0, .branch_id = 0};
+#endif
 
 /// Releases a C library's handle through that library's own function, for std::unique_ptr.
 template <auto release>

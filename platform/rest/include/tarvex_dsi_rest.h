@@ -9,12 +9,12 @@
 /// Nothing here writes header values or bodies to a log.
 #pragma once
 
+#include "tarvex_common.h"
+#include "tarvex_gridftp_server.h"
+
 #include <stdbool.h>
 #include <stddef.h>
 #include <stdint.h>
-
-#include "tarvex_common.h"
-#include "tarvex_gridftp_server.h"
 
 #ifdef __cplusplus
 extern "C" {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/time.h>
+
 #include <cerrno>
 #include <chrono>
 #include <csignal>

@@ -1,6 +1,7 @@
 #include "tarvex_common.h"
 
 #include <gtest/gtest.h>
+
 #include <cerrno>
 #include <string>
 #include <vector>

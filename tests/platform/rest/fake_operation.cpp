@@ -1,10 +1,10 @@
 #include "fake_operation.h"
 
+#include "http_fixture.h"
+
 #include <algorithm>
 #include <cstring>
 #include <utility>
-
-#include "http_fixture.h"
 
 tarvex_gfs_operation_s::tarvex_gfs_operation_s() : io_thread_([this] { complete_all(); }) {}
 

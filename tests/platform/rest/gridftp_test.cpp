@@ -1,10 +1,10 @@
 #include "fake_operation.h"
+#include "http_fixture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <optional>
-
-#include "gmock/gmock.h"
-#include "gtest/gtest.h"
-#include "http_fixture.h"
 
 namespace {
 

@@ -1,13 +1,13 @@
 #include "http_fixture.h"
 
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
-
-#include "gtest/gtest.h"
 
 namespace {
 

@@ -1,12 +1,13 @@
+#include "http_fixture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <jansson.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-
-#include "gmock/gmock.h"
-#include "gtest/gtest.h"
-#include "http_fixture.h"
 
 namespace {
 

@@ -1,12 +1,13 @@
+#include "http_fixture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
-
-#include "gmock/gmock.h"
-#include "gtest/gtest.h"
-#include "http_fixture.h"
 
 namespace {
 

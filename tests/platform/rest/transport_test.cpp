@@ -1,9 +1,10 @@
+#include "http_fixture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <thread>
-
-#include "gmock/gmock.h"
-#include "gtest/gtest.h"
-#include "http_fixture.h"
 
 namespace {
 

@@ -14,17 +14,17 @@ static_assert(sizeof(tarvex_box_upload_state_shared_s) == 4440 &&
 namespace {
 
 /// What is mapped while the file is made, and, on purpose, all that is unmapped at the end.
-constexpr size_t probe_size = 16;
+constexpr size_t PROBE_SIZE = 16;
 
-constexpr tarvex::box::shared_file_kind state_file = {
-    .size = sizeof(tarvex_box_upload_state_shared_s), .prepared_size = probe_size, .prepare = nullptr};
+constexpr tarvex::box::shared_file_kind STATE_FILE = {
+    .size = sizeof(tarvex_box_upload_state_shared_s), .prepared_size = PROBE_SIZE, .prepare = nullptr};
 
 }  // namespace
 
 extern "C" {
 
 void tarvex_i_box_upload_state_create(const char* name, tarvex_box_upload_state_t* upload_state) {
-  const tarvex::box::shared_file file = tarvex::box::shared_file_open(tarvex_i_box_upload_path, name, state_file);
+  const tarvex::box::shared_file file = tarvex::box::shared_file_open(tarvex_i_box_upload_path, name, STATE_FILE);
   *upload_state = {.is = true, .fd = file.fd, .shared = static_cast<tarvex_box_upload_state_shared_s*>(file.start)};
 }
 
@@ -38,7 +38,7 @@ tarvex_result_t tarvex_i_box_upload_state_unlock(tarvex_box_upload_state_t* uplo
 
 void tarvex_i_box_upload_state_destroy(tarvex_box_upload_state_t* upload_state) {
   tarvex::box::shared_file file = {.fd = upload_state->fd, .start = upload_state->shared};
-  tarvex::box::shared_file_close(file, probe_size);
+  tarvex::box::shared_file_close(file, PROBE_SIZE);
   upload_state->fd = file.fd;
   upload_state->shared = nullptr;
 }

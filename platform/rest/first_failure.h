@@ -2,29 +2,9 @@
 
 #include "tarvex_common.h"
 
-#include <curl/curl.h>
-#include <jansson.h>
-#include <cstdlib>
-#include <memory>
 #include <utility>
 
 namespace tarvex::rest {
-
-/// Releases a handle through the function that belongs to it.
-template <auto release>
-struct handle_releaser {
-  template <typename T>
-  void operator()(T* handle) const noexcept {
-    release(handle);
-  }
-};
-
-using easy_ptr = std::unique_ptr<CURL, handle_releaser<curl_easy_cleanup>>;
-using multi_ptr = std::unique_ptr<CURLM, handle_releaser<curl_multi_cleanup>>;
-using url_ptr = std::unique_ptr<CURLU, handle_releaser<curl_url_cleanup>>;
-using curl_string = std::unique_ptr<char, handle_releaser<curl_free>>;
-using json_ptr = std::unique_ptr<json_t, handle_releaser<json_decref>>;
-using c_string = std::unique_ptr<char, handle_releaser<std::free>>;
 
 /// Keeps the first failure of several and releases those that follow from it.
 class first_failure {
