@@ -1,9 +1,9 @@
 #include "options.h"
 
-#include <CLI/CLI.hpp>
-
 #include "control/control.h"
-#include "control/faults.h"
+#include "traffic/fault.h"
+
+#include <CLI/CLI.hpp>
 
 namespace tarvex::emulator {
 namespace {

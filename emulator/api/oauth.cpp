@@ -17,6 +17,7 @@ problem oauth_problem(std::string_view error, std::string_view description) {
   return {response_json(400, body.get())};
 }
 
+/// The form, and client id and secret from an Authorization header, where RFC 6749 (2.3.1) allows them, too.
 pair_list read_form(call& of) {
   pair_list form = form_pairs(of.body_text(MAX_FORM_BYTES));
   const auto basic = of.in.header("Authorization");

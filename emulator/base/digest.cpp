@@ -38,6 +38,7 @@ void sha1_digest::update(std::string_view bytes) {
 }
 
 std::string sha1_digest::value() const {
+  // Finishing ends a digest for OpenSSL, so the copy is finished and this one can go on.
   const sha1_digest copy(*this);
   std::string bytes(SHA_DIGEST_LENGTH, '\0');
   check(EVP_DigestFinal_ex(copy.context_.get(), reinterpret_cast<unsigned char*>(bytes.data()), nullptr));

@@ -65,6 +65,7 @@ std::string name_folded(std::string_view utf8) {
   while (!utf8.empty()) {
     const auto [character, length] = decode(utf8);
     utf8.remove_prefix(length);
+    // By way of the upper case, since some letters share it: a final sigma folds like any other one.
     const auto upper = towupper_l(static_cast<wint_t>(character), unicode_locale());
     encode(static_cast<char32_t>(towlower_l(upper, unicode_locale())), folded);
   }

@@ -1,11 +1,11 @@
 #include "base/settings.h"
 
+#include "base/json.h"
+#include "base/text.h"
+
 #include <algorithm>
 #include <sstream>
 #include <variant>
-
-#include "base/json.h"
-#include "base/text.h"
 
 namespace tarvex::emulator {
 namespace {

@@ -1,10 +1,10 @@
 #include "http/connection.h"
 
+#include "http/request_reader.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
-
-#include "http/request_reader.h"
 
 namespace tarvex::emulator {
 namespace {
@@ -49,6 +49,7 @@ bool send_body(transport& client, const response& answer) {
     if (at > 0 && answer.how.piece_delay_ms > 0 && !client.pause(answer.how.piece_delay_ms)) return false;
     if (!send_piece(client, answer, at, std::min(step, end - at))) return false;
   }
+  // A cut body ends with its connection even when the cut lies at the very end: the client must not take it for whole.
   if (answer.how.cut_after) return false;
   return !answer.how.chunked || client.write("0\r\n\r\n", false);
 }
@@ -58,6 +59,7 @@ bool send(transport& client, const response& answer, bool with_body, bool keep) 
   if (answer.how.delay_ms > 0 && !client.pause(answer.how.delay_ms)) return false;
   if (answer.how.drop) return false;
   std::string head = head_text(answer, keep);
+  // Head and body in one packet where nothing asks for less.
   const bool at_once = with_body && !answer.file && !answer.how.chunked && answer.how.piece_bytes == 0 &&
                        !answer.how.cut_after && answer.body.size() < 65536;
   if (at_once) return client.write(head + answer.body, false);
@@ -89,6 +91,8 @@ void connection_serve(transport& client, connection_facts facts, const request_h
     current.secure = facts.secure;
     current.loopback = facts.loopback;
     const response answer = handler(current);
+    // The rest of a body is read off before the answer: a client that is still sending may read nothing before it is
+    // done, and closing on unread bytes would reset the connection and lose the answer.
     const bool keep = !answer.close && reader.keep_alive() && reader.drain(MAX_DRAINED_BYTES);
     if (!send(client, answer, current.method != "HEAD", keep) || !keep) return;
   }
