@@ -28,11 +28,13 @@ sigset_t block_signals() {
   sigemptyset(&ending);
   sigaddset(&ending, SIGTERM);
   sigaddset(&ending, SIGINT);
+  // Before the first thread is started, as threads inherit the mask. SIGPIPE would end the program at a lost client.
   pthread_sigmask(SIG_BLOCK, &ending, nullptr);
   signal(SIGPIPE, SIG_IGN);
   return ending;
 }
 
+/// Throws std::runtime_error that names the file: a fault list with a mistake must not pass for an empty one.
 void load_faults(emulator::box_state& box, const std::string& file) {
   std::ifstream stream(file);
   std::stringstream text;
@@ -65,6 +67,7 @@ void serve(const emulator::options& given, const sigset_t& ending) {
       .address = given.listen, .idle_timeout_s = given.set.idle_timeout_s, .identity = nullptr};
   if (!given.certificate.empty()) how.identity = emulator::tls_identity_load(given.certificate, given.key);
   emulator::server server(std::move(how), [&box](emulator::request& in) { return answer(box, in); });
+  // The one line on standard output; whoever started us waits for it and reads the port.
   std::printf("listening on %s\n", server.address().c_str());
   std::fflush(stdout);
   // A signal handler could do next to nothing; a thread of its own that waits for the signal can do all.

@@ -25,6 +25,7 @@ std::string call::body_text(std::size_t most_bytes) {
   return text;
 }
 
+// JSON is read whatever the Content-Type says: the content API hardly looks at it.
 json_ptr call::body_object() {
   const std::string text = body_text(MAX_JSON_BYTES);
   note_body(text);
@@ -33,6 +34,7 @@ json_ptr call::body_object() {
   return body;
 }
 
+// Only what a handler notes gets into the journal: the bytes of uploads do not, nor do the secrets of a sign-in.
 void call::note_body(std::string_view text) const {
   entry->body = text.substr(0, MAX_JOURNAL_BYTES);
 }

@@ -44,6 +44,7 @@ void call_check_match(const call& of, const item& subject) {
 
 void call_check_quota(const call& of, std::int64_t size) {
   if (size > of.set.max_upload_size) throw box_problem("file_size_limit_exceeded");
+  // Asked again, since `me` is from the beginning of the request and an upload takes its time.
   const auto owner = of.box.users.find(of.me.id);
   if (!owner || size > of.set.space_amount - owner->used) throw box_problem("storage_limit_exceeded");
 }
@@ -52,10 +53,12 @@ void call_check_free(const call& of, std::int64_t folder, std::string_view name,
                      conflict_place place) {
   if (of.box.reserved.is_reserved(std::string(name))) throw box_problem("name_temporarily_reserved");
   const auto taken = of.box.items.find_named(of.me.id, folder, name);
+  // The item itself is in nobody's way: a rename that only changes case is fine.
   if (!taken || (self != nullptr && taken->type == self->type && taken->id == self->id)) return;
   throw conflict_problem(of, *taken, place);
 }
 
+// A running move or deletion locks a folder with all below it.
 void call_check_unlocked(const call& of, std::int64_t folder) {
   for (std::int64_t at = folder; at != NO_PARENT;) {
     if (of.box.reserved.is_locked(at)) throw box_problem("operation_blocked_temporary");

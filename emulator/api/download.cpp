@@ -32,6 +32,7 @@ std::string disposition(const std::string& name) {
   return "attachment;filename=\"" + plain + "\"";
 }
 
+/// A version that belongs to another file is as unknown as one that never was.
 version version_asked(const call& of, const item& file) {
   std::int64_t wanted = file.version;
   if (const auto asked = of.in.parameter("version"); asked && !asked->empty()) wanted = number_of(*asked).value_or(-1);

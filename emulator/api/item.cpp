@@ -77,6 +77,7 @@ response item_delete(call& of, item_type type, std::string_view missing) {
     throw box_problem("folder_not_empty");
   }
   std::vector<std::string> contents;
+  // Web links do not go through the trash here.
   if (of.set.trash && type != item_type::WEB_LINK) {
     of.box.items.trash(gone, time_now());
   } else {

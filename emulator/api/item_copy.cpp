@@ -52,6 +52,7 @@ response item_copy(call& of, item_type type, std::string_view missing) {
   call_check_free(of, parent.id, name, nullptr, conflict_place::UPLOAD);
   call_check_quota(of, from.size);
   const item made = copy_tree(of, from, parent.id, name);
+  // Read again: the size of a copied folder has grown with what was put in.
   const item shown = call_item(of, type, made.id, missing);
   response answer = response_json(201, item_view(of).single(shown).get());
   hold.commit();

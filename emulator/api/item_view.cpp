@@ -73,6 +73,7 @@ json_ptr item_view::asked(const item& subject) {
   return object;
 }
 
+// The entries of a listing have one parent, so it is written once and shared by reference.
 json_ptr item_view::parent_of(const item& subject) {
   if (subject.parent == NO_PARENT) return json_ptr(json_null());
   if (parent_id_ != subject.parent) {
@@ -85,6 +86,7 @@ json_ptr item_view::parent_of(const item& subject) {
 
 json_ptr item_view::path_of(const item& subject) {
   json_ptr entries(json_array());
+  // What is in the trash shows the pseudo-folder 1 in place of its path.
   if (subject.trashed == item_trash::ACTIVE) {
     for (const item& folder : of_.box.items.ancestors(subject)) json_add(entries.get(), mini(folder));
   } else {

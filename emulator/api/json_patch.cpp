@@ -13,6 +13,7 @@ std::optional<std::string> key_of(const json_t* operation, const char* member) {
   std::string key;
   for (std::size_t i = 1; i < pointer->size(); ++i) {
     char c = (*pointer)[i];
+    // The template is flat: a pointer into a value cannot name anything.
     if (c == '/') return std::nullopt;
     if (c == '~' && i + 1 < pointer->size()) c = (*pointer)[++i] == '1' ? '/' : '~';
     key += c;
@@ -108,6 +109,7 @@ bool json_patch_is_one(const json_t* patch) {
 }
 
 std::string json_patch_apply(json_t* target, const json_t* patch) {
+  // On a copy, as a patch is applied whole or not at all.
   const json_ptr trial(json_copy(target));
   for (std::size_t i = 0; i < json_array_size(patch); ++i) {
     if (std::string refusal = apply_one(trial.get(), json_array_get(patch, i)); !refusal.empty()) return refusal;

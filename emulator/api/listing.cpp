@@ -71,6 +71,7 @@ json_ptr entries_of(const call& of, const std::vector<item>& items) {
 }
 
 void put_last_marker(json_t* page, const std::string& style) {
+  // All three occur over Box's API: null, the empty text, and no member at all.
   if (style == "null") json_put(page, "next_marker", json_ptr(json_null()));
   if (style == "empty") json_put(page, "next_marker", "");
 }
@@ -109,6 +110,7 @@ response list(const source& from) {
   const call& of = from.of;
   const bool markers = of.in.parameter("usemarker") == "true";
   const std::int64_t asked = parameter_number(of, "limit", DEFAULT_LIMIT, "invalid_limit");
+  // A limit above the most is cut, not refused.
   const std::int64_t limit = std::min(asked == 0 ? DEFAULT_LIMIT : asked, MAX_LIMIT);
   const bool has_marker = of.in.parameter("marker").has_value();
   if (has_marker && (!markers || of.in.parameter("offset"))) throw box_problem("invalid_parameter");

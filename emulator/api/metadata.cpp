@@ -36,6 +36,7 @@ void check_values(const json_t* object) {
   }
 }
 
+/// Null for what is not JSON; each call says in its own words what it wanted.
 json_ptr parsed_body(call& of) {
   const std::string text = of.body_text(MAX_BODY_BYTES);
   of.note_body(text);

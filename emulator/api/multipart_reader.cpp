@@ -35,6 +35,7 @@ std::string parameter(std::string_view line, std::string_view name) {
   return {};
 }
 
+/// Box takes quotes inside a file name as they come, so what follows "filename" is not looked at.
 part_head parse_head(std::string_view text) {
   part_head head;
   while (!text.empty()) {
@@ -75,6 +76,7 @@ std::string_view multipart_reader::read() {
   for (;;) {
     const std::string_view pending(bytes_.data() + begin_, end_ - begin_);
     const auto at = find_delimiter(pending, delimiter_);
+    // As long as the delimiter may have begun in the last bytes, those are held back.
     const std::size_t safe = at != std::string_view::npos          ? at
                              : pending.size() >= delimiter_.size() ? pending.size() - delimiter_.size() + 1
                                                                    : 0;

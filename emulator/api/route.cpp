@@ -35,6 +35,7 @@ route_found route_find(const request& in) {
   const auto segments = split(in.path, '/');
   const std::string_view method = in.method == "HEAD" ? std::string_view("GET") : std::string_view(in.method);
   route_found found;
+  // All rows are tried: an address may stand in several, one for each method.
   for (const route& candidate : routes()) {
     const fit outcome = match(candidate, segments, found.ids);
     if (outcome == fit::NO) continue;

@@ -47,6 +47,7 @@ response answer_of(call& of, const route_found& found) {
   } catch (problem& refusal) {
     return std::move(refusal.answer);
   } catch (const std::exception& failure) {
+    // What went wrong is for whoever runs this program; the client gets what Box would show.
     std::fprintf(stderr, "%s %s: %s\n", of.in.method.c_str(), of.in.path.c_str(), failure.what());
     return box_problem("internal_server_error").answer;
   }
@@ -90,6 +91,7 @@ void finish(const call& of, const metered_body& body, const fault_action* fault,
 }  // namespace
 
 response router_answer(box_state& box, request& in) {
+  // Found before anything is done, as a fault in place of an answer has the headers and delays of the address, too.
   route_found found = route_find(in);
   call of{.box = box, .in = in, .set = box.current_settings(), .entry = box.requests.begin(in)};
   of.ids = std::move(found.ids);

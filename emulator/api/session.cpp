@@ -65,7 +65,8 @@ response open_session(const call& of, upload_session session) {
   session.part_size = part_size_for(of.set, session.size);
   session.expires_at = time_now() + of.set.session_lifetime_s;
   of.box.sessions.create(session);
-  (void)of.box.contents.open(session.content(), true);  // an empty file to put the parts into
+  // One file for all parts: each is written at its place, and a commit only has to rename it.
+  (void)of.box.contents.open(session.content(), true);
   return response_json(201, session_json(of, session).get());
 }
 

@@ -28,6 +28,7 @@ void check_parts(const upload_session& session, const std::vector<upload_part>& 
     const json_t* one = json_array_get(listed, i);
     if (!fits(one)) throw box_problem("parts_mismatch", "No matching part found on server for " + json_text(one));
   }
+  // Parts that are stored but not listed are as wrong as ones that are listed but not stored.
   const auto total = static_cast<std::size_t>(session.total_parts());
   if (json_array_size(listed) != total || stored.size() != total) {
     throw box_problem("parts_mismatch", "The upload has " + std::to_string(total) + " parts, " +
@@ -41,6 +42,7 @@ std::optional<response> pending(const call& of, const upload_session& session) {
   const std::int64_t now_ms = time_now_us() / 1000;
   of.box.sessions.count_commit(session, now_ms);
   const std::int64_t waited_ms = session.first_commit_ms == 0 ? 0 : now_ms - session.first_commit_ms;
+  // The counts are those before this commit.
   if (session.commits >= of.set.commit_pending_count && waited_ms >= of.set.commit_pending_ms) return std::nullopt;
   response answer = response_empty(202);
   if (of.set.commit_retry_after_s >= 0) {

@@ -17,6 +17,7 @@ json_ptr endpoints_json(const call& of, const upload_session& session) {
   return endpoints;
 }
 
+/// A text of another form answers 400, one of this form that never was a session 404.
 bool is_session_id(const std::string& id) {
   return id.size() == 32 && id.find_first_not_of("0123456789ABCDEF") == std::string::npos;
 }

@@ -40,6 +40,7 @@ part_range range_in(const call& of) {
   return {*first, *last, *total};
 }
 
+/// Parts start at multiples of the part size and are of that size, all but the last.
 void check_range(const call& of, const upload_session& session, const part_range& range) {
   const std::int64_t whole = std::min(session.part_size, session.size - range.first);
   const bool length_fits = !of.in.content_length || static_cast<std::int64_t>(*of.in.content_length) == range.size();
@@ -89,6 +90,7 @@ class part_writer {
     std::vector<char> buffer(BUFFER_BYTES);
     while (const std::size_t got = from.read(buffer)) {
       const std::string_view bytes(buffer.data(), got);
+      // Seen as it comes: a chunked body announces no length.
       if (received_ + static_cast<std::int64_t>(got) > range_.size()) throw box_problem("range_not_satisfiable");
       part_.update(bytes);
       if (whole_) whole_->update(bytes);

@@ -45,6 +45,7 @@ item store_file(const call& of, const file_target& target, const file_bytes& byt
   // A file of which only one time is known cannot be younger than its last change.
   made.content_created_at = target.content_created_at.value_or(target.content_modified_at.value_or(now));
   made.content_modified_at = target.content_modified_at.value_or(now);
+  // The version names its file, so the number is taken before the item is made.
   made.id = of.box.data.next_number("files");
   made.version = add_version(of, made.id, bytes);
   return of.box.items.create(std::move(made));
@@ -54,6 +55,7 @@ item store_version(const call& of, const item& file, const file_target& target, 
   call_check_match(of, file);
   call_check_quota(of, bytes.size);
   item changed = file;
+  // A new version may come under a new name.
   if (!target.name.empty() && target.name != file.name) {
     call_check_free(of, file.parent, target.name, &file, conflict_place::UPLOAD);
     changed.name = target.name;

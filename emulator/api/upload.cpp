@@ -72,6 +72,7 @@ json_ptr read_form(call& of, content_draft& draft, const attributes_check& check
 /// The least that the file can have, from the length of the request; 0 when it is not announced.
 std::int64_t least_size(const call& of) {
   constexpr std::int64_t MOST_FORM_BYTES = 70L * 1024;
+  // A form around the file: attributes, heads and boundaries take something off the length.
   const auto announced = static_cast<std::int64_t>(of.in.content_length.value_or(0));
   return announced > MOST_FORM_BYTES ? announced - MOST_FORM_BYTES : 0;
 }

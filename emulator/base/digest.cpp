@@ -12,6 +12,7 @@ void check(int outcome) {
   if (outcome != 1) throw std::runtime_error("OpenSSL refused a digest");
 }
 
+/// OpenSSL tells the lack of memory by null alone.
 EVP_MD_CTX* new_context() {
   EVP_MD_CTX* context = EVP_MD_CTX_new();
   if (context == nullptr) throw std::bad_alloc();

@@ -29,6 +29,7 @@ int hex_digit(char c) {
 std::optional<std::int64_t> number_of(std::string_view text) {
   std::int64_t value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  // Digits followed by anything, or too many of them, are no number: half an id must not find another item.
   if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
   return value;
 }
@@ -143,6 +144,7 @@ std::string random_hex(std::size_t bytes) {
   return hex(raw);
 }
 
+// Tries every length for a star, longest last: patterns are short and written by hand.
 bool glob_match(std::string_view pattern, std::string_view text) {
   if (pattern.empty()) return text.empty();
   if (pattern.front() != '*') {

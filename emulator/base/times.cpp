@@ -8,6 +8,7 @@
 namespace tarvex::emulator {
 namespace {
 
+/// By gmtime_r and strftime in the "C" locale, which the program never leaves: English names of days and months.
 std::string format(const char* form, std::int64_t seconds) {
   const std::time_t value = seconds;
   std::tm parts{};

@@ -47,6 +47,7 @@ void box_state::reset() {
   reserved.clear();
   transaction hold(data);
   for (const char* table : {"versions", "metadata", "sessions", "parts"}) data.run(std::string("DELETE FROM ") + table);
+  // The roots stay: only they have no parent.
   data.run("DELETE FROM items WHERE parent <> -1");
   data.run("UPDATE items SET size = 0");
   data.run("UPDATE users SET used = 0");

@@ -13,6 +13,7 @@ constexpr std::size_t SWEEP_ABOVE = 10000;
 std::string download_links::add(download_link link) {
   std::string key = "b1!" + random_hex(32);
   const std::lock_guard lock(mutex_);
+  // Every download makes a link, so the expired ones are swept now and then.
   if (links_.size() > SWEEP_ABOVE) {
     std::erase_if(links_, [now = time_now_us()](const auto& each) { return each.second.expires_at_us <= now; });
   }

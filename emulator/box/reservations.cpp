@@ -5,6 +5,7 @@
 namespace tarvex::emulator {
 namespace {
 
+/// What has run out stays in the table and counts as gone; there are never many.
 template <typename Key>
 bool holds(const std::map<Key, std::int64_t>& table, const Key& key) {
   const auto found = table.find(key);

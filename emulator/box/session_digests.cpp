@@ -2,6 +2,7 @@
 
 namespace tarvex::emulator {
 
+// Shared: a part may still be coming in for a session that another request has just ended.
 std::shared_ptr<session_digest> session_digests::of(const std::string& session) {
   const std::lock_guard lock(mutex_);
   auto& entry = open_[session];

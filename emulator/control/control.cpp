@@ -117,6 +117,7 @@ std::string read_all(body_source& body) {
   std::string buffer(64UL * 1024, '\0');
   while (const std::size_t got = body.read(buffer)) {
     text.append(buffer, 0, got);
+    // Only a broken script sends so much.
     if (text.size() > MAX_BODY_BYTES) throw connection_lost();
   }
   return text;
@@ -126,6 +127,7 @@ std::string read_all(body_source& body) {
 
 std::optional<response> control_answer(box_state& box, request& in) {
   if (!in.path.starts_with(PREFIX)) return std::nullopt;
+  // No token: who can reach these from this machine can read the state on its disk as well.
   if (!in.loopback) return response_empty(403);
   const std::string_view path = std::string_view(in.path).substr(PREFIX.size());
   for (const row& candidate : ROWS) {

@@ -55,6 +55,7 @@ void add(box_state& box, const user& owner, const row& what) {
 
 void demo_fill(box_state& box, const user& owner) {
   transaction hold(box.data);
+  // A second start with the same directory finds what people have made of it, and leaves it alone.
   if (box.items.count(owner.id, ROOT_ID) > 0) return;
   for (const row& each : ROWS) add(box, owner, each);
   hold.commit();

@@ -36,6 +36,7 @@ std::string fill_folder(box_state& box, const fill_order& order) {
   write_pattern(draft, order.bytes);
   transaction hold(box.data);
   bool created = false;
+  // `ensure` makes a missing user; without a commit it is gone again.
   const auto owner = order.user.empty() ? box.users.find_first() : box.users.ensure(order.user, time_now(), created);
   if (!owner || created) return "no such user";
   if (!box.items.find(owner->id, item_type::FOLDER, order.folder)) return "no such folder";

@@ -18,6 +18,8 @@ range_kind byte_range_parse(std::string_view header, std::int64_t size, byte_ran
   const auto first = number_of(from);
   const auto last = number_of(to);
   if ((!from.empty() && !first) || (!to.empty() && !last) || (from.empty() && to.empty())) return range_kind::WHOLE;
+  // A range that runs backwards is not one, and is ignored like any other nonsense; one that begins behind the end is
+  // refused. So every range of an empty file is refused.
   if (first && last && *last < *first) return range_kind::WHOLE;
   if (!first && *last == 0) return range_kind::UNSATISFIABLE;
   into.first = first ? *first : std::max<std::int64_t>(0, size - *last);

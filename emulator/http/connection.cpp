@@ -16,6 +16,7 @@ std::int64_t body_length(const response& answer) {
   return answer.file ? answer.file->length : static_cast<std::int64_t>(answer.body.size());
 }
 
+/// 204 must not announce a length, and that of a 304 would be the whole one's (RFC 9110, 8.6).
 std::string head_text(const response& answer, bool keep) {
   std::string text = "HTTP/1.1 " + std::to_string(answer.status) + ' ';
   text += status_reason(answer.status);
@@ -31,6 +32,7 @@ std::string head_text(const response& answer, bool keep) {
 }
 
 bool send_piece(transport& client, const response& answer, std::int64_t offset, std::int64_t length) {
+  // A file is never sent in chunks: downloads come with their length, which clients check.
   if (answer.file) return client.send_file(answer.file->file.get(), answer.file->offset + offset, length);
   const std::string_view piece =
       std::string_view(answer.body).substr(static_cast<std::size_t>(offset), static_cast<std::size_t>(length));
@@ -49,12 +51,13 @@ bool send_body(transport& client, const response& answer) {
     if (at > 0 && answer.how.piece_delay_ms > 0 && !client.pause(answer.how.piece_delay_ms)) return false;
     if (!send_piece(client, answer, at, std::min(step, end - at))) return false;
   }
-  // A cut body ends with its connection even when the cut lies at the very end: the client must not take it for whole.
+  // A cut ends the connection even where it lies behind the last byte.
   if (answer.how.cut_after) return false;
   return !answer.how.chunked || client.write("0\r\n\r\n", false);
 }
 
 bool send(transport& client, const response& answer, bool with_body, bool keep) {
+  // Ends when the client goes away, or with the server: both shut the socket.
   if (answer.how.hang) return client.pause(-1);
   if (answer.how.delay_ms > 0 && !client.pause(answer.how.delay_ms)) return false;
   if (answer.how.drop) return false;

@@ -29,6 +29,7 @@ host_and_port split_address(const std::string& address) {
 
 void set_options(int socket, std::int64_t idle_timeout_s) {
   const int on = 1;
+  // Blocking calls with a time limit: a thread that waits for a dead client must end some day.
   const timeval idle{idle_timeout_s, 0};
   (void)::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);  // slower without, not wrong
   (void)::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &idle, sizeof idle);
@@ -41,6 +42,7 @@ descriptor listen_socket_open(const std::string& address) {
   const auto [host, port] = split_address(address);
   addrinfo hints{};
   hints.ai_socktype = SOCK_STREAM;
+  // Numeric alone: a name could stand for several addresses, and a look-up could take its time.
   hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV | AI_PASSIVE;
   addrinfo* found = nullptr;
   if (const int error = getaddrinfo(host.c_str(), port.c_str(), &hints, &found); error != 0) {
@@ -66,10 +68,12 @@ std::string listen_socket_address(int socket) {
                   NI_NUMERICHOST | NI_NUMERICSERV) != 0) {
     throw std::runtime_error("cannot tell the address that was taken");
   }
+  // The brackets keep the colons of an IPv6 address apart from the one before the port.
   const std::string name = address.ss_family == AF_INET6 ? "[" + std::string(host) + "]" : host;
   return name + ":" + port;
 }
 
+// Asked of the socket and not of a header, which anybody can write.
 bool peer_is_loopback(int socket) {
   sockaddr_storage peer{};
   socklen_t length = sizeof peer;

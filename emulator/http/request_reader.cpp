@@ -56,6 +56,8 @@ class request_reader::state final : public body_source {
     return coding && trim(*coding).empty() ? reading::NOT_HTTP : reading::READ;
   }
 
+  // A client that announced "Expect: 100-continue" sends its body once it is asked for, and not before: so a refusal
+  // that needs no body costs no upload.
   std::size_t read(std::span<char> out) override {
     if (finished_) return 0;
     if (continue_wanted_) {
@@ -75,6 +77,7 @@ class request_reader::state final : public body_source {
         boost::system::error_code error;
         input_.consume(parser_->put(boost::asio::buffer(input_.pending()), error));
         if (parser_->is_header_done()) return reading::READ;
+        // need_more is no failure: the head has not come whole.
         if (error == http::error::header_limit) return reading::TOO_LARGE;
         if (error && error != http::error::need_more) return reading::NOT_HTTP;
       }
@@ -82,6 +85,7 @@ class request_reader::state final : public body_source {
     }
   }
 
+  // Past the parser, which would copy every byte of an upload once more.
   std::size_t read_counted(std::span<char> out) {
     const std::size_t got = input_.take(out.first(std::min<std::uint64_t>(out.size(), left_)));
     if (got == 0) throw connection_lost();

@@ -82,6 +82,7 @@ class server::state {
         if (!entry.done) ::shutdown(entry.socket, SHUT_RDWR);
       }
     }
+    // Outside the lock: each thread takes it on its way out.
     for (connection& entry : connections_) entry.thread.join();
     connections_.clear();
   }

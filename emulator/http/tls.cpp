@@ -31,6 +31,7 @@ class tls_transport final : public transport {
     return bytes.empty() || SSL_write_ex(session_.get(), bytes.data(), bytes.size(), &sent) == 1;
   }
 
+  // Through a buffer: sendfile knows nothing of encryption.
   bool send_file(int file, std::int64_t offset, std::int64_t length) override {
     std::vector<char> buffer(FILE_BUFFER_BYTES);
     while (length > 0) {
@@ -55,6 +56,7 @@ class identity final : public tls_identity {
  public:
   identity(const std::string& certificate, const std::string& key) : context_(SSL_CTX_new(TLS_server_method())) {
     if (!context_) throw std::runtime_error("OpenSSL gives no TLS context");
+    // Box takes nothing older either.
     SSL_CTX_set_min_proto_version(context_.get(), TLS1_2_VERSION);
     if (SSL_CTX_use_certificate_chain_file(context_.get(), certificate.c_str()) != 1) {
       throw std::runtime_error("cannot read a PEM certificate from " + certificate);

@@ -18,6 +18,7 @@ class plain final : public transport {
  public:
   explicit plain(descriptor socket) : socket_(std::move(socket)) {}
 
+  // 0 for the end, for a failure and for the time limit alike: in each case there is nobody to talk to any more.
   std::size_t read(std::span<char> out) override {
     ssize_t got = 0;
     do {

@@ -7,6 +7,7 @@ namespace tarvex::emulator {
 content_draft::content_draft(const content_store& in)
     : in_(in), name_(std::string(DRAFT_PREFIX) + random_hex(12)), file_(in.open(name_, true)) {}
 
+// An upload that fails anywhere leaves nothing: no throw, no early return needs a line for it.
 content_draft::~content_draft() {
   if (temporary_) in_.remove(name_);
 }

@@ -25,12 +25,14 @@ content_store::content_store(std::string directory) : directory_(std::move(direc
 }
 
 descriptor content_store::open(std::string_view name, bool for_writing) const {
+  // A name is never a client's text: version numbers, session ids and drafts only.
   const std::string path = directory_ + std::string(name);
   descriptor file(::open(path.c_str(), (for_writing ? O_RDWR | O_CREAT : O_RDONLY) | O_CLOEXEC, 0600));
   if (!file && (for_writing || errno != ENOENT)) fail("cannot open " + path);
   return file;
 }
 
+// rename replaces what is there in one step, so a content is whole under its name or not there at all.
 void content_store::rename(std::string_view from, std::string_view to) const {
   std::filesystem::rename(directory_ + std::string(from), directory_ + std::string(to));
 }
@@ -52,6 +54,7 @@ void file_write(int file, std::string_view bytes, std::int64_t offset) {
   while (!bytes.empty()) {
     const ssize_t written = ::pwrite(file, bytes.data(), bytes.size(), offset);
     if (written < 0 && errno == EINTR) continue;
+    // A full disk comes as an error or as nothing written.
     if (written <= 0) fail("cannot write content");
     bytes.remove_prefix(static_cast<std::size_t>(written));
     offset += written;

@@ -36,6 +36,7 @@ cursor::cursor(database& owner, const std::string& sql) : owner_(owner), sql_(sq
   statement_.reset(prepared);
 }
 
+// A prepared statement is kept: to prepare it again costs more than to run it.
 cursor::~cursor() {
   sqlite3_reset(statement_.get());
   sqlite3_clear_bindings(statement_.get());
@@ -63,6 +64,7 @@ void cursor::bind_one(std::int64_t value) {
   check(sqlite3_bind_int64(statement_.get(), ++bound_, value));
 }
 
+// Copied by SQLite (TRANSIENT), as the text may be gone before the row is read.
 void cursor::bind_one(std::string_view value) {
   check(sqlite3_bind_text(statement_.get(), ++bound_, value.data(), static_cast<int>(value.size()), SQLITE_TRANSIENT));
 }

@@ -92,6 +92,7 @@ void item_store::update(const item& before, const item& after) {
       after.parent, after.name, name_folded(after.name), after.size, after.version, after.sha1, after.etag,
       after.modified_at, after.content_created_at, after.content_modified_at, after.description, after.url, after.owner,
       number(after.type), after.id);
+  // Folders above both places lose and gain the same.
   if (before.parent == after.parent && before.size == after.size) return;
   add_size(before.owner, before.parent, -before.size);
   add_size(after.owner, after.parent, after.size);

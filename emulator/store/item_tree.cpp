@@ -8,6 +8,8 @@
 
 namespace tarvex::emulator {
 
+// The size of a folder is the sum of all below it, kept up at each change: to sum it up at each look would read the
+// whole tree.
 void item_store::add_size(std::int64_t owner, std::int64_t folder, std::int64_t bytes) {
   while (folder != NO_PARENT && bytes != 0) {
     folder = on_.number("UPDATE items SET size = size + ? WHERE owner = ? AND type = 0 AND id = ? RETURNING parent",
@@ -75,6 +77,7 @@ std::vector<std::string> item_store::purge(const item& gone) {
   return contents;
 }
 
+// Upwards from the folder: a path is short where a tree may be wide.
 bool item_store::is_below(std::int64_t owner, std::int64_t folder, std::int64_t above) {
   while (folder != NO_PARENT) {
     if (folder == above) return true;

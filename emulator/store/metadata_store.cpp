@@ -9,6 +9,7 @@ std::optional<metadata> metadata_store::find(const item& subject) {
   return metadata{json_parse(rows.text(0)), rows.integer(1), rows.text(2)};
 }
 
+// One template for the whole Box, so an item and its kind are key enough.
 void metadata_store::save(const item& subject, const metadata& held) {
   on_.run("INSERT OR REPLACE INTO metadata(type, item, id, version, value) VALUES(?, ?, ?, ?, ?)",
           static_cast<int>(subject.type), subject.id, held.id, held.version, json_text(held.value.get()));

@@ -49,6 +49,7 @@ std::optional<upload_session> session_store::find_open(std::int64_t owner, std::
                 folder, name, now);
 }
 
+// When the first commit came stays as it was: the time that a session needs runs from there.
 void session_store::count_commit(const upload_session& of, std::int64_t now_ms) {
   on_.run(
       "UPDATE sessions SET commits = commits + 1, first_commit_ms = iif(first_commit_ms = 0, ?, first_commit_ms) "
@@ -67,6 +68,7 @@ void session_store::add_part(const upload_session& of, const upload_part& part) 
           part.id, part.sha1);
 }
 
+// Box refuses a range that shares a byte with a stored part, even when the bytes are the same.
 std::optional<upload_part> session_store::find_overlap(const upload_session& of, std::int64_t offset,
                                                        std::int64_t size) {
   cursor rows(on_, SELECT_PART + "AND start < ? AND start + size > ? LIMIT 1");

@@ -47,6 +47,7 @@ void user_store::add_token(std::string_view token, std::string_view kind, std::i
       digest_of(token), kind, user, expires_at);
 }
 
+// A token of another kind is not found: a refresh token opens nothing but /oauth2/token.
 std::optional<token_state> user_store::find_token(std::string_view token, std::string_view kind, std::int64_t now) {
   cursor rows(on_, "SELECT user, expires_at, spent FROM tokens WHERE digest = ? AND kind = ?");
   rows.bind(digest_of(token), kind);

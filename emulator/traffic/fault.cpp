@@ -35,6 +35,7 @@ bool is_on(const json_t* row, const char* key) {
   return json_is_true(json_object_get(row, key));
 }
 
+/// The first of body, html and text that the row has; a code alone keeps Box's error body.
 void set_body(const json_t* row, bool has_code, response& answer) {
   if (const json_t* body = json_object_get(row, "body")) {
     answer = response_text(answer.status, "application/json", json_text(body));
@@ -86,6 +87,7 @@ bool fault_action::carries_out() const {
   return store || (!has_answer && !how.drop && !how.hang);
 }
 
+// `matched` also counts what `nth` and `times` then let pass: a test reads from it that a request came at all.
 bool fault::take(const request& in) {
   const std::int64_t now = time_now_us();
   if (now < from_us || now >= until_us || !glob_match(method, in.method) || !glob_match(path, in.path) ||

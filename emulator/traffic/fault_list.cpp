@@ -9,6 +9,7 @@ std::string fault_list::add(const json_t* rows) {
     const json_t* row = json_is_array(rows) ? json_array_get(rows, i) : rows;
     if (std::string refusal = fault_parse(row, added.emplace_back()); !refusal.empty()) return refusal;
   }
+  // Numbered and added in one go: a half-added list would strike before its tester knows of it.
   const std::lock_guard lock(mutex_);
   for (fault& each : added) {
     each.action.number = next_++;

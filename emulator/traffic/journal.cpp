@@ -16,6 +16,7 @@ namespace {
 
 constexpr std::size_t MAX_ENTRIES = 200000;
 
+/// Equal secrets stay equal, so that a test can tell which token came; none can be got back.
 std::string masked(std::string_view secret) {
   return "sha256:" + hex(sha256_of(secret)).substr(0, 16);
 }
@@ -85,6 +86,7 @@ journal_entry_ptr journal::begin(const request& in) {
 }
 
 void journal::finish(const journal_entry_ptr& entry) {
+  // Made before the lock: to write JSON for one request must not hold up the others.
   const std::string line = file_ ? json_text(entry_json(*entry).get()) + "\n" : "";
   const std::lock_guard lock(mutex_);
   // A slow request ends after ones that came later; the journal stands in the order in which they came.

@@ -85,6 +85,7 @@ problem box_problem(std::string_view code, std::string_view message, json_ptr co
   return {response_json(known.status, body.get())};
 }
 
+// The metadata service and parts of the upload service leave out `type` and `status`; clients can only rely on `code`.
 problem short_problem(unsigned status, std::string_view code, std::string_view message) {
   const json_ptr body(json_object());
   json_put(body.get(), "message", message);
@@ -95,6 +96,7 @@ problem short_problem(unsigned status, std::string_view code, std::string_view m
 
 problem not_found_problem(std::string_view name, std::string_view value) {
   json_ptr error(json_object());
+  // `name` is a kind of thing ("item"), `value` a typed id: neither is the name of a file.
   json_put(error.get(), "reason", "invalid_parameter");
   json_put(error.get(), "name", name);
   const std::string text = "Invalid value '" + std::string(value) + "'. '" + std::string(name) + "' with value '" +

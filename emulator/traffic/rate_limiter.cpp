@@ -13,6 +13,7 @@ constexpr std::int64_t MINUTE_US = 60000000;
 std::int64_t wait_seconds(std::deque<std::int64_t>& window, std::int64_t most, std::int64_t now) {
   while (!window.empty() && window.front() <= now - MINUTE_US) window.pop_front();
   if (static_cast<std::int64_t>(window.size()) < most) return 0;
+  // Whole seconds, rounded up: a client that comes back on the dot finds room.
   return window.empty() ? 60 : std::max<std::int64_t>(1, (window.front() + MINUTE_US - now + 999999) / 1000000);
 }
 
