@@ -1,3 +1,11 @@
+#include "api/router.h"
+#include "base/json.h"
+#include "box/box_state.h"
+#include "control/control.h"
+#include "control/demo.h"
+#include "http/server.h"
+#include "options.h"
+
 #include <signal.h>
 
 #include <cstdio>
@@ -5,13 +13,9 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <string>
 #include <thread>
-
-#include "api/router.h"
-#include "api/users.h"
-#include "control/demo.h"
-#include "http/server.h"
-#include "options.h"
+#include <utility>
 
 namespace {
 
@@ -24,11 +28,13 @@ sigset_t block_signals() {
   sigemptyset(&ending);
   sigaddset(&ending, SIGTERM);
   sigaddset(&ending, SIGINT);
+  // Before the first thread is started, as threads inherit the mask. SIGPIPE would end the program at a lost client.
   pthread_sigmask(SIG_BLOCK, &ending, nullptr);
   signal(SIGPIPE, SIG_IGN);
   return ending;
 }
 
+/// Throws std::runtime_error that names the file: a fault list with a mistake must not pass for an empty one.
 void load_faults(emulator::box_state& box, const std::string& file) {
   std::ifstream stream(file);
   std::stringstream text;
@@ -42,11 +48,16 @@ void load_faults(emulator::box_state& box, const std::string& file) {
 void prepare(emulator::box_state& box, const emulator::options& given) {
   bool first = true;
   for (const auto& [name, token] : given.accounts) {
-    const emulator::user account = emulator::user_account(box, name, token);
+    const emulator::user account = box.open_account(name, token);
     if (first && given.demo) emulator::demo_fill(box, account);
     first = false;
   }
   if (!given.faults.empty()) load_faults(box, given.faults);
+}
+
+emulator::response answer(emulator::box_state& box, emulator::request& in) {
+  auto controlled = emulator::control_answer(box, in);
+  return controlled ? std::move(*controlled) : emulator::router_answer(box, in);
 }
 
 void serve(const emulator::options& given, const sigset_t& ending) {
@@ -55,10 +66,11 @@ void serve(const emulator::options& given, const sigset_t& ending) {
   emulator::server_options how{
       .address = given.listen, .idle_timeout_s = given.set.idle_timeout_s, .identity = nullptr};
   if (!given.certificate.empty()) how.identity = emulator::tls_identity_load(given.certificate, given.key);
-  emulator::http_server server(std::move(how),
-                               [&box](emulator::request& in) { return emulator::router_answer(box, in); });
+  emulator::server server(std::move(how), [&box](emulator::request& in) { return answer(box, in); });
+  // The one line on standard output; whoever started us waits for it and reads the port.
   std::printf("listening on %s\n", server.address().c_str());
   std::fflush(stdout);
+  // A signal handler could do next to nothing; a thread of its own that waits for the signal can do all.
   std::thread waiter([&] {
     int signal_number = 0;
     sigwait(&ending, &signal_number);

@@ -1,9 +1,9 @@
 #include "options.h"
 
-#include <CLI/CLI.hpp>
-
 #include "control/control.h"
-#include "control/faults.h"
+#include "traffic/fault.h"
+
+#include <CLI/CLI.hpp>
 
 namespace tarvex::emulator {
 namespace {
@@ -28,6 +28,7 @@ void describe(CLI::App& app, options& to, raw_options& raw) {
   app.add_option("--journal", to.journal, "file to which each request is appended as a line of JSON");
   auto* certificate = app.add_option("--certificate", to.certificate, "PEM file: serve https");
   auto* key = app.add_option("--key", to.key, "PEM file of the certificate's key");
+  // One without the other would quietly serve plain HTTP.
   certificate->needs(key);
   key->needs(certificate);
   app.add_flag("--demo", to.demo, "fill the first account's root, when it is empty, with a small tree");
@@ -62,6 +63,7 @@ std::optional<options> options_parse(int argc, char** argv, int& exit_code) {
     app.parse(argc, argv);
     take(raw, parsed);
   } catch (const CLI::ParseError& error) {
+    // CLI11 has a number for each kind of mistake; 2 is what shells take for wrong usage.
     exit_code = app.exit(error) == 0 ? 0 : 2;
     return std::nullopt;
   }

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "base/settings.h"
+
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "base/settings.h"
 
 namespace tarvex::emulator {
 

@@ -13,6 +13,7 @@ std::optional<std::string> key_of(const json_t* operation, const char* member) {
   std::string key;
   for (std::size_t i = 1; i < pointer->size(); ++i) {
     char c = (*pointer)[i];
+    // The template is flat: a pointer into a value cannot name anything.
     if (c == '/') return std::nullopt;
     if (c == '~' && i + 1 < pointer->size()) c = (*pointer)[++i] == '1' ? '/' : '~';
     key += c;
@@ -20,18 +21,20 @@ std::optional<std::string> key_of(const json_t* operation, const char* member) {
   return key;
 }
 
+/// One operation, with the members that its kind asks for: `value` (borrowed) or `from`.
 struct step {
   json_t* object;
-  const json_t* operation;
   std::string key;
+  json_t* value = nullptr;
+  std::string from = {};
 
   [[nodiscard]] json_t* present() const { return json_object_get(object, key.c_str()); }
+  [[nodiscard]] json_t* source() const { return json_object_get(object, from.c_str()); }
+  void put(json_t* what) const { json_object_set(object, key.c_str(), what); }
 };
 
 std::string add(const step& at) {
-  json_t* value = json_object_get(at.operation, "value");
-  if (value == nullptr) return "value is missing";
-  json_object_set(at.object, at.key.c_str(), value);
+  at.put(at.value);
   return {};
 }
 
@@ -44,34 +47,44 @@ std::string remove(const step& at) {
 }
 
 std::string test(const step& at) {
-  const json_t* present = at.present();
-  const bool same = present != nullptr && json_equal(present, json_object_get(at.operation, "value")) == 1;
-  return same ? "" : "value differs from expectations";
+  return json_equal(at.present(), at.value) == 1 ? "" : "value differs from expectations";
 }
 
 std::string copy(const step& at) {
-  const auto from = key_of(at.operation, "from");
-  json_t* value = from ? json_object_get(at.object, from->c_str()) : nullptr;
-  if (value == nullptr) return "no value at from";
-  json_object_set(at.object, at.key.c_str(), value);
+  if (at.source() == nullptr) return "no value at from";
+  at.put(at.source());
   return {};
 }
 
 std::string move(const step& at) {
-  const json_ptr value(json_incref(json_object_get(at.object, key_of(at.operation, "from").value_or("").c_str())));
+  // A reference of our own: the object lets go of its one before the value is put back.
+  const json_ptr value(json_incref(at.source()));
   if (!value) return "no value at from";
-  json_object_del(at.object, key_of(at.operation, "from")->c_str());
-  json_object_set(at.object, at.key.c_str(), value.get());
+  json_object_del(at.object, at.from.c_str());
+  at.put(value.get());
   return {};
 }
 
+enum class needs { NOTHING, VALUE, FROM };
+
 struct row {
   std::string_view name;
+  needs member;
   std::string (*apply)(const step& at);
 };
 
-constexpr row OPERATIONS[] = {{"add", add},   {"replace", replace}, {"remove", remove},
-                              {"test", test}, {"move", move},       {"copy", copy}};
+constexpr row OPERATIONS[] = {{"add", needs::VALUE, add},         {"replace", needs::VALUE, replace},
+                              {"remove", needs::NOTHING, remove}, {"test", needs::VALUE, test},
+                              {"move", needs::FROM, move},        {"copy", needs::FROM, copy}};
+
+std::string apply_row(const row& operation, step at, const json_t* text) {
+  at.value = json_object_get(text, "value");
+  if (operation.member == needs::VALUE && at.value == nullptr) return "value is missing";
+  const auto from = key_of(text, "from");
+  if (operation.member == needs::FROM && !from) return "from is missing";
+  at.from = from.value_or("");
+  return operation.apply(at);
+}
 
 std::string apply_one(json_t* object, const json_t* operation) {
   auto key = key_of(operation, "path");
@@ -79,7 +92,7 @@ std::string apply_one(json_t* object, const json_t* operation) {
   if (key->starts_with('$')) return "members that begin with $ cannot be changed";
   const auto name = json_text_at(operation, "op");
   for (const row& candidate : OPERATIONS) {
-    if (candidate.name == name) return candidate.apply({object, operation, std::move(*key)});
+    if (candidate.name == name) return apply_row(candidate, {object, std::move(*key)}, operation);
   }
   return "unknown operation";
 }
@@ -96,6 +109,7 @@ bool json_patch_is_one(const json_t* patch) {
 }
 
 std::string json_patch_apply(json_t* target, const json_t* patch) {
+  // On a copy, as a patch is applied whole or not at all.
   const json_ptr trial(json_copy(target));
   for (std::size_t i = 0; i < json_array_size(patch); ++i) {
     if (std::string refusal = apply_one(trial.get(), json_array_get(patch, i)); !refusal.empty()) return refusal;

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
-
 #include "base/json.h"
+
+#include <string>
 
 namespace tarvex::emulator {
 

@@ -1,9 +1,10 @@
 #include "api/listing.h"
 
-#include <algorithm>
-
-#include "api/item_json.h"
+#include "api/item_view.h"
+#include "base/names.h"
 #include "base/text.h"
+
+#include <algorithm>
 
 namespace tarvex::emulator {
 namespace {
@@ -52,6 +53,7 @@ std::string marker_of(const item& last, std::string_view folded) {
 }
 
 item_place place_of(const std::string& marker) {
+  // Clients ask for the first page without a marker, with an empty one or with 0.
   if (marker.empty() || marker == "0") return {};
   const json_ptr place = json_parse(base64_decode(marker).value_or(""));
   const auto type = json_number_at(place.get(), "type");
@@ -69,12 +71,14 @@ json_ptr entries_of(const call& of, const std::vector<item>& items) {
 }
 
 void put_last_marker(json_t* page, const std::string& style) {
+  // All three occur over Box's API: null, the empty text, and no member at all.
   if (style == "null") json_put(page, "next_marker", json_ptr(json_null()));
   if (style == "empty") json_put(page, "next_marker", "");
 }
 
 response by_marker(const source& from, std::int64_t limit) {
   const call& of = from.of;
+  // One more than asked for: a full last page must not promise an empty one behind it.
   auto items = from.after(place_of(of.in.parameter("marker").value_or("")), limit + 1);
   const bool more = static_cast<std::int64_t>(items.size()) > limit;
   if (more) items.pop_back();
@@ -82,7 +86,7 @@ response by_marker(const source& from, std::int64_t limit) {
   json_put(page.get(), "entries", entries_of(of, items));
   json_put(page.get(), "limit", limit);
   if (more) {
-    json_put(page.get(), "next_marker", marker_of(items.back(), item_folded(items.back())));
+    json_put(page.get(), "next_marker", marker_of(items.back(), name_folded(items.back().name)));
   } else {
     put_last_marker(page.get(), of.set.next_marker);
   }
@@ -106,6 +110,7 @@ response list(const source& from) {
   const call& of = from.of;
   const bool markers = of.in.parameter("usemarker") == "true";
   const std::int64_t asked = parameter_number(of, "limit", DEFAULT_LIMIT, "invalid_limit");
+  // A limit above the most is cut, not refused.
   const std::int64_t limit = std::min(asked == 0 ? DEFAULT_LIMIT : asked, MAX_LIMIT);
   const bool has_marker = of.in.parameter("marker").has_value();
   if (has_marker && (!markers || of.in.parameter("offset"))) throw box_problem("invalid_parameter");

@@ -1,6 +1,5 @@
 #include "api/metadata.h"
 
-#include "api/item_json.h"
 #include "api/json_patch.h"
 #include "base/text.h"
 
@@ -10,6 +9,8 @@ namespace {
 constexpr std::size_t MAX_BODY_BYTES = 1024UL * 1024;
 constexpr const char* TEMPLATE_ID = "properties-6bcba49f-ca6d-4d2a-a758-57fe6edf44d0";
 
+/// The item, and a look at scope and template: this Box has the one template that every account has. The short form of
+/// error bodies below is the metadata service's own.
 item subject_of(const call& of, item_type type) {
   item subject = call_item(of, type, of.id(0), "item");
   if (of.ids.at(1) != "global" || of.ids.at(2) != "properties") {
@@ -24,25 +25,6 @@ problem missing_problem(const item& subject) {
                        "Instance global.properties not found for " + item_typed_id(subject.type, subject.id));
 }
 
-/// The user's members alone, and the counter of changes; null when there is no instance.
-struct instance {
-  json_ptr value;
-  std::int64_t version = 0;
-  std::string id;
-};
-
-instance load(database& on, const item& subject) {
-  cursor rows(on, "SELECT value, version, id FROM metadata WHERE type = ? AND item = ?");
-  rows.bind(static_cast<int>(subject.type), subject.id);
-  if (!rows.next()) return {};
-  return {json_parse(rows.text(0)), rows.integer(1), rows.text(2)};
-}
-
-void save(database& on, const item& subject, const instance& held) {
-  on.run("INSERT OR REPLACE INTO metadata(type, item, id, version, value) VALUES(?, ?, ?, ?, ?)",
-         static_cast<int>(subject.type), subject.id, held.id, held.version, json_text(held.value.get()));
-}
-
 /// The template takes texts only, and leaves '$' names to Box.
 void check_values(const json_t* object) {
   const char* key = nullptr;
@@ -54,6 +36,7 @@ void check_values(const json_t* object) {
   }
 }
 
+/// Null for what is not JSON; each call says in its own words what it wanted.
 json_ptr parsed_body(call& of) {
   const std::string text = of.body_text(MAX_BODY_BYTES);
   of.note_body(text);
@@ -63,7 +46,7 @@ json_ptr parsed_body(call& of) {
 response get(call& of, item_type type) {
   transaction hold(of.box.data);
   const item subject = subject_of(of, type);
-  const json_ptr found = metadata_instance(of.box.data, subject);
+  const json_ptr found = metadata_json(of, subject);
   if (!found) throw missing_problem(subject);
   return response_json(200, found.get());
 }
@@ -74,13 +57,14 @@ response create(call& of, item_type type) {
   const item subject = subject_of(of, type);
   if (!json_is_object(body.get())) throw short_problem(400, "bad_request", "The body must be a JSON object");
   check_values(body.get());
-  if (load(of.box.data, subject).value) {
+  if (of.box.metadata.find(subject)) {
+    // Box's description says one thing, its answers of today another.
     const bool documented = of.set.metadata_conflict == "tuple_already_exists";
     throw short_problem(409, of.set.metadata_conflict,
                         documented ? "Tuple already exists" : "Conflict on Metadata Instance.");
   }
-  save(of.box.data, subject, {std::move(body), 0, random_hex(16)});
-  const json_ptr made = metadata_instance(of.box.data, subject);
+  of.box.metadata.save(subject, {std::move(body), 0, random_hex(16)});
+  const json_ptr made = metadata_json(of, subject);
   hold.commit();
   return response_json(201, made.get());
 }
@@ -93,15 +77,15 @@ response update(call& of, item_type type) {
   if (!lower(content_type).starts_with("application/json-patch+json") || !json_patch_is_one(patch.get())) {
     throw short_problem(400, "bad_request", "The body must be a JSON patch, sent as application/json-patch+json");
   }
-  instance held = load(of.box.data, subject);
-  if (!held.value) throw missing_problem(subject);
-  if (const std::string refusal = json_patch_apply(held.value.get(), patch.get()); !refusal.empty()) {
+  auto held = of.box.metadata.find(subject);
+  if (!held) throw missing_problem(subject);
+  if (const std::string refusal = json_patch_apply(held->value.get(), patch.get()); !refusal.empty()) {
     throw short_problem(409, "failed_json_patch_application", refusal);
   }
-  check_values(held.value.get());
-  ++held.version;
-  save(of.box.data, subject, held);
-  const json_ptr changed = metadata_instance(of.box.data, subject);
+  check_values(held->value.get());
+  ++held->version;
+  of.box.metadata.save(subject, *held);
+  const json_ptr changed = metadata_json(of, subject);
   hold.commit();
   return response_json(200, changed.get());
 }
@@ -109,27 +93,27 @@ response update(call& of, item_type type) {
 response remove(call& of, item_type type) {
   transaction hold(of.box.data);
   const item subject = subject_of(of, type);
-  if (!load(of.box.data, subject).value) throw missing_problem(subject);
-  of.box.data.run("DELETE FROM metadata WHERE type = ? AND item = ?", static_cast<int>(type), subject.id);
+  if (!of.box.metadata.find(subject)) throw missing_problem(subject);
+  of.box.metadata.remove(subject);
   hold.commit();
   return response_empty(204);
 }
 
 }  // namespace
 
-json_ptr metadata_instance(database& on, const item& subject) {
-  instance held = load(on, subject);
-  if (!held.value) return nullptr;
-  json_t* object = held.value.get();
-  json_put(object, "$id", held.id);
+json_ptr metadata_json(const call& of, const item& subject) {
+  auto held = of.box.metadata.find(subject);
+  if (!held) return nullptr;
+  json_t* object = held->value.get();
+  json_put(object, "$id", held->id);
   json_put(object, "$parent", (subject.is_folder() ? "folder_" : "file_") + std::to_string(subject.id));
   json_put(object, "$scope", "global");
   json_put(object, "$template", "properties");
   json_put(object, "$type", TEMPLATE_ID);
   json_put(object, "$typeVersion", 2);
-  json_put(object, "$version", held.version);
+  json_put(object, "$version", held->version);
   json_put(object, "$canEdit", json_ptr(json_true()));
-  return std::move(held.value);
+  return std::move(held->value);
 }
 
 response file_metadata_get(call& of) {

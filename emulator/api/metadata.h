@@ -2,13 +2,12 @@
 
 #include "api/call.h"
 #include "base/json.h"
-#include "store/database.h"
-#include "store/items.h"
+#include "store/item.h"
 
 namespace tarvex::emulator {
 
 /// The `global/properties` instance of an item with its '$' members; null when it has none. Inside a transaction.
-[[nodiscard]] json_ptr metadata_instance(database& on, const item& subject);
+[[nodiscard]] json_ptr metadata_json(const call& of, const item& subject);
 
 /// Handlers of /2.0/files/:id/metadata/:scope/:template and of the same for folders.
 [[nodiscard]] response file_metadata_get(call& of);

@@ -17,14 +17,15 @@ problem oauth_problem(std::string_view error, std::string_view description) {
   return {response_json(400, body.get())};
 }
 
+/// The form, and client id and secret from an Authorization header, where RFC 6749 (2.3.1) allows them, too.
 pair_list read_form(call& of) {
   pair_list form = form_pairs(of.body_text(MAX_FORM_BYTES));
   const auto basic = of.in.header("Authorization");
   if (basic && lower(*basic).starts_with("basic ")) {
-    const std::string both = base64_decode(trim(std::string_view(*basic).substr(6))).value_or("");
-    const auto colon = both.find(':');
-    form.emplace_back("client_id", percent_decode(both.substr(0, colon), true));
-    if (colon != std::string::npos) form.emplace_back("client_secret", percent_decode(both.substr(colon + 1), true));
+    const auto both = base64_decode(trim(std::string_view(*basic).substr(6)));
+    const auto pieces = split(both ? *both : std::string_view(), ':');
+    form.emplace_back("client_id", percent_decode(pieces[0], true));
+    if (pieces.size() > 1) form.emplace_back("client_secret", percent_decode(pieces[1], true));
   }
   return form;
 }
@@ -35,6 +36,7 @@ void check_client(const pair_list& form) {
   }
 }
 
+/// Tokens are hex, which needs no escaping anywhere.
 std::string new_token(const call& of, std::string_view kind, std::int64_t user, std::int64_t life_s) {
   std::string token = random_hex(24);
   of.box.users.add_token(token, kind, user, time_now() + life_s);
@@ -90,6 +92,7 @@ response grant_assertion(const call& of, const pair_list& form) {
   const std::string assertion = pair_value(form, "assertion").value_or("");
   const auto pieces = split(assertion, '.');
   std::string middle(pieces.size() == 3 ? pieces[1] : std::string_view());
+  // JSON web tokens have the URL alphabet of base64, without padding (RFC 7515).
   for (char& c : middle) c = c == '-' ? '+' : c == '_' ? '/' : c;
   middle.append((4 - middle.size() % 4) % 4, '=');
   const json_ptr claims = json_parse(base64_decode(middle).value_or(""));
@@ -133,6 +136,7 @@ response oauth_authorise(call& of) {
   for (const std::string_view pair : split(of.in.raw_query, '&')) {
     if (pair.starts_with("state=")) target += "&" + std::string(pair);
   }
+  // A line end in a header would begin another header of the client's choice.
   require(target.find_first_of("\r\n") == std::string::npos, "redirect_uri is not a URL");
   response answer = response_empty(302);
   answer.headers.emplace_back("Location", std::move(target));

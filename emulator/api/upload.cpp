@@ -1,11 +1,13 @@
 #include "api/upload.h"
 
-#include <functional>
-
-#include "api/item_json.h"
-#include "api/multipart.h"
-#include "api/storing.h"
+#include "api/call_check.h"
+#include "api/item_view.h"
+#include "api/multipart_reader.h"
+#include "api/store_file.h"
 #include "base/text.h"
+#include "store/content_draft.h"
+
+#include <functional>
 
 namespace tarvex::emulator {
 namespace {
@@ -46,6 +48,7 @@ json_ptr read_form(call& of, content_draft& draft, const attributes_check& check
   json_ptr attributes;
   bool has_file = false;
   while (const auto part = reader.next_part()) {
+    // Box takes as the file any part with a file name, and ignores that name.
     if (part->has_file_name) {
       if (!attributes) throw box_problem("metadata_after_file_contents");
       receive(of, reader, draft);
@@ -60,6 +63,7 @@ json_ptr read_form(call& of, content_draft& draft, const attributes_check& check
   }
   require(attributes != nullptr, "'attributes' is required");
   require(has_file, "A part with the file is required");
+  // In spite of its name the header holds a SHA-1, in hex.
   const auto expected = of.in.header("Content-MD5");
   if (expected && lower(trim(*expected)) != draft.sha1()) throw box_problem("bad_digest");
   return attributes;
@@ -68,6 +72,7 @@ json_ptr read_form(call& of, content_draft& draft, const attributes_check& check
 /// The least that the file can have, from the length of the request; 0 when it is not announced.
 std::int64_t least_size(const call& of) {
   constexpr std::int64_t MOST_FORM_BYTES = 70L * 1024;
+  // A form around the file: attributes, heads and boundaries take something off the length.
   const auto announced = static_cast<std::int64_t>(of.in.content_length.value_or(0));
   return announced > MOST_FORM_BYTES ? announced - MOST_FORM_BYTES : 0;
 }
@@ -94,10 +99,11 @@ response upload_file(call& of) {
   content_draft draft(of.box.contents);
   const json_ptr attributes = read_form(of, draft, [&](const json_t* found) {
     transaction hold(of.box.data);
-    target_check(of, target_of(of, found), least_size(of));
+    store_check(of, store_target(of, found), least_size(of));
   });
+  // Everything is asked again: the name may have been taken while the bytes came in.
   transaction hold(of.box.data);
-  const item made = store_file(of, target_of(of, attributes.get()), {draft.name(), draft.size(), draft.sha1()});
+  const item made = store_file(of, store_target(of, attributes.get()), {draft.name(), draft.size(), draft.sha1()});
   response answer = response_json(201, item_view(of).entries_of_one(made).get());
   hold.commit();
   draft.keep();
@@ -125,7 +131,7 @@ response upload_version(call& of) {
 response upload_preflight(call& of) {
   const json_ptr body = of.body_object();
   transaction hold(of.box.data);
-  target_check(of, target_of(of, body.get()), json_number_at(body.get(), "size").value_or(0));
+  store_check(of, store_target(of, body.get()), json_number_at(body.get(), "size").value_or(0));
   return upload_url(of, "/api/2.0/files/content");
 }
 

@@ -12,6 +12,7 @@ void check(int outcome) {
   if (outcome != 1) throw std::runtime_error("OpenSSL refused a digest");
 }
 
+/// OpenSSL tells the lack of memory by null alone.
 EVP_MD_CTX* new_context() {
   EVP_MD_CTX* context = EVP_MD_CTX_new();
   if (context == nullptr) throw std::bad_alloc();
@@ -38,6 +39,7 @@ void sha1_digest::update(std::string_view bytes) {
 }
 
 std::string sha1_digest::value() const {
+  // Finishing ends a digest for OpenSSL, so the copy is finished and this one can go on.
   const sha1_digest copy(*this);
   std::string bytes(SHA_DIGEST_LENGTH, '\0');
   check(EVP_DigestFinal_ex(copy.context_.get(), reinterpret_cast<unsigned char*>(bytes.data()), nullptr));

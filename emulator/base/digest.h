@@ -1,12 +1,12 @@
 #pragma once
 
+#include "tarvex_common.hpp"
+
 #include <openssl/evp.h>
 
 #include <memory>
 #include <string>
 #include <string_view>
-
-#include "base/handle.h"
 
 namespace tarvex::emulator {
 
@@ -25,7 +25,7 @@ class sha1_digest {
   [[nodiscard]] std::string value() const;
 
  private:
-  std::unique_ptr<EVP_MD_CTX, handle_releaser<EVP_MD_CTX_free>> context_;
+  owner<EVP_MD_CTX, EVP_MD_CTX_free> context_;
 };
 
 /// SHA-1 of a text, 20 bytes; and SHA-256, 32 bytes.

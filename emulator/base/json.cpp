@@ -15,12 +15,14 @@ std::string json_text(const json_t* value) {
     static_cast<std::string*>(out)->append(buffer, size);
     return 0;
   };
+  // Sizes beyond some terabytes go out as doubles, as Box writes them; 16 digits keep them exact up to 2^53.
   json_dump_callback(value, append, &text,
                      JSON_COMPACT | JSON_ENCODE_ANY | JSON_ENSURE_ASCII | JSON_ESCAPE_SLASH | JSON_REAL_PRECISION(16));
   return text;
 }
 
 json_ptr json_string_of(std::string_view text) {
+  // jansson gives no value for what is not UTF-8, and a header or a query of a request may hold anything.
   if (json_t* value = json_stringn(text.data(), text.size())) return json_ptr(value);
   std::string plain(text);
   for (char& c : plain) {

@@ -1,21 +1,23 @@
 #pragma once
 
+#include "tarvex_common.hpp"
+
 #include <jansson.h>
 
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace tarvex::emulator {
 
-struct json_releaser {
-  void operator()(json_t* value) const noexcept { json_decref(value); }
-};
+/// jansson's own function is static in its header, and would make a json_ptr another type in every source.
+inline void json_release(json_t* value) noexcept {
+  json_decref(value);
+}
 
 /// A JSON value that we own one reference of. Borrowed values stay plain json_t*.
-using json_ptr = std::unique_ptr<json_t, json_releaser>;
+using json_ptr = owner<json_t, json_release>;
 
 /// Parses a whole text; null when it is not JSON (any value is taken, not only objects and arrays).
 [[nodiscard]] json_ptr json_parse(std::string_view text);

@@ -21,7 +21,7 @@ struct decoded {
   std::size_t length;
 };
 
-/// The character at the front of valid UTF-8.
+/// The character at the front of UTF-8. JSON brings valid UTF-8 only; anything else is at least not read past its end.
 decoded decode(std::string_view text) {
   const auto lead = static_cast<unsigned char>(text[0]);
   const std::size_t length = lead < 0x80 ? 1 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
@@ -42,6 +42,8 @@ void encode(char32_t character, std::string& out) {
   for (int i = more - 1; i >= 0; --i) out += static_cast<char>(0x80U | (character >> (6 * i) & 0x3fU));
 }
 
+/// Box's description and its guides differ on more characters (< > : | ? *) and on names that are cleaned in silence;
+/// here what the description forbids is refused, and a space in front; nothing is cleaned.
 bool is_forbidden(char c) {
   const auto byte = static_cast<unsigned char>(c);
   return byte < 0x20 || byte == 0x7f || c == '/' || c == '\\';
@@ -54,6 +56,7 @@ std::string_view name_refusal(std::string_view utf8) {
       std::any_of(utf8.begin(), utf8.end(), is_forbidden)) {
     return "item_name_invalid";
   }
+  // Characters, not bytes: every byte but the continuation bytes begins one.
   const auto characters =
       std::count_if(utf8.begin(), utf8.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; });
   return static_cast<std::size_t>(characters) > MAX_NAME_CHARACTERS ? "item_name_too_long" : "";
@@ -65,6 +68,7 @@ std::string name_folded(std::string_view utf8) {
   while (!utf8.empty()) {
     const auto [character, length] = decode(utf8);
     utf8.remove_prefix(length);
+    // By way of the upper case, since some letters share it: a final sigma folds like any other one.
     const auto upper = towupper_l(static_cast<wint_t>(character), unicode_locale());
     encode(static_cast<char32_t>(towlower_l(upper, unicode_locale())), folded);
   }

@@ -1,11 +1,11 @@
 #include "base/settings.h"
 
+#include "base/json.h"
+#include "base/text.h"
+
 #include <algorithm>
 #include <sstream>
 #include <variant>
-
-#include "base/json.h"
-#include "base/text.h"
 
 namespace tarvex::emulator {
 namespace {
@@ -58,6 +58,7 @@ const row ROWS[] = {
     {"idle_timeout_s", &settings::idle_timeout_s, "", "a connection that moves nothing for so long is closed, seconds"},
 };
 
+/// Puts a text into a member of whatever kind; returns the refusal.
 struct assign {
   settings& values;
   const row& to;
@@ -91,6 +92,7 @@ struct show {
   std::string operator()(std::string settings::*place) const { return values.*place; }
 };
 
+/// A setting in JSON may come as a number, as true, or as the text that the command line would take.
 std::string text_of(const json_t* value) {
   if (json_is_string(value)) return json_string_value(value);
   return json_text(value);

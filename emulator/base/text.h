@@ -18,8 +18,9 @@ using pair_list = std::vector<std::pair<std::string, std::string>>;
 /// The pieces between separators; an empty text has one empty piece.
 [[nodiscard]] std::vector<std::string_view> split(std::string_view text, char separator);
 
-/// ASCII letters in lower case, all else unchanged.
+/// ASCII letters in lower or upper case, all else unchanged; never by the locale.
 [[nodiscard]] std::string lower(std::string_view text);
+[[nodiscard]] std::string upper(std::string_view text);
 [[nodiscard]] bool equal_ignoring_case(std::string_view a, std::string_view b);
 [[nodiscard]] std::string_view trim(std::string_view text);
 

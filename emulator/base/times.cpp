@@ -8,6 +8,7 @@
 namespace tarvex::emulator {
 namespace {
 
+/// By gmtime_r and strftime in the "C" locale, which the program never leaves: English names of days and months.
 std::string format(const char* form, std::int64_t seconds) {
   const std::time_t value = seconds;
   std::tm parts{};
@@ -66,6 +67,8 @@ std::string time_text_http(std::int64_t seconds) {
 }
 
 std::optional<std::int64_t> time_parse(std::string_view text) {
+  // At least one character stands behind the seconds. A fraction would be read as an offset, and is refused as one:
+  // Box takes whole seconds only.
   if (text.size() < 20 || text[4] != '-' || text[7] != '-' || (text[10] != 'T' && text[10] != 't') || text[13] != ':' ||
       text[16] != ':') {
     return std::nullopt;
@@ -73,15 +76,19 @@ std::optional<std::int64_t> time_parse(std::string_view text) {
   const std::array<int, 6> field = {digits(text, 0, 4),  digits(text, 5, 2),  digits(text, 8, 2),
                                     digits(text, 11, 2), digits(text, 14, 2), digits(text, 17, 2)};
   const auto offset = offset_minutes_of(text.substr(19));
-  if (field[0] < 0 || field[1] < 1 || field[1] > 12 || field[2] < 1 || field[3] < 0 || field[3] > 23 || field[4] < 0 ||
-      field[4] > 59 || field[5] < 0 || field[5] > 60 || !offset) {
-    return std::nullopt;
+  // What is not digits is -1. A leap second is second 60; days beyond the month are for the calendar below.
+  static constexpr std::array<int, 6> LEAST = {0, 1, 1, 0, 0, 0};
+  static constexpr std::array<int, 6> MOST = {9999, 12, 31, 23, 59, 60};
+  for (std::size_t i = 0; i < field.size(); ++i) {
+    if (field[i] < LEAST[i] || field[i] > MOST[i]) return std::nullopt;
   }
+  if (!offset) return std::nullopt;
   const auto date = std::chrono::year(field[0]) / std::chrono::month(static_cast<unsigned>(field[1])) /
                     std::chrono::day(static_cast<unsigned>(field[2]));
   if (!date.ok()) return std::nullopt;
   const std::int64_t days = std::chrono::sys_days(date).time_since_epoch().count();
   const std::int64_t seconds = days * 86400 + field[3] * 3600L + field[4] * 60L + field[5] - *offset * 60L;
+  // Box answers 400 for times before 1970.
   if (seconds < 0) return std::nullopt;
   return seconds;
 }

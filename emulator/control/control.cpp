@@ -1,8 +1,10 @@
 #include "control/control.h"
 
-#include "api/reservations.h"
+#include "base/json.h"
 #include "base/text.h"
+#include "box/reservations.h"
 #include "control/fill.h"
+#include "traffic/problem.h"
 
 namespace tarvex::emulator {
 namespace {
@@ -53,6 +55,7 @@ response faults_clear(box_state& box, const request& /*in*/, const json_t* /*bod
 }
 
 response settings_change(box_state& box, const request& /*in*/, const json_t* body) {
+  // All or nothing: a wrong name in the middle changes nothing.
   settings changed = box.current_settings();
   const std::string refusal = settings_apply(changed, body);
   if (refusal.empty()) box.change_settings(changed);
@@ -64,13 +67,13 @@ response locks_add(box_state& box, const request& /*in*/, const json_t* body) {
   const auto name = json_text_at(body, "name");
   const auto time = json_number_at(body, "for_ms");
   if ((!folder && !name) || !time) return refused("a lock is {\"folder\" or \"name\", \"for_ms\"}");
-  if (folder) box.reserved->lock_folder(*folder, *time);
-  if (name) box.reserved->reserve_name(*name, *time);
+  if (folder) box.reserved.lock_folder(*folder, *time);
+  if (name) box.reserved.reserve_name(*name, *time);
   return response_empty(204);
 }
 
 response locks_clear(box_state& box, const request& /*in*/, const json_t* /*body*/) {
-  box.reserved->clear();
+  box.reserved.clear();
   return response_empty(204);
 }
 
@@ -84,10 +87,8 @@ response fill(box_state& box, const request& /*in*/, const json_t* body) {
 }
 
 response reset(box_state& box, const request& /*in*/, const json_t* /*body*/) {
-  box.faults.clear();
-  box.requests.clear();
-  box.reserved->clear();
-  return done_or(remove_everything(box));
+  box.reset();
+  return response_empty(204);
 }
 
 struct row {
@@ -116,6 +117,7 @@ std::string read_all(body_source& body) {
   std::string buffer(64UL * 1024, '\0');
   while (const std::size_t got = body.read(buffer)) {
     text.append(buffer, 0, got);
+    // Only a broken script sends so much.
     if (text.size() > MAX_BODY_BYTES) throw connection_lost();
   }
   return text;
@@ -123,11 +125,9 @@ std::string read_all(body_source& body) {
 
 }  // namespace
 
-bool control_is_for(const request& in) {
-  return in.path.starts_with(PREFIX);
-}
-
-response control_answer(box_state& box, request& in) {
+std::optional<response> control_answer(box_state& box, request& in) {
+  if (!in.path.starts_with(PREFIX)) return std::nullopt;
+  // No token: who can reach these from this machine can read the state on its disk as well.
   if (!in.loopback) return response_empty(403);
   const std::string_view path = std::string_view(in.path).substr(PREFIX.size());
   for (const row& candidate : ROWS) {

@@ -1,16 +1,16 @@
 #pragma once
 
-#include <string>
+#include "box/box_state.h"
+#include "http/message.h"
 
-#include "api/call.h"
+#include <optional>
+#include <string>
 
 namespace tarvex::emulator {
 
-/// Whether a request is for the control addresses below /_emulator/. They are neither journalled nor faulty.
-[[nodiscard]] bool control_is_for(const request& in);
-
-/// Answers a control request.
-[[nodiscard]] response control_answer(box_state& box, request& in);
+/// Answers a request to the control addresses below /_emulator/; nothing when it is for Box itself. Control requests
+/// are neither journalled nor faulty.
+[[nodiscard]] std::optional<response> control_answer(box_state& box, request& in);
 
 /// Explains the control addresses, for --help.
 [[nodiscard]] std::string control_help();

@@ -1,8 +1,7 @@
 #include "control/demo.h"
 
-#include "api/storing.h"
-#include "base/times.h"
-#include "control/fill.h"
+#include "control/plant.h"
+#include "store/content_draft.h"
 
 namespace tarvex::emulator {
 namespace {
@@ -31,58 +30,34 @@ constexpr row ROWS[] = {
     {"incoming/", "", 0},
 };
 
-class planter {
- public:
-  planter(box_state& box, const user& owner) : box_(box), owner_(owner), now_(time_now()) {}
+void add_file(box_state& box, const user& owner, std::int64_t folder, std::string_view name, const row& what) {
+  content_draft draft(box.contents);
+  draft.append(what.bytes > 0 ? pattern_bytes(2, what.bytes) : std::string(what.text));
+  const item made = plant_file(box, owner, folder, name, {.size = draft.size(), .sha1 = draft.sha1()});
+  box.users.add_used(owner.id, made.size);
+  box.contents.rename(draft.name(), std::to_string(made.version));
+  draft.keep();
+}
 
-  void add(const row& what) {
-    std::int64_t folder = ROOT_ID;
-    std::string_view rest = what.path;
-    for (auto slash = rest.find('/'); slash != std::string_view::npos; slash = rest.find('/')) {
-      folder = folder_named(folder, rest.substr(0, slash));
-      rest.remove_prefix(slash + 1);
-    }
-    if (!rest.empty()) add_file(folder, rest, what.bytes > 0 ? pattern_bytes(2, what.bytes) : std::string(what.text));
+void add(box_state& box, const user& owner, const row& what) {
+  std::int64_t folder = ROOT_ID;
+  std::string_view rest = what.path;
+  for (auto slash = rest.find('/'); slash != std::string_view::npos; slash = rest.find('/')) {
+    const std::string_view name = rest.substr(0, slash);
+    const auto known = box.items.find_named(owner.id, folder, name);
+    folder = known ? known->id : plant_folder(box, owner, folder, name).id;
+    rest.remove_prefix(slash + 1);
   }
-
- private:
-  item base(std::int64_t folder, std::string_view name, item_type type) const {
-    item made{.owner = owner_.id, .type = type, .parent = folder, .name = std::string(name)};
-    made.created_at = made.modified_at = made.content_created_at = made.content_modified_at = now_;
-    return made;
-  }
-
-  std::int64_t folder_named(std::int64_t parent, std::string_view name) {
-    if (const auto known = box_.items.find_named(owner_.id, parent, name)) return known->id;
-    return box_.items.create(base(parent, name, item_type::FOLDER)).id;
-  }
-
-  void add_file(std::int64_t folder, std::string_view name, const std::string& content) {
-    content_draft draft(box_.contents);
-    draft.append(content);
-    item made = base(folder, name, item_type::FILE);
-    made.size = draft.size();
-    made.sha1 = draft.sha1();
-    made.version = box_.data.next_number("versions");
-    made = box_.items.create(std::move(made));
-    box_.items.add_version({made.version, made.id, made.size, made.sha1, std::to_string(made.version)});
-    box_.users.add_used(owner_.id, made.size);
-    box_.contents.rename(draft.name(), std::to_string(made.version));
-    draft.keep();
-  }
-
-  box_state& box_;
-  const user& owner_;
-  std::int64_t now_;
-};
+  if (!rest.empty()) add_file(box, owner, folder, rest, what);
+}
 
 }  // namespace
 
 void demo_fill(box_state& box, const user& owner) {
   transaction hold(box.data);
+  // A second start with the same directory finds what people have made of it, and leaves it alone.
   if (box.items.count(owner.id, ROOT_ID) > 0) return;
-  planter tree(box, owner);
-  for (const row& each : ROWS) tree.add(each);
+  for (const row& each : ROWS) add(box, owner, each);
   hold.commit();
 }
 

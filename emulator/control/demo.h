@@ -1,6 +1,6 @@
 #pragma once
 
-#include "api/call.h"
+#include "box/box_state.h"
 
 namespace tarvex::emulator {
 

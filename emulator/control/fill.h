@@ -1,9 +1,9 @@
 #pragma once
 
+#include "box/box_state.h"
+
 #include <cstdint>
 #include <string>
-
-#include "api/call.h"
 
 namespace tarvex::emulator {
 
@@ -18,11 +18,5 @@ struct fill_order {
 
 /// Makes them in one transaction; they share one content. Returns an empty text or what is wrong.
 [[nodiscard]] std::string fill_folder(box_state& box, const fill_order& order);
-
-/// Removes all items, sessions and contents; users, their roots and tokens stay.
-[[nodiscard]] std::string remove_everything(box_state& box);
-
-/// Bytes that depend on nothing but their position and the seed.
-[[nodiscard]] std::string pattern_bytes(std::uint64_t seed, std::size_t count);
 
 }  // namespace tarvex::emulator

@@ -1,10 +1,10 @@
 #include "http/connection.h"
 
+#include "http/request_reader.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
-
-#include "http/request_reader.h"
 
 namespace tarvex::emulator {
 namespace {
@@ -16,6 +16,7 @@ std::int64_t body_length(const response& answer) {
   return answer.file ? answer.file->length : static_cast<std::int64_t>(answer.body.size());
 }
 
+/// 204 must not announce a length, and that of a 304 would be the whole one's (RFC 9110, 8.6).
 std::string head_text(const response& answer, bool keep) {
   std::string text = "HTTP/1.1 " + std::to_string(answer.status) + ' ';
   text += status_reason(answer.status);
@@ -31,6 +32,7 @@ std::string head_text(const response& answer, bool keep) {
 }
 
 bool send_piece(transport& client, const response& answer, std::int64_t offset, std::int64_t length) {
+  // A file is never sent in chunks: downloads come with their length, which clients check.
   if (answer.file) return client.send_file(answer.file->file.get(), answer.file->offset + offset, length);
   const std::string_view piece =
       std::string_view(answer.body).substr(static_cast<std::size_t>(offset), static_cast<std::size_t>(length));
@@ -49,15 +51,18 @@ bool send_body(transport& client, const response& answer) {
     if (at > 0 && answer.how.piece_delay_ms > 0 && !client.pause(answer.how.piece_delay_ms)) return false;
     if (!send_piece(client, answer, at, std::min(step, end - at))) return false;
   }
+  // A cut ends the connection even where it lies behind the last byte.
   if (answer.how.cut_after) return false;
   return !answer.how.chunked || client.write("0\r\n\r\n", false);
 }
 
 bool send(transport& client, const response& answer, bool with_body, bool keep) {
+  // Ends when the client goes away, or with the server: both shut the socket.
   if (answer.how.hang) return client.pause(-1);
   if (answer.how.delay_ms > 0 && !client.pause(answer.how.delay_ms)) return false;
   if (answer.how.drop) return false;
   std::string head = head_text(answer, keep);
+  // Head and body in one packet where nothing asks for less.
   const bool at_once = with_body && !answer.file && !answer.how.chunked && answer.how.piece_bytes == 0 &&
                        !answer.how.cut_after && answer.body.size() < 65536;
   if (at_once) return client.write(head + answer.body, false);
@@ -89,6 +94,8 @@ void connection_serve(transport& client, connection_facts facts, const request_h
     current.secure = facts.secure;
     current.loopback = facts.loopback;
     const response answer = handler(current);
+    // The rest of a body is read off before the answer: a client that is still sending may read nothing before it is
+    // done, and closing on unread bytes would reset the connection and lose the answer.
     const bool keep = !answer.close && reader.keep_alive() && reader.drain(MAX_DRAINED_BYTES);
     if (!send(client, answer, current.method != "HEAD", keep) || !keep) return;
   }

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "base/text.h"
+#include "tarvex_common.hpp"
+
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
-
-#include "base/descriptor.h"
-#include "base/text.h"
 
 namespace tarvex::emulator {
 
@@ -70,7 +70,7 @@ struct response {
   delivery how;
 };
 
-/// An answer without a body, with one of JSON text, and with one of HTML.
+/// An answer without a body, and one with a text of a given content type.
 [[nodiscard]] response response_empty(unsigned status);
 [[nodiscard]] response response_text(unsigned status, std::string content_type, std::string body);
 

@@ -1,60 +1,26 @@
 #include "http/request_reader.h"
 
+#include "http/input_buffer.h"
+
 #include <boost/beast/http/buffer_body.hpp>
 #include <boost/beast/http/error.hpp>
 #include <boost/beast/http/parser.hpp>
-#include <cstring>
+
 #include <vector>
 
 namespace tarvex::emulator {
 namespace http = boost::beast::http;
 namespace {
 
-constexpr std::size_t BUFFER_BYTES = 256UL * 1024;
+constexpr std::size_t SCRAP_BYTES = 256UL * 1024;
 constexpr std::uint32_t MAX_HEAD_BYTES = 64UL * 1024;
-
-/// What was read from the connection and not used yet.
-class input {
- public:
-  explicit input(transport& from) : from_(from), bytes_(BUFFER_BYTES) {}
-
-  [[nodiscard]] std::string_view pending() const { return {bytes_.data() + begin_, end_ - begin_}; }
-  void consume(std::size_t count) { begin_ += count; }
-
-  /// Reads more behind what is pending; false at the end of the connection or when the buffer is full.
-  bool fill() {
-    if (begin_ > 0) {
-      std::memmove(bytes_.data(), bytes_.data() + begin_, end_ - begin_);
-      end_ -= begin_;
-      begin_ = 0;
-    }
-    if (end_ == bytes_.size()) return false;
-    const std::size_t got = from_.read({bytes_.data() + end_, bytes_.size() - end_});
-    end_ += got;
-    return got > 0;
-  }
-
-  /// Takes what is pending, or else reads straight into `out`.
-  std::size_t take(std::span<char> out) {
-    if (begin_ == end_) return from_.read(out);
-    const std::size_t count = std::min(out.size(), end_ - begin_);
-    std::memcpy(out.data(), bytes_.data() + begin_, count);
-    begin_ += count;
-    return count;
-  }
-
- private:
-  transport& from_;
-  std::vector<char> bytes_;
-  std::size_t begin_ = 0;
-  std::size_t end_ = 0;
-};
 
 void split_target(request& into) {
   const auto question = into.target.find('?');
   into.path = into.target.substr(0, question);
   into.raw_query = question == std::string::npos ? "" : into.target.substr(question + 1);
   into.query = form_pairs(into.raw_query);
+  // Clients in wide use write "/2.0/users/me/" and "/oauth2/token/".
   while (into.path.size() > 1 && into.path.ends_with('/')) into.path.pop_back();
 }
 
@@ -65,6 +31,8 @@ class request_reader::state final : public body_source {
   explicit state(transport& from) : connection_(from), input_(from) {}
 
   reading next_head(request& into) {
+    // Not eager: the parser stops behind the head, so that a body is read when its handler asks for it, and with a
+    // length straight from the connection, past the parser.
     parser_.emplace();
     parser_->eager(false);
     parser_->header_limit(MAX_HEAD_BYTES);
@@ -83,10 +51,13 @@ class request_reader::state final : public body_source {
     finished_ = !into.chunked && left_ == 0;
     const auto expect = into.header("Expect");
     continue_wanted_ = expect && equal_ignoring_case(*expect, "100-continue");
+    // The parser lets an empty coding pass; a client that means "none" must not send the line.
     const auto coding = into.header("Transfer-Encoding");
     return coding && trim(*coding).empty() ? reading::NOT_HTTP : reading::READ;
   }
 
+  // A client that announced "Expect: 100-continue" sends its body once it is asked for, and not before: so a refusal
+  // that needs no body costs no upload.
   std::size_t read(std::span<char> out) override {
     if (finished_) return 0;
     if (continue_wanted_) {
@@ -106,6 +77,7 @@ class request_reader::state final : public body_source {
         boost::system::error_code error;
         input_.consume(parser_->put(boost::asio::buffer(input_.pending()), error));
         if (parser_->is_header_done()) return reading::READ;
+        // need_more is no failure: the head has not come whole.
         if (error == http::error::header_limit) return reading::TOO_LARGE;
         if (error && error != http::error::need_more) return reading::NOT_HTTP;
       }
@@ -113,6 +85,7 @@ class request_reader::state final : public body_source {
     }
   }
 
+  // Past the parser, which would copy every byte of an upload once more.
   std::size_t read_counted(std::span<char> out) {
     const std::size_t got = input_.take(out.first(std::min<std::uint64_t>(out.size(), left_)));
     if (got == 0) throw connection_lost();
@@ -130,6 +103,7 @@ class request_reader::state final : public body_source {
       boost::system::error_code error;
       const std::size_t used = parser_->put(boost::asio::buffer(input_.pending()), error);
       input_.consume(used);
+      // need_buffer means that `out` is full, need_more that a chunk's head is cut: neither is a failure.
       if (const std::size_t got = out.size() - body.size; got > 0) return got;
       if (error && error != http::error::need_more && error != http::error::need_buffer) throw connection_lost();
       if (used == 0 && !parser_->is_done() && !input_.fill()) throw connection_lost();
@@ -139,7 +113,7 @@ class request_reader::state final : public body_source {
   }
 
   transport& connection_;
-  input input_;
+  input_buffer input_;
   std::optional<http::request_parser<http::buffer_body>> parser_;
   std::uint64_t left_ = 0;  // of a body with a length
   bool finished_ = true;
@@ -154,8 +128,9 @@ reading request_reader::next(request& into) {
 }
 
 bool request_reader::drain(std::uint64_t most_bytes) {
+  // Nobody asked for this body with "100 Continue", so nobody knows whether the client sends it all the same.
   if (state_->is_unasked()) return false;
-  std::vector<char> scrap(BUFFER_BYTES);
+  std::vector<char> scrap(SCRAP_BYTES);
   try {
     for (std::uint64_t dropped = 0; dropped <= most_bytes;) {
       const std::size_t got = state_->read(scrap);

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <memory>
-
 #include "http/message.h"
 #include "http/transport.h"
+
+#include <memory>
 
 namespace tarvex::emulator {
 

@@ -1,11 +1,12 @@
 #pragma once
 
+#include "http/message.h"
+#include "http/tls.h"
+
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
-
-#include "http/message.h"
-#include "http/transport.h"
 
 namespace tarvex::emulator {
 
@@ -19,11 +20,11 @@ struct server_options {
 };
 
 /// HTTP/1.1 with one thread for each connection.
-class http_server {
+class server {
  public:
   /// Binds and listens. Throws std::runtime_error that says what is wrong with the address.
-  http_server(server_options options, request_handler handler);
-  ~http_server();
+  server(server_options options, request_handler handler);
+  ~server();
 
   /// The address that was taken, as "HOST:PORT".
   [[nodiscard]] std::string address() const;

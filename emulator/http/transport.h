@@ -1,12 +1,12 @@
 #pragma once
 
+#include "tarvex_common.hpp"
+
 #include <cstdint>
 #include <memory>
 #include <span>
 #include <string>
 #include <string_view>
-
-#include "base/descriptor.h"
 
 namespace tarvex::emulator {
 
@@ -28,19 +28,11 @@ class transport {
   [[nodiscard]] virtual bool pause(std::int64_t milliseconds) = 0;
 };
 
-/// The server's certificate; null without TLS.
-class tls_identity {
- public:
-  virtual ~tls_identity() = default;
-
-  /// Shakes hands on a socket; null when that fails.
-  [[nodiscard]] virtual std::unique_ptr<transport> accept(descriptor socket) const = 0;
-};
-
 /// A transport on a connected socket, which it owns.
 [[nodiscard]] std::unique_ptr<transport> transport_plain(descriptor socket);
 
-/// Reads a certificate chain and its key, both PEM. Throws std::runtime_error that names the file.
-[[nodiscard]] std::unique_ptr<tls_identity> tls_identity_load(const std::string& certificate, const std::string& key);
+/// `transport::pause` for a socket: false when the peer closes within that time. A half-closed peer (it sent all it
+/// had) counts as gone, too.
+[[nodiscard]] bool transport_pause(int socket, std::int64_t milliseconds);
 
 }  // namespace tarvex::emulator

@@ -1,17 +1,17 @@
 #pragma once
 
-#include <sqlite3.h>
+#include "tarvex_common.hpp"
 
 #include <cstdint>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "base/handle.h"
+struct sqlite3;
+struct sqlite3_stmt;
 
 namespace tarvex::emulator {
 
@@ -20,7 +20,11 @@ struct database_failure : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-using statement_ptr = std::unique_ptr<sqlite3_stmt, handle_releaser<sqlite3_finalize>>;
+// SQLite's own functions under other names, so that its header stays in one source.
+void database_close(sqlite3* handle) noexcept;
+void statement_finalize(sqlite3_stmt* statement) noexcept;
+
+using statement_ptr = owner<sqlite3_stmt, statement_finalize>;
 
 class database;
 
@@ -43,7 +47,7 @@ class cursor {
   /// Moves to the next row; false behind the last one.
   [[nodiscard]] bool next();
 
-  [[nodiscard]] std::int64_t integer(int column) const { return sqlite3_column_int64(statement_.get(), column); }
+  [[nodiscard]] std::int64_t integer(int column) const;
   [[nodiscard]] std::string text(int column) const;
 
  private:
@@ -88,7 +92,7 @@ class database {
   friend class cursor;
   friend class transaction;
 
-  std::unique_ptr<sqlite3, handle_releaser<sqlite3_close>> handle_;
+  owner<sqlite3, database_close> handle_;
   std::map<std::string, std::vector<statement_ptr>> idle_;  // prepared and not in use, by text
   std::mutex mutex_;
 };

@@ -1,0 +1,34 @@
+#include "api/authorisation.h"
+
+#include "base/text.h"
+#include "base/times.h"
+
+#include <optional>
+#include <string>
+
+namespace tarvex::emulator {
+namespace {
+
+/// Box takes a token from the header and from `access_token` in the query.
+std::optional<std::string> token_of(const request& in) {
+  auto header = in.header("Authorization");
+  if (header && lower(*header).starts_with("bearer ")) return std::string(trim(std::string_view(*header).substr(7)));
+  if (header) return header;  // a bare token; of another scheme, it is equal to none
+  return in.parameter("access_token");
+}
+
+}  // namespace
+
+user authorised_user(const call& of) {
+  const auto token = token_of(of.in);
+  if (!token || token->empty()) throw unauthorised_problem(false);
+  transaction hold(of.box.data);
+  const auto known = of.box.users.find_token(*token, ACCESS_TOKEN, time_now());
+  // Unknown, revoked and expired tokens get the same answer; only no token at all gets another.
+  if (!known || known->expired) throw unauthorised_problem(true);
+  const auto owner = of.box.users.find(known->user);
+  if (!owner) throw unauthorised_problem(true);
+  return *owner;
+}
+
+}  // namespace tarvex::emulator

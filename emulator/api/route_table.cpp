@@ -1,0 +1,112 @@
+// All addresses, each with what it is for and who answers.
+#include "api/download.h"
+#include "api/event.h"
+#include "api/file.h"
+#include "api/folder.h"
+#include "api/item_trash.h"
+#include "api/listing.h"
+#include "api/metadata.h"
+#include "api/oauth.h"
+#include "api/route.h"
+#include "api/session.h"
+#include "api/session_commit.h"
+#include "api/session_part.h"
+#include "api/upload.h"
+#include "api/user.h"
+#include "api/web_link.h"
+
+namespace tarvex::emulator {
+namespace {
+
+using enum route_purpose;
+
+response folder_restore(call& of) {
+  return trashed_restore(of, item_type::FOLDER);
+}
+response folder_trash_get(call& of) {
+  return trashed_get(of, item_type::FOLDER);
+}
+response folder_trash_purge(call& of) {
+  return trashed_purge(of, item_type::FOLDER);
+}
+response file_restore(call& of) {
+  return trashed_restore(of, item_type::FILE);
+}
+response file_trash_get(call& of) {
+  return trashed_get(of, item_type::FILE);
+}
+response file_trash_purge(call& of) {
+  return trashed_purge(of, item_type::FILE);
+}
+
+// Fixed segments stand before the captures that would take them for an id.
+constexpr route ROUTES[] = {
+    {"GET", "/2.0/users/me", API, user_me},
+    {"GET", "/2.0/events", API, event_list},
+
+    {"GET", "/2.0/folders/trash/items", API, trash_items},
+    {"POST", "/2.0/folders", API, folder_create},
+    {"GET", "/2.0/folders/:id", API, folder_get},
+    {"PUT", "/2.0/folders/:id", API, folder_update},
+    {"DELETE", "/2.0/folders/:id", API, folder_delete},
+    {"POST", "/2.0/folders/:id", API, folder_restore},
+    {"POST", "/2.0/folders/:id/copy", API, folder_copy},
+    {"GET", "/2.0/folders/:id/items", API, folder_items},
+    {"GET", "/2.0/folders/:id/trash", API, folder_trash_get},
+    {"DELETE", "/2.0/folders/:id/trash", API, folder_trash_purge},
+
+    // A preflight is asked of the API, the upload itself goes to another host.
+    {"OPTIONS", "/2.0/files/content", API, upload_preflight},
+    {"OPTIONS", "/2.0/files/:id/content", API, upload_preflight_version},
+    {"GET", "/2.0/files/:id", API, file_get},
+    {"PUT", "/2.0/files/:id", API, file_update},
+    {"DELETE", "/2.0/files/:id", API, file_delete},
+    {"POST", "/2.0/files/:id", API, file_restore},
+    {"POST", "/2.0/files/:id/copy", API, file_copy},
+    {"GET", "/2.0/files/:id/content", API, download_redirect},
+    {"GET", "/2.0/files/:id/trash", API, file_trash_get},
+    {"DELETE", "/2.0/files/:id/trash", API, file_trash_purge},
+
+    {"GET", "/2.0/files/:id/metadata/:any/:any", API, file_metadata_get},
+    {"POST", "/2.0/files/:id/metadata/:any/:any", API, file_metadata_create},
+    {"PUT", "/2.0/files/:id/metadata/:any/:any", API, file_metadata_update},
+    {"DELETE", "/2.0/files/:id/metadata/:any/:any", API, file_metadata_delete},
+    {"GET", "/2.0/folders/:id/metadata/:any/:any", API, folder_metadata_get},
+    {"POST", "/2.0/folders/:id/metadata/:any/:any", API, folder_metadata_create},
+    {"PUT", "/2.0/folders/:id/metadata/:any/:any", API, folder_metadata_update},
+    {"DELETE", "/2.0/folders/:id/metadata/:any/:any", API, folder_metadata_delete},
+
+    {"POST", "/2.0/web_links", API, web_link_create},
+    {"GET", "/2.0/web_links/:id", API, web_link_get},
+    {"PUT", "/2.0/web_links/:id", API, web_link_update},
+    {"DELETE", "/2.0/web_links/:id", API, web_link_delete},
+
+    {"POST", "/api/2.0/files/content", UPLOAD, upload_file},
+    {"POST", "/api/2.0/files/:id/content", UPLOAD, upload_version},
+    {"POST", "/api/2.0/files/upload_sessions", UPLOAD, session_create},
+    {"POST", "/api/2.0/files/:id/upload_sessions", UPLOAD, session_create_version},
+    {"PUT", "/api/2.0/files/upload_sessions/:any", PART, session_put_part},
+    {"GET", "/api/2.0/files/upload_sessions/:any", API, session_get},
+    {"DELETE", "/api/2.0/files/upload_sessions/:any", API, session_abort},
+    {"GET", "/api/2.0/files/upload_sessions/:any/parts", API, session_parts},
+    {"POST", "/api/2.0/files/upload_sessions/:any/commit", API, session_commit},
+    {"POST", "/api/2.0/files/upload_sessions/:any/log", API, session_log},
+
+    {"GET", "/d/1/:any/download", DOWNLOAD, download_bytes},
+
+    // Box has sign-in and tokens on hosts of their own, one of them below /api; here all are on one.
+    {"GET", "/api/oauth2/authorize", SIGN_IN, oauth_authorise},
+    {"GET", "/oauth2/authorize", SIGN_IN, oauth_authorise},
+    {"POST", "/oauth2/token", SIGN_IN, oauth_token},
+    {"POST", "/api/oauth2/token", SIGN_IN, oauth_token},
+    {"POST", "/oauth2/revoke", SIGN_IN, oauth_revoke},
+    {"POST", "/api/oauth2/revoke", SIGN_IN, oauth_revoke},
+};
+
+}  // namespace
+
+std::span<const route> routes() {
+  return ROUTES;
+}
+
+}  // namespace tarvex::emulator

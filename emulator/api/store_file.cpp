@@ -1,0 +1,74 @@
+#include "api/store_file.h"
+
+#include "api/call_check.h"
+#include "base/times.h"
+
+namespace tarvex::emulator {
+namespace {
+
+/// Enters a version and gives the content its lasting name.
+std::int64_t add_version(const call& of, std::int64_t file, const file_bytes& bytes) {
+  const std::int64_t id = of.box.data.next_number("versions");
+  of.box.items.add_version({id, file, bytes.size, bytes.sha1, std::to_string(id)});
+  of.box.users.add_used(of.me.id, bytes.size);
+  of.box.contents.rename(bytes.draft, std::to_string(id));
+  return id;
+}
+
+}  // namespace
+
+file_target store_target(const call& of, const json_t* attributes) {
+  file_target target;
+  const auto name = json_text_at(attributes, "name");
+  require(name.has_value(), "'name' is required");
+  target.name = *name;
+  call_check_name(target.name);
+  target.folder = call_parent(of, attributes).id;
+  target.content_created_at = call_time(attributes, "content_created_at");
+  target.content_modified_at = call_time(attributes, "content_modified_at");
+  return target;
+}
+
+void store_check(const call& of, const file_target& target, std::int64_t size) {
+  call_check_unlocked(of, target.folder);
+  call_check_free(of, target.folder, target.name, nullptr, conflict_place::UPLOAD);
+  call_check_quota(of, size);
+}
+
+item store_file(const call& of, const file_target& target, const file_bytes& bytes) {
+  store_check(of, target, bytes.size);
+  const std::int64_t now = time_now();
+  item made{.owner = of.me.id, .type = item_type::FILE, .parent = target.folder, .name = target.name};
+  made.size = bytes.size;
+  made.sha1 = bytes.sha1;
+  made.created_at = made.modified_at = now;
+  // A file of which only one time is known cannot be younger than its last change.
+  made.content_created_at = target.content_created_at.value_or(target.content_modified_at.value_or(now));
+  made.content_modified_at = target.content_modified_at.value_or(now);
+  // The version names its file, so the number is taken before the item is made.
+  made.id = of.box.data.next_number("files");
+  made.version = add_version(of, made.id, bytes);
+  return of.box.items.create(std::move(made));
+}
+
+item store_version(const call& of, const item& file, const file_target& target, const file_bytes& bytes) {
+  call_check_match(of, file);
+  call_check_quota(of, bytes.size);
+  item changed = file;
+  // A new version may come under a new name.
+  if (!target.name.empty() && target.name != file.name) {
+    call_check_free(of, file.parent, target.name, &file, conflict_place::UPLOAD);
+    changed.name = target.name;
+  }
+  const std::int64_t now = time_now();
+  changed.size = bytes.size;
+  changed.sha1 = bytes.sha1;
+  changed.version = add_version(of, file.id, bytes);
+  changed.modified_at = now;
+  changed.content_modified_at = target.content_modified_at.value_or(now);
+  ++changed.etag;
+  of.box.items.update(file, changed);
+  return changed;
+}
+
+}  // namespace tarvex::emulator

@@ -1,0 +1,58 @@
+#include "box/box_state.h"
+
+#include "base/times.h"
+
+#include <filesystem>
+
+namespace tarvex::emulator {
+namespace {
+
+std::string made(const std::string& directory) {
+  std::filesystem::create_directories(directory);
+  return directory;
+}
+
+}  // namespace
+
+box_state::box_state(const std::string& directory, settings initial, const std::string& journal_file, bool print)
+    : data(made(directory) + "/box.sqlite"),
+      contents(directory + "/content"),
+      requests(journal_file, print),
+      settings_(std::move(initial)) {}
+
+settings box_state::current_settings() const {
+  const std::lock_guard lock(mutex_);
+  return settings_;
+}
+
+void box_state::change_settings(settings changed) {
+  const std::lock_guard lock(mutex_);
+  settings_ = std::move(changed);
+}
+
+user box_state::open_account(const std::string& name, const std::string& token) {
+  transaction hold(data);
+  bool created = false;
+  const std::int64_t now = time_now();
+  user account = users.ensure(name, now, created);
+  if (created) items.create_root(account.id, now);
+  if (!token.empty()) users.add_token(token, ACCESS_TOKEN, account.id, NEVER);
+  hold.commit();
+  return account;
+}
+
+void box_state::reset() {
+  faults.clear();
+  requests.clear();
+  reserved.clear();
+  transaction hold(data);
+  for (const char* table : {"versions", "metadata", "sessions", "parts"}) data.run(std::string("DELETE FROM ") + table);
+  // The roots stay: only they have no parent.
+  data.run("DELETE FROM items WHERE parent <> -1");
+  data.run("UPDATE items SET size = 0");
+  data.run("UPDATE users SET used = 0");
+  hold.commit();
+  contents.remove_everything();
+}
+
+}  // namespace tarvex::emulator

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "base/json.h"
+#include "store/database.h"
+#include "store/item.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace tarvex::emulator {
+
+/// The `global/properties` instance of an item: the user's own members, and the counter of changes.
+struct metadata {
+  json_ptr value;
+  std::int64_t version = 0;
+  std::string id;
+};
+
+/// Metadata instances, at most one for each item. Every call is made inside a transaction on the database.
+class metadata_store {
+ public:
+  explicit metadata_store(database& on) : on_(on) {}
+
+  [[nodiscard]] std::optional<metadata> find(const item& subject);
+  void save(const item& subject, const metadata& held);
+  void remove(const item& subject);
+
+  /// Gives `to` what `from` has.
+  void copy(const item& from, const item& to);
+
+ private:
+  database& on_;
+};
+
+}  // namespace tarvex::emulator
