@@ -22,12 +22,6 @@ def put(client, path, content):
     client.storbinary(f"STOR {path}", io.BytesIO(content))
 
 
-def fetch(client, path):
-    received = bytearray()
-    client.retrbinary(f"RETR {path}", received.extend)
-    return bytes(received)
-
-
 def test_folders_are_made_and_removed(box, ftp, place):
     for _ in range(2):  # a folder that is there is fine
         assert ftp.mkd(f'{place}/new "one"') == f'{place}/new "one"'
@@ -74,24 +68,6 @@ def test_checksums_come_from_what_costs_least(box, server, ftp, place):
     answer = other.sendcmd(f"CKSM MD5 100 200000 {place}/f")
     assert answer == f"213 {hashlib.md5(content[100:200_100]).hexdigest()}", "what broke is counted once"
     other.close()
-
-
-def test_sessions_see_each_others_changes(box, server, place):
-    one, two = server.ftp(), server.ftp()
-    two.nlst(place)
-    for turn in b"1", b"22":
-        one.mkd(f"{place}/d")
-        put(one, f"{place}/d/f", turn)
-        two.cwd(f"{place}/d")
-        assert fetch(two, "f") == turn
-        put(two, f"{place}/d/by two", turn)
-        assert one.size(f"{place}/d/by two") == len(turn)
-        one.delete(f"{place}/d/f")
-        put(one, f"{place}/d/f", b"333")
-        assert fetch(two, f"{place}/d/f") == b"333"
-        one.sendcmd(f"SITE RDEL {place}/d")
-    for client in (one, two):
-        client.close()
 
 
 def test_sessions_make_one_folder_at_once(box, server, place):

@@ -1,6 +1,5 @@
 """Files fetched through real clients, whole and in pieces, and what happens when Box goes away meanwhile."""
 
-import ftplib
 import time
 
 import pytest
@@ -59,25 +58,6 @@ def test_lftp_fetches_in_every_mode(files, server, tmp_path, options):
 def test_a_cut_download_goes_on_where_it_stopped(files, box, ftp, cut_after):
     box.fault(method="GET", path="/d/**", times=1, cut_answer_after=cut_after)
     assert fetch(ftp, "/fetch/data.bin") == files["data.bin"][1]
-
-
-@pytest.mark.parametrize("path, row, words", [
-    ("/2.0/files/{id}/content", {"status": 403, "text": '{"code": "access_denied_insufficient_permissions"}'},
-     "550.*PERMISSION_DENIED"),
-    ("/d/**", {"status": 404, "text": "<html>never for the client</html>"}, "550.*PATH_NOT_FOUND"),
-    ("/d/**", {"cut_answer_after": 100_000, "times": 2}, "[45]"),
-])
-def test_box_refuses_a_download(files, box, server, path, row, words):
-    client = server.ftp()
-    client.nlst("/fetch")
-    box.fault(method="GET", path=path.format(id=files["data.bin"][0]), **row)
-    received = bytearray()
-    with pytest.raises((ftplib.error_perm, ftplib.error_temp), match=f"(?s)^{words}"):
-        client.retrbinary("RETR /fetch/data.bin", received.extend)
-    assert files["data.bin"][1].startswith(received)
-    box.clear_faults()
-    assert fetch(client, "/fetch/one") == b"1"
-    client.close()
 
 
 def test_abort_ends_a_stuck_download_and_the_session_goes_on(files, box, server):

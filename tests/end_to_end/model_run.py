@@ -8,7 +8,7 @@ import uuid
 
 from local import wait_until
 from model_client import Client, Foreign, Lost, reset
-from model_steps import CHANGES, CHUNKED, LISTING, PART, PASSING, SESSIONS
+from model_steps import CHANGES, CHUNKED, LISTING, PART, PASSING
 from model_tree import apply, below, content_of, difference, file_of, has_folder, parent, same
 
 RESUME = re.compile(r"REST (\d+)")

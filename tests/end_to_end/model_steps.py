@@ -7,7 +7,6 @@ client goes away), "half_close", and "during" (another step while the data are o
 
 import random
 
-import model_tree
 from model_tree import apply, parent
 
 SESSIONS = ("a", "b", "c")
@@ -61,7 +60,8 @@ class Generator:
     def __init__(self, seed, with_foreign=True, with_faults=True, with_deaths=True, sessions=SESSIONS):
         self.rng = random.Random(seed)
         self.tree = {}
-        self.with_foreign, self.with_faults, self.with_deaths, self.sessions = with_foreign, with_faults, with_deaths, sessions
+        self.with_foreign, self.with_faults, self.with_deaths = with_foreign, with_faults, with_deaths
+        self.sessions = sessions
 
     def any_path(self):
         """A path that may exist or not; seldom one that leads through a file, or to the root."""
@@ -93,7 +93,8 @@ class Generator:
         if verb == "fetch":
             step["rest"] = rng.choice((0, 0, 0, 1, 700, 1 << 40))
         if verb == "cksm":
-            step.update(algorithm=rng.choice(("MD5", "SHA1", "SHA256")), range=rng.choice(((0, -1), (0, -1), (1, -1), (0, 1), (5, 600))))
+            step.update(algorithm=rng.choice(("MD5", "SHA1", "SHA256")),
+                        range=rng.choice(((0, -1), (0, -1), (1, -1), (0, 1), (5, 600))))
         if verb in CHANGES:
             done = apply(self.tree, step)
             self.tree = self.tree if done is None else done
@@ -112,7 +113,7 @@ class Generator:
         elif len(self.sessions) > 1 and step["do"] in ("store", "fetch") and chance < 0.6:
             others = [who for who in self.sessions if who != step["who"]] + ["foreign"] * self.with_foreign
             step["during"] = self.plain(rng.choice(others), CHANGES)
-            if rng.random() < 0.5 and model_tree.parent(step["path"]) == parent(step["during"]["path"]):
+            if rng.random() < 0.5 and parent(step["path"]) == parent(step["during"]["path"]):
                 step["during"]["path"] = step["path"]  # the same name at once
             step["late"] = step["do"] == "store" and rng.random() < 0.5
         return step

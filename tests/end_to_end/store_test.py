@@ -122,14 +122,11 @@ def test_a_cut_chunked_upload_goes_on_at_the_next_part(box, server, source):
 
 
 @pytest.mark.parametrize("size, path, row, stored", [
-    (10, "content", {"status": 500, "text": "<html>"}, False),
-    (10, "content", {"cut_before_answer": True}, False),
     (10, "content", {"status": 403, "text": '{"code": "storage_limit_exceeded"}'}, False),
     (CHUNKED + 1, "upload_sessions", {"status": 429, "text": "", "headers": {"Retry-After": "1"}}, True),
     (CHUNKED + 1, "upload_sessions/*", {"method": "PUT", "cut_before_answer": True, "times": 2}, True),
     (CHUNKED + 1, "upload_sessions/*", {"method": "PUT", "status": 500, "text": ""}, False),
     (CHUNKED + 1, "upload_sessions/*/commit", {"status": 202, "text": "", "times": 2}, True),
-    (CHUNKED + 1, "upload_sessions/*/commit", {"status": 500, "text": ""}, False),
 ])
 def test_faults_of_box_on_the_way(box, server, source, request, size, path, row, stored):
     client = server.ftp()
