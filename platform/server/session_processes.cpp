@@ -43,7 +43,7 @@ void read_nothing_from_stdin() {
 
 }  // namespace
 
-void session_processes::unmap::operator()(change_counters* counters) const noexcept {
+void session_processes::unmap::operator()(change_slots* counters) const noexcept {
   munmap(counters, sizeof *counters);
 }
 
@@ -52,9 +52,10 @@ session_processes::session_processes(const configuration& config, storage_plugin
 
 bool session_processes::open() {
   void* const memory =
-      mmap(nullptr, sizeof(change_counters), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+      mmap(nullptr, sizeof(change_slots), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   if (memory == MAP_FAILED) return false;
-  changes_.reset(new (memory) change_counters{});
+  // The kernel's pages are zero, as empty slots are; to construct them would take memory for all of them.
+  changes_.reset(static_cast<change_slots*>(memory));
   return true;
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "config/configuration.h"
-#include "storage/change_counters.h"
+#include "storage/change_slots.h"
 #include "storage/plugin.h"
 #include "tarvex_common.hpp"
 
@@ -39,7 +39,7 @@ class session_processes {
 
  private:
   struct unmap {
-    void operator()(change_counters* counters) const noexcept;
+    void operator()(change_slots* counters) const noexcept;
   };
 
   [[noreturn]] void become_session(descriptor control, pid_t parent);
@@ -47,7 +47,7 @@ class session_processes {
   const configuration& config_;
   storage_plugin& storage_;
   const sigset_t signal_mask_;
-  std::unique_ptr<change_counters, unmap> changes_;
+  std::unique_ptr<change_slots, unmap> changes_;
   std::unordered_set<pid_t> running_;
 };
 

@@ -37,6 +37,12 @@ std::optional<std::string> path_argument(session& client, std::string_view argum
   return path;
 }
 
+bool root_refused(session& client, std::string_view path) {
+  if (path != "/") return false;
+  client.reply(553, "The root is neither removed nor renamed nor replaced.");
+  return true;
+}
+
 bool transfer_possible(session& client) {
   if (client.data.ready()) return true;
   client.reply(425, "Prepare a data connection with PASV, EPSV, PORT or EPRT first.");

@@ -26,6 +26,9 @@ void answer_transfer(session& client, std::string_view verb, std::string_view pa
 /// The path that a client means, absolute and normal; answers 501 itself when it cannot be one.
 std::optional<std::string> path_argument(session& client, std::string_view argument);
 
+/// Whether the path is the root, which is not removed, renamed or replaced; answers 553 itself when it is.
+bool root_refused(session& client, std::string_view path);
+
 /// Whether a data connection is prepared; answers 425 itself when none is.
 bool transfer_possible(session& client);
 

@@ -12,7 +12,7 @@ namespace {
 
 handled remove_item(session& client, tarvex_gfs_command_type_t type, std::string verb, std::string argument) {
   const auto path = path_argument(client, argument);
-  if (!path) co_return;
+  if (!path || root_refused(client, *path)) co_return;
   if (!client.storage.takes_commands()) co_return client.reply(502, "The storage takes no commands.");
   operation_subject subject{.verb = verb, .path = *path, .changes = true, .removes = true};
   storage_command command{.type = type, .path = *path};
@@ -24,9 +24,10 @@ handled remove_item(session& client, tarvex_gfs_command_type_t type, std::string
 
 handled command_mkd(session& client, std::string argument) {
   const auto path = path_argument(client, argument);
-  if (!path) co_return;
+  if (!path || root_refused(client, *path)) co_return;
   if (!client.storage.takes_commands()) co_return client.reply(502, "The storage takes no commands.");
-  operation_subject subject{.verb = "MKD", .path = *path, .changes = true, .existing_may_be_new = true};
+  operation_subject subject{
+      .verb = "MKD", .path = *path, .changes = true, .adds = true, .existing_may_be_new = true};
   storage_command command{.type = TARVEX_GFS_CMD_MKD, .path = *path};
   const command_answer answer = co_await client.storage.command(std::move(subject), std::move(command));
   if (answer_change(client, "MKD", *path, answer.how))
@@ -44,7 +45,7 @@ handled command_dele(session& client, std::string argument) {
 /// Answered by the server, with a stat: to a storage a rename is one command.
 handled command_rnfr(session& client, std::string argument) {
   const auto path = path_argument(client, argument);
-  if (!path) co_return;
+  if (!path || root_refused(client, *path)) co_return;
   const auto item = co_await look_at(client, "RNFR", *path);
   if (!item) co_return;
   client.settings.rename_from = *path;
@@ -55,9 +56,9 @@ handled command_rnto(session& client, std::string argument) {
   const std::string from = std::exchange(client.settings.rename_from, {});
   if (from.empty()) co_return client.reply(503, "Send RNFR first.");
   const auto path = path_argument(client, argument);
-  if (!path) co_return;
+  if (!path || root_refused(client, *path)) co_return;
   if (!client.storage.takes_commands()) co_return client.reply(502, "The storage takes no commands.");
-  operation_subject subject{.verb = "RNTO", .path = *path, .from_path = from, .changes = true};
+  operation_subject subject{.verb = "RNTO", .path = *path, .from_path = from, .changes = true, .adds = true};
   storage_command command{.type = TARVEX_GFS_CMD_RNTO, .path = *path, .from_path = from};
   const command_answer answer = co_await client.storage.command(std::move(subject), std::move(command));
   if (answer_change(client, "RNTO", *path, answer.how)) client.reply(250, from + " is now " + *path + ".");

@@ -47,9 +47,10 @@ handled compute(session& client, checksum_request request, std::int64_t size) {
     const outcome how = co_await client.storage.read(request.verb, request.path, range, std::move(sink));
     if (!how.ok()) co_return answer_failure(client, request.verb, request.path, how);
   }
-  if (request.length >= 0 && bytes != request.length)
-    co_return client.reply(551, "The storage sent " + std::to_string(bytes) + " bytes of the " +
-                                    std::to_string(request.length) + " in the range; the file has changed.");
+  const std::int64_t wanted = request.length >= 0 ? request.length : size - request.offset;
+  if (bytes != wanted)
+    co_return client.reply(451, "The storage sent " + std::to_string(bytes) + " of " + std::to_string(wanted) +
+                                    " bytes; the file may have changed. Try again.");
   const auto digest = stream->finish();
   if (!digest) co_return client.reply(451, "The checksum could not be computed.");
   request.answer(client, *digest, size);

@@ -1,5 +1,6 @@
 #include "command/listing_lines.h"
 
+#include "base/log.h"
 #include "ftp/path.h"
 
 #include <algorithm>
@@ -22,7 +23,13 @@ std::string listing_lines(const listing_request& request, const tarvex_gridftp_s
   const std::time_t now = std::time(nullptr);
   for (int i = 0; i < count; ++i) {
     const std::string_view name = entries[i].name ? entries[i].name : "";
-    if (!name.empty() && name != ".") listing_append(request.form, entries[i], name, now, request.facts, lines);
+    if (name.empty() || name == ".") continue;
+    if (name == ".." || name.find('/') != std::string_view::npos) {
+      // No path can name it: a client would take it for another item.
+      log_warning("{} {}: \"{}\" is left out, since no path can name it", request.verb, request.path, name);
+      continue;
+    }
+    listing_append(request.form, entries[i], name, now, request.facts, lines);
   }
   return lines;
 }

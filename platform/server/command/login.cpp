@@ -29,7 +29,8 @@ std::optional<account> authenticate(const configuration& config, const std::stri
 /// Answers a failed login after a while, so that guessing takes its time.
 asio::awaitable<void> login_failed(session& client, outcome how) {
   co_await client.pause(FAILURE_DELAY);
-  client.reply(530, how.lines);
+  client.reply(how.code, how.lines);
+  if (how.code == 421) co_return client.end("the storage did not start");
   if (++client.login.failures < FAILURES_MAX) co_return;
   client.reply(421, "Too many failed logins; closing the control connection.");
   client.end("too many failed logins");

@@ -39,6 +39,7 @@ handled refuse_form(session& client, const site_row& row) {
 handled ask_storage(session& client, const site_row& row, storage_command command) {
   const std::string verb = "SITE " + std::string(row.word);
   const std::string path = command.path;
+  if (row.type == TARVEX_GFS_CMD_SITE_RDEL && root_refused(client, path)) co_return;
   if (!client.storage.takes_commands()) co_return client.reply(502, "The storage takes no commands.");
   command.type = row.type;
   operation_subject subject{

@@ -1,4 +1,3 @@
-#include "base/log.h"
 #include "command/answer.h"
 #include "command/handler.h"
 #include "ftp/path.h"
@@ -9,8 +8,6 @@
 #include <utility>
 
 namespace tarvex::server {
-
-namespace asio = boost::asio;
 
 namespace {
 
@@ -37,26 +34,17 @@ std::string continuation_refusal(session& client, const std::string& path, const
     return "This upload has " + std::to_string(cut.size) + " bytes, of which " + std::to_string(cut.size - cut.offset) +
            " are to come.";
   request.size = cut.size;
+  request.session = cut.session;
   return {};
 }
 
 /// What REST, ALLO and STORATTR have said of the next store; they count once.
 store_request request_take(client_settings& settings) {
-  return {std::exchange(settings.announced_size, 0),
-          static_cast<std::uint64_t>(std::exchange(settings.restart_offset, 0)),
-          std::exchange(settings.modification_time, -1)};
-}
-
-/// A storage keeps what is left of an upload under its path, which is in the way of one that starts afresh.
-/// \return false, and the session ends, when the storage does not start again.
-asio::awaitable<bool> forget_unfinished(session& client, std::string path) {
-  if (!client.storage.unfinished().contains(path)) co_return true;
-  const outcome renewed = co_await client.storage.renew();
-  if (renewed.ok()) co_return true;
-  log_warning("{}: the storage does not start again: {}", client.who(), renewed.text());
-  client.reply(421, "The storage is not available; closing the control connection.");
-  client.end("no storage");
-  co_return false;
+  store_request request;
+  request.size = std::exchange(settings.announced_size, 0);
+  request.offset = static_cast<std::uint64_t>(std::exchange(settings.restart_offset, 0));
+  request.modification_time = std::exchange(settings.modification_time, -1);
+  return request;
 }
 
 }  // namespace
@@ -64,7 +52,7 @@ asio::awaitable<bool> forget_unfinished(session& client, std::string path) {
 handled command_stor(session& client, std::string argument) {
   store_request request = request_take(client.settings);
   const auto path = path_argument(client, argument);
-  if (!path || !transfer_possible(client)) co_return;
+  if (!path || root_refused(client, *path) || !transfer_possible(client)) co_return;
   if (!client.storage.receives()) co_return client.reply(502, "The storage takes no files.");
 
   // Whether it can succeed, before anything is sent or spooled.
@@ -76,9 +64,11 @@ handled command_stor(session& client, std::string argument) {
   if (request.offset > 0) {
     const std::string refusal = continuation_refusal(client, *path, *place, request);
     if (!refusal.empty()) co_return client.reply(553, refusal);
-  } else if (!co_await forget_unfinished(client, *path)) {
-    co_return;
+  } else {
+    how = co_await client.storage.forget_unfinished(*path);
+    if (!how.ok()) co_return answer_failure(client, "STOR", *path, how);
   }
+  request.replaces = place->target.has_value();
 
   const auto channel = client.make_transfer(*path);
   how = co_await client.storage.receive(*path, request, channel);

@@ -24,6 +24,7 @@ struct configuration {
   unsigned max_sessions = 1000;
   unsigned idle_timeout_s = 300;
   unsigned update_interval_s = 5;       ///< between progress replies; 0: none
+  unsigned end_grace_ms = 1000;         ///< before the end of data without an announced size is believed; least
   std::string spool_directory;          ///< empty: a private temporary directory
   std::uint64_t spool_limit_bytes = 0;  ///< of one stored file; 0: as the disk allows
 

@@ -74,6 +74,11 @@ std::string path_parent(std::string_view path) {
   return slash == 0 || slash == std::string_view::npos ? "/" : std::string(path.substr(0, slash));
 }
 
+bool path_is_within(std::string_view path, std::string_view above) {
+  if (above == "/") return true;
+  return path.starts_with(above) && (path.size() == above.size() || path[above.size()] == '/');
+}
+
 std::string path_base_name(std::string_view path) {
   if (path == "/") return "/";
   return std::string(path.substr(path.rfind('/') + 1));

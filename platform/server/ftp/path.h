@@ -21,6 +21,9 @@ std::optional<std::string> path_take(std::string_view& rest);
 /// The folder that holds an absolute, normal path; "/" for the root.
 std::string path_parent(std::string_view path);
 
+/// Whether `path` is `above` or lies below it; both absolute and normal.
+bool path_is_within(std::string_view path, std::string_view above);
+
 /// The text after the last "/"; "/" for the root.
 std::string path_base_name(std::string_view path);
 

@@ -4,6 +4,7 @@
 #include "ftp/reply.h"
 #include "storage/transfer.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace tarvex::server {
@@ -16,6 +17,8 @@ session::session(const session_setup& setup)
                .config = config,
                .plugin = *setup.storage,
                .changes = setup.changes,
+               .budget = setup.budget,
+               .budget_share = setup.budget_share,
                .who = [this] { return who(); }}),
       end_wake_(loop) {}
 
@@ -39,7 +42,15 @@ std::shared_ptr<transfer> session::make_transfer(const std::string& path) {
       .stall_limit = std::chrono::seconds(config.idle_timeout_s),
       .opening = [this, path] { reply(150, "Opening data connection for " + path + "."); },
       .present = [this] { return control.present(); },
+      .speaks = [this] { return !control.lines().empty(); },
+      .end_grace = end_grace(),
   });
+}
+
+/// A packet that tells of the end of the control connection may have to be sent again, more than once.
+std::chrono::milliseconds session::end_grace() const {
+  constexpr int TRIES = 4;
+  return config.end_grace_ms == 0 ? std::chrono::milliseconds(0) : std::max(std::chrono::milliseconds(config.end_grace_ms), TRIES * control.retransmission_timeout());
 }
 
 void session::end(std::string_view log_reason) {

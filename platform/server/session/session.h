@@ -59,6 +59,8 @@ class session {
   std::string who() const;
 
  private:
+  std::chrono::milliseconds end_grace() const;
+
   bool ending_ = false;
   std::function<void()> ending_call_, sent_call_;
   wake end_wake_;

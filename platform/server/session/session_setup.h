@@ -1,16 +1,21 @@
 #pragma once
 
+#include <cstddef>
+
 namespace tarvex::server {
 
-struct change_counters;
+struct change_slots;
 struct configuration;
+struct spool_budget;
 struct storage_plugin;
 
 /// What a session process starts with.
 struct session_setup {
   const configuration* config = nullptr;
   storage_plugin* storage = nullptr;   ///< loaded, not yet activated
-  change_counters* changes = nullptr;  ///< shared memory
+  change_slots* changes = nullptr;     ///< shared memory; null: no other session exists
+  spool_budget* budget = nullptr;      ///< shared memory; null: none
+  std::size_t budget_share = 0;        ///< this session's
   int control_socket = -1;             ///< the session closes it
 };
 

@@ -1,10 +1,9 @@
 #include "storage/callbacks_guard.h"
+#include "storage/credential_file.h"
 #include "storage/operation.h"
 #include "storage/storage_session.h"
 #include "tarvex_gridftp_server.h"
 
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 using tarvex::server::guard_result;
@@ -13,32 +12,10 @@ using tarvex::server::operation_kind;
 
 namespace {
 
-constexpr std::size_t CREDENTIAL_BYTES_MAX = 1 << 20;
-
-using file_ptr = std::unique_ptr<FILE, decltype([](FILE* file) { (void)std::fclose(file); })>;
-
-tarvex_result_t credential_error(const std::string& path, int number) {
-  return tarvex_error_put(tarvex_i_gfs_error_system(nullptr, number, "Cannot read the credential %s", path.c_str()));
-}
-
-/// A whole file; none when it does not exist.
-tarvex_result_t credential_read(const std::string& path, std::optional<std::string>& text) {
-  if (path.empty()) return TARVEX_SUCCESS;
-  const file_ptr file(std::fopen(path.c_str(), "re"));
-  if (!file && errno == ENOENT) return TARVEX_SUCCESS;
-  if (!file) return credential_error(path, errno);
-  text.emplace(CREDENTIAL_BYTES_MAX + 1, '\0');
-  const std::size_t length = std::fread(text->data(), 1, text->size(), file.get());
-  if (std::ferror(file.get()) != 0) return credential_error(path, EIO);
-  if (length > CREDENTIAL_BYTES_MAX) return credential_error(path, EFBIG);
-  text->resize(length);
-  return TARVEX_SUCCESS;
-}
-
 tarvex_result_t config_data(const tarvex::server::storage_session& storage, std::string_view key,
                             std::optional<std::string>& text) {
   if (key == "config") text = storage.config().storage_policy;
-  if (key == "creds" || key == "renew-creds") return credential_read(storage.user().credential, text);
+  if (key == "creds" || key == "renew-creds") return tarvex::server::credential_read(storage.user().credential, text);
   return TARVEX_SUCCESS;
 }
 

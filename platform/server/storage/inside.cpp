@@ -39,6 +39,28 @@ owned_result list_inside(operation& op, const std::string& path) {
   return run_inside(op, inner, false);
 }
 
+owned_result find_inside(operation& op, const std::string& path, std::optional<item_stat>& item) {
+  const std::string name = path_base_name(path);
+  operation inner(op.storage, operation_kind::stat, {.verb = op.subject.verb, .path = path_parent(path)});
+  inner.batch = [&item, &name](const tarvex_gridftp_server_control_stat_t* entries, int count) {
+    for (int i = 0; i < count; ++i)
+      if (entries[i].name && name == entries[i].name) item = item_without_texts(entries[i]);
+  };
+  return run_inside(op, inner, false);
+}
+
+std::optional<std::string> sha1_inside(operation& op, const std::string& path) {
+  if (!op.storage.computes("SHA1")) return std::nullopt;
+  operation inner(op.storage, operation_kind::command, {.verb = op.subject.verb, .path = path});
+  tarvex_gfs_command_info_t info{};
+  info.command = TARVEX_GFS_CMD_CKSM;
+  info.pathname = path.c_str();
+  info.cksm_length = -1;
+  info.cksm_alg = "SHA1";
+  op.storage.interface()->command_func(&inner, &info, op.storage.handle());
+  return inner.finished && !inner.misused && inner.result.ok() ? inner.text : std::nullopt;
+}
+
 void place_find(operation& op, storage_session::place& found) {
   found = {};
   owned_result result = stat_inside(op, path_parent(op.subject.path), found.parent);

@@ -16,6 +16,12 @@ owned_result stat_inside(operation& op, const std::string& path, std::optional<i
 /// Has a folder listed, for what the storage learns by it.
 owned_result list_inside(operation& op, const std::string& path);
 
+/// Finds an item by listing its folder anew, whatever the storage knows of it. \param item  stays empty when there is none
+owned_result find_inside(operation& op, const std::string& path, std::optional<item_stat>& item);
+
+/// The SHA-1 that the storage knows of a file, in lower-case hex; nothing when it knows none.
+std::optional<std::string> sha1_inside(operation& op, const std::string& path);
+
 /// Looks at what stands at the operation's path and above it, and completes the operation. A target that is missing is
 /// what a store hopes for, and no failure.
 void place_find(operation& op, storage_session::place& found);

@@ -8,7 +8,6 @@ namespace tarvex::server {
 namespace {
 
 constexpr int MISUSE_CODE = 451;
-constexpr int DEFAULT_CODE = 500;
 
 void note_misuse(operation& op, const char* what) {
   log_error("{} {}: {}", op.subject.verb, op.subject.path, what);
@@ -40,13 +39,23 @@ bool operation_succeeded(const operation& op) {
   return !op.misused && op.result.ok();
 }
 
-outcome operation_outcome(const operation& op) {
+namespace {
+
+outcome failure_of(const operation& op) {
   // The transfer knows best: what the plug-in makes of a broken data connection is an effect of that.
   if (op.transfer && op.transfer->failed())
     return outcome_failure(op.transfer->failed()->code, op.transfer->failed()->text);
   if (op.misused) return outcome_failure(MISUSE_CODE, "The storage did not complete the operation as it should.");
   if (op.cancelled && !(op.result.ok() && op.subject.changes)) return outcome_failure(426, "The command was aborted.");
-  return outcome_of(op.result.get(), DEFAULT_CODE);
+  return outcome_of(op.result.get(), op.default_code);
+}
+
+}  // namespace
+
+outcome operation_outcome(const operation& op) {
+  outcome how = failure_of(op);
+  if (!how.ok() && !op.remark.empty()) how.lines.push_back(op.remark);
+  return how;
 }
 
 }  // namespace tarvex::server

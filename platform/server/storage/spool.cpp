@@ -1,5 +1,7 @@
 #include "storage/spool.h"
 
+#include "storage/spool_budget.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -42,13 +44,49 @@ int write_all(int file, std::span<const std::byte> bytes, std::uint64_t offset) 
 
 }  // namespace
 
+spool::spool(spool&& other) noexcept
+    : options_(other.options_),
+      blocks_(std::exchange(other.blocks_, {})),
+      file_(std::move(other.file_)),
+      size_(std::exchange(other.size_, 0)),
+      disk_taken_(std::exchange(other.disk_taken_, 0)) {}
+
+spool::~spool() {
+  give_memory_back();
+  if (disk_taken_ == 0) return;
+  spool_budget& all = *options_.budget;
+  budget_give_back(all.total.disk_bytes, all.shares[options_.share].disk_bytes, disk_taken_);
+}
+
+bool spool::take_memory() {
+  if (!options_.budget) return true;
+  spool_budget& all = *options_.budget;
+  return budget_take(all.total.memory_bytes, all.shares[options_.share].memory_bytes, all.memory_limit_bytes,
+                     BLOCK_BYTES);
+}
+
+bool spool::take_disk(std::uint64_t bytes) {
+  if (!options_.budget) return true;
+  spool_budget& all = *options_.budget;
+  if (!budget_take(all.total.disk_bytes, all.shares[options_.share].disk_bytes, all.disk_limit_bytes, bytes))
+    return false;
+  disk_taken_ += bytes;
+  return true;
+}
+
+void spool::give_memory_back() {
+  if (!options_.budget || blocks_.empty()) return;
+  spool_budget& all = *options_.budget;
+  budget_give_back(all.total.memory_bytes, all.shares[options_.share].memory_bytes, blocks_.size() * BLOCK_BYTES);
+}
+
 int spool::append(std::span<const std::byte> bytes) {
   if (options_.limit_bytes != 0 && bytes.size() > options_.limit_bytes - size_) return EFBIG;
-  int error = 0;
-  if (in_memory() && bytes.size() <= options_.memory_bytes - size_) {
-    error = append_to_memory(bytes);
-  } else {
-    if (in_memory()) error = move_to_file();
+  int error = EAGAIN;  // memory that others hold
+  if (in_memory() && bytes.size() <= options_.memory_bytes - size_) error = append_to_memory(bytes);
+  if (error == EAGAIN) {
+    error = in_memory() ? move_to_file() : 0;
+    if (error == 0 && !take_disk(bytes.size())) error = EDQUOT;
     if (error == 0) error = write_all(file_.get(), bytes, size_);
   }
   if (error == 0) size_ += bytes.size();
@@ -57,8 +95,12 @@ int spool::append(std::span<const std::byte> bytes) {
 
 int spool::append_to_memory(std::span<const std::byte> bytes) {
   try {
-    while (blocks_.size() * BLOCK_BYTES < size_ + bytes.size())
-      blocks_.push_back(std::make_unique_for_overwrite<std::byte[]>(BLOCK_BYTES));
+    while (blocks_.size() * BLOCK_BYTES < size_ + bytes.size()) {
+      auto block = std::make_unique_for_overwrite<std::byte[]>(BLOCK_BYTES);
+      blocks_.reserve(blocks_.size() + 1);
+      if (!take_memory()) return EAGAIN;
+      blocks_.push_back(std::move(block));
+    }
   } catch (const std::bad_alloc&) {
     return ENOMEM;
   }
@@ -78,6 +120,7 @@ std::span<std::byte> spool::memory_at(std::uint64_t offset) const {
 }
 
 int spool::move_to_file() {
+  if (!take_disk(size_)) return EDQUOT;
   descriptor file = open_unnamed(options_.directory.empty() ? default_directory() : options_.directory);
   if (file.get() < 0) return errno;
   for (std::uint64_t offset = 0; offset < size_; offset += BLOCK_BYTES) {
@@ -86,6 +129,7 @@ int spool::move_to_file() {
     if (error != 0) return error;
   }
   file_ = std::move(file);
+  give_memory_back();
   blocks_.clear();
   return 0;
 }

@@ -1,5 +1,6 @@
 // What a session asks of the plug-in: one wait each.
 #include "base/log.h"
+#include "ftp/path.h"
 #include "storage/inside.h"
 #include "storage/storage_session.h"
 #include "storage/transfer.h"
@@ -76,6 +77,19 @@ asio::awaitable<stat_answer> storage_session::stat(std::string verb, std::string
   co_return answer;
 }
 
+asio::awaitable<stat_answer> storage_session::look_again(std::string verb, std::string path) {
+  operation op(*this, operation_kind::stat, {.verb = std::move(verb), .path = std::move(path)});
+  stat_answer answer;
+  op.work = [&answer](operation& started) {
+    owned_result found = find_inside(started, started.subject.path, answer.item);
+    (void)operation_complete(started, operation_kind::stat, found.release());
+  };
+  co_await run(op);
+  answer.how = operation_outcome(op);
+  if (answer.how.ok() && !answer.item) answer.how = outcome_failure(550, op.subject.path + " is not there any more.");
+  co_return answer;
+}
+
 asio::awaitable<outcome> storage_session::list(std::string verb, std::string path, entries_call take,
                                                std::shared_ptr<transfer> over) {
   operation op(*this, operation_kind::stat, {.verb = std::move(verb), .path = std::move(path), .lists = true});
@@ -133,7 +147,7 @@ asio::awaitable<outcome> storage_session::read(std::string verb, std::string pat
 asio::awaitable<outcome> storage_session::receive(std::string path, store_request request,
                                                   std::shared_ptr<transfer> over) {
   operation op(*this, operation_kind::transfer,
-               {.verb = "STOR", .path = std::move(path), .changes = true, .existing_may_be_new = true});
+               {.verb = "STOR", .path = std::move(path), .changes = true, .adds = true, .replaces = request.replaces});
   op.transfer = over;
   op.store = std::make_shared<store>(*this, over, request);
   op.rewind = [&op] { return op.store->rewind(); };
@@ -143,10 +157,11 @@ asio::awaitable<outcome> storage_session::receive(std::string path, store_reques
     log_error("STOR {}: the storage reported success before it had all data", op.subject.path);
     op.misused = true;
   }
-  if (operation_succeeded(op)) unfinished_.erase(op.subject.path);
-  const auto left = operation_succeeded(op) ? std::nullopt : op.store->leftover();
+  // The storage keeps what is left by its own account of how it ended, whatever was found out afterwards.
+  const auto left = op.storage_failed ? op.store->leftover() : std::nullopt;
+  if (!op.storage_failed) unfinished_.erase(op.subject.path);
   if (left) unfinished_[op.subject.path] = *left;
-  if (left && left->offset > 0)
+  if (left && left->offset > 0 && !operation_succeeded(op))
     over->explain_failure("To go on, send REST " + std::to_string(left->offset) + " and STOR in this session.");
   co_return operation_outcome(op);
 }
@@ -154,15 +169,16 @@ asio::awaitable<outcome> storage_session::receive(std::string path, store_reques
 asio::awaitable<command_answer> storage_session::command(operation_subject subject, storage_command command) {
   operation op(*this, operation_kind::command, std::move(subject));
   op.progress = command.progress;
+  op.moves_folder = command.type == TARVEX_GFS_CMD_RMD || command.type == TARVEX_GFS_CMD_SITE_RDEL;
   op.work = [&command](operation& started) {
     tarvex_gfs_command_info_t record = command_record(command);
     started.storage.interface()->command_func(&started, &record, started.storage.handle());
   };
   co_await run(op);
-  // A folder above an upload that was cut off may have another name now, and the upload would end where its old one
-  // was.
+  // An upload below what was renamed would end where its old name was.
   if (!op.subject.from_path.empty())
-    for (auto& [path, left] : unfinished_) left.offset = 0;
+    for (auto& [path, left] : unfinished_)
+      if (path_is_within(path, op.subject.from_path) || path_is_within(path, op.subject.path)) left.offset = 0;
   co_return command_answer{operation_outcome(op), op.text};
 }
 

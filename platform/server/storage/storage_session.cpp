@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "base/text.h"
+#include "storage/operation_run.h"
 #include "storage/transfer.h"
 
 #include <boost/asio/async_result.hpp>
@@ -79,35 +80,71 @@ asio::awaitable<void> storage_session::run(operation& op) {
 asio::awaitable<outcome> storage_session::start(storage_user user) {
   user_ = std::move(user);
   std::string error;
-  co_await run_aside([&] {
+  std::function<void()> activate = [&] {
     if (!interface()) error = plugin_activate(host_.plugin, host_.config.storage_dsi);
     others_.open(host_.changes, user_.name);
-  });
+  };
+  co_await run_aside(std::move(activate));
   if (!error.empty()) {
     log_error("{}: {}", who(), error);
     co_return outcome_failure(421, "The storage is not available.");
   }
-  co_return co_await start_plugin("PASS", false);
-}
-
-asio::awaitable<outcome> storage_session::renew() {
-  co_return co_await start_plugin("renew", true);
-}
-
-asio::awaitable<outcome> storage_session::start_plugin(std::string verb, bool anew) {
-  operation op(*this, operation_kind::session_start, {.verb = std::move(verb), .path = "/"});
-  op.work = [this, anew](operation& started) {
-    if (anew && interface()->destroy_func) interface()->destroy_func(handle_);
+  operation op(*this, operation_kind::session_start, {.verb = "PASS", .path = "/"});
+  op.work = [this](operation& started) {
     tarvex_gfs_session_info_t info{user_.name.c_str(), user_.peer.c_str()};
     interface()->init_func(&started, &info);
   };
   co_await run(op);
-  const outcome how = operation_outcome(op);
-  unfinished_.clear();
-  started_ = operation_succeeded(op);
-  handle_ = op.handle;
+  started_ = take_session(op);
   username_ = op.username;
   home_directory_ = op.home_directory;
+  outcome how = operation_outcome(op);
+  // Not the credential's fault: what may pass, and what the server is out of.
+  const request_fate last = exchanges_.summary().last;
+  const bool may_pass = how.code < 500 || (last.sent > 0 && status_may_pass(last.status));
+  if (!how.ok()) how.code = may_pass ? 421 : 530;
+  co_return how;
+}
+
+/// The plug-in's session that an operation has started becomes the one in use. \return false when there is none.
+bool storage_session::take_session(operation& started) {
+  if (!started.finished || !operation_succeeded(started)) return false;
+  const auto* const called = interface();
+  handle_ = std::shared_ptr<void>(started.handle, [called](void* handle) {
+    if (called->destroy_func) called->destroy_func(handle);
+  });
+  return true;
+}
+
+owned_result storage_session::renew_inside(operation& op) {
+  log_debug("{}: {} {}: the storage's session is started anew", who(), op.subject.verb, op.subject.path);
+  // Read before the start: what changes meanwhile may be unknown to the new session.
+  change_view fresh = others_;
+  fresh.open(host_.changes, user_.name);
+  operation inner(*this, operation_kind::session_start, {.verb = "renew", .path = "/"});
+  tarvex_gfs_session_info_t info{user_.name.c_str(), user_.peer.c_str()};
+  interface()->init_func(&inner, &info);
+  const std::shared_ptr<void> before = handle_;
+  if (!take_session(inner)) return inner.result.ok() ? owned_result(TARVEX_FAILURE) : std::move(inner.result);
+  for (auto& [path, left] : unfinished_)
+    if (others_.stale(path)) left.offset = 0;
+  others_ = fresh;
+  return {};
+}
+
+asio::awaitable<outcome> storage_session::forget_unfinished(std::string path) {
+  const auto left = unfinished_.find(path);
+  if (left == unfinished_.end()) co_return outcome{};
+  outcome how;
+  if (left->second.session == handle_) {
+    operation op(*this, operation_kind::stat, {.verb = "STOR", .path = "/"});
+    op.work = [](operation& started) {
+      (void)operation_complete(started, operation_kind::stat, started.storage.renew_inside(started).release());
+    };
+    co_await run(op);
+    how = operation_outcome(op);
+  }
+  if (how.ok()) unfinished_.erase(path);
   co_return how;
 }
 
@@ -147,8 +184,10 @@ bool storage_session::cancel(int code, const std::string& why) {
 bool storage_session::finish(std::chrono::milliseconds limit) {
   if (!thread_) return true;
   if (running_) return false;
-  if (started_ && interface() && interface()->destroy_func)
-    thread_->submit([this] { interface()->destroy_func(handle_); });
+  thread_->submit([this] {
+    unfinished_.clear();
+    handle_.reset();
+  });
   if (!thread_->stop(limit)) return false;
   thread_.reset();
   if (interface()) plugin_deactivate(host_.plugin);

@@ -6,7 +6,8 @@
 #include "storage/operation_thread.h"
 #include "storage/outgoing.h"
 #include "storage/plugin.h"
-#include "storage/relist.h"
+#include "storage/change_view.h"
+#include "storage/exchange_log.h"
 #include "storage/store.h"
 
 #include <boost/asio/awaitable.hpp>
@@ -23,7 +24,8 @@
 
 namespace tarvex::server {
 
-struct change_counters;
+struct change_slots;
+struct spool_budget;
 
 /// Whom the storage serves.
 struct storage_user {
@@ -81,7 +83,9 @@ class storage_session {
     event_loop& loop;
     const configuration& config;
     storage_plugin& plugin;
-    change_counters* changes;          ///< null: there are no other sessions
+    change_slots* changes;          ///< null: there are no other sessions
+    spool_budget* budget;               ///< null: none
+    std::size_t budget_share;           ///< this session's
     std::function<std::string()> who;  ///< any thread: names the client's session in the log
   };
 
@@ -97,8 +101,6 @@ class storage_session {
 
   /// Activates the plug-in and starts its session for the user.
   boost::asio::awaitable<outcome> start(storage_user user);
-  /// Starts the plug-in's session anew, so that it forgets what it has cached. After a failure it is not started.
-  boost::asio::awaitable<outcome> renew();
   bool started() const { return started_; }
   const std::string& username() const { return username_; }              ///< empty: the login name
   const std::string& home_directory() const { return home_directory_; }  ///< absolute, as the plug-in has it
@@ -115,6 +117,8 @@ class storage_session {
 
   /// Attributes of one item.
   boost::asio::awaitable<stat_answer> stat(std::string verb, std::string path);
+  /// The same, of what a listing of the folder says now, whatever the storage knew.
+  boost::asio::awaitable<stat_answer> look_again(std::string verb, std::string path);
   /// Lists a folder. `over` (may be null) carries the listing; what has begun on it is not listed twice.
   boost::asio::awaitable<outcome> list(std::string verb, std::string path, entries_call take,
                                        std::shared_ptr<transfer> over);
@@ -136,8 +140,10 @@ class storage_session {
   };
   boost::asio::awaitable<outcome> look_at_place(std::string verb, std::string path, std::shared_ptr<place> found);
 
-  /// What broken stores of this session have left in the plug-in, by path.
-  std::map<std::string, unfinished_store>& unfinished() { return unfinished_; }
+  /// What broken stores of this login have left in the plug-in, by path.
+  const std::map<std::string, unfinished_store>& unfinished() const { return unfinished_; }
+  /// Makes way for a store that starts afresh: what a broken one has left under its path would be in its way.
+  boost::asio::awaitable<outcome> forget_unfinished(std::string path);
 
   /// Called when an operation has begun to run: what was said before may be meant to cancel it.
   void on_run(std::function<void()> call) { on_run_ = std::move(call); }
@@ -153,7 +159,13 @@ class storage_session {
   event_loop& loop() const { return host_.loop; }
   const configuration& config() const { return host_.config; }
   const tarvex_gfs_storage_iface_t* interface() const { return host_.plugin.interface; }
-  void* handle() const { return handle_; }
+  void* handle() const { return handle_.get(); }
+  const std::shared_ptr<void>& session() const { return handle_; }
+  exchange_log& exchanges() { return exchanges_; }
+  const host& environment() const { return host_; }
+  /// Inside the work of `op`: starts the plug-in's session anew. The one before goes on where that fails, and is kept as
+  /// long as an upload can be continued in it.
+  owned_result renew_inside(operation& op);
   const storage_user& user() const { return user_; }
   change_view& others() { return others_; }
   std::string who() const { return host_.who(); }
@@ -161,7 +173,7 @@ class storage_session {
 
  private:
   boost::asio::awaitable<void> run(operation& op);
-  boost::asio::awaitable<outcome> start_plugin(std::string verb, bool anew);
+  bool take_session(operation& started);
 
   const host host_;
   tarvex_cancel_t cancel_ = nullptr;  ///< bound to the operation thread
@@ -171,13 +183,14 @@ class storage_session {
 
   // Written on the operation thread while an operation runs, else the I/O thread's.
   storage_user user_;
-  void* handle_ = nullptr;
+  std::shared_ptr<void> handle_;  ///< the plug-in's session; who holds it last ends it
   bool started_ = false;
   std::string checksums_;
   std::string username_, home_directory_;
-  change_view others_;  ///< operation thread
+  change_view others_;      ///< operation thread
+  exchange_log exchanges_;
 
-  std::map<std::string, unfinished_store> unfinished_;
+  std::map<std::string, unfinished_store> unfinished_;  ///< I/O thread, and the operation thread while it renews
 };
 
 }  // namespace tarvex::server

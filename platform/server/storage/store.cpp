@@ -1,11 +1,17 @@
 #include "storage/store.h"
 
+#include "base/log.h"
+#include "base/text.h"
 #include "storage/block_source.h"
+#include "storage/inside.h"
 #include "storage/spool.h"
 #include "storage/storage_session.h"
 #include "storage/transfer.h"
 
+#include <openssl/evp.h>
+
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -16,6 +22,24 @@ namespace {
 
 constexpr std::size_t READ_AHEAD_BYTES = 16 << 20;  // while the plug-in is busy with what it has read
 constexpr std::size_t SPOOL_AHEAD_BYTES = 1 << 20;  // a disk is not waited for as long
+constexpr std::uint64_t BEGINNING_BYTES = 8 << 20;  // below what is read ahead, and about a part of Box's
+constexpr timespec POLL = {.tv_sec = 0, .tv_nsec = 5'000'000};
+constexpr std::time_t LONGEST_WAIT_S = 4;
+constexpr std::chrono::milliseconds END_LOOK_INTERVAL{20};
+constexpr const char* CLIENT_GONE = "The client is gone.";
+
+/// The hex digits of a Digest header ("sha=" and base64, RFC 3230); empty: it is none of a SHA-1.
+std::string digest_hex(std::string_view header) {
+  constexpr std::string_view ALGORITHM = "sha=";
+  constexpr std::size_t SHA1_BASE64 = 28;
+  if (!header.starts_with(ALGORITHM) || header.size() != ALGORITHM.size() + SHA1_BASE64) return {};
+  std::array<unsigned char, 21> bytes{};  // with the byte that the padding stands for
+  const auto* const text = reinterpret_cast<const unsigned char*>(header.data() + ALGORITHM.size());
+  if (EVP_DecodeBlock(bytes.data(), text, static_cast<int>(SHA1_BASE64)) != static_cast<int>(bytes.size())) return {};
+  std::string hex;
+  append_hex(hex, std::span(bytes).first(20));
+  return hex;
+}
 
 /// Why the spool did not take something.
 std::string spool_error(int error, std::uint64_t limit) {
@@ -38,18 +62,59 @@ store::store(storage_session& storage, std::shared_ptr<transfer> channel, const 
     : storage_(storage), channel_(std::move(channel)), request_(request) {
   std::optional<std::uint64_t> expected;
   if (request.size > 0) expected = request.size - request.offset;
-  channel_->receive(expected, expected ? READ_AHEAD_BYTES : SPOOL_AHEAD_BYTES);
+  // Bytes that were counted need no grace; what is new is held back later.
+  const bool grace = !expected && request.replaces;
+  channel_->receive(expected, expected ? READ_AHEAD_BYTES : SPOOL_AHEAD_BYTES,
+                    grace ? channel_->end_grace() : std::chrono::milliseconds(0));
+  if (request.size <= storage_.chunked_minimum()) sha1_ = checksum_stream::create("SHA1");
 }
 
 store::~store() = default;
 
 void store::run(operation& op) {
-  if ((request_.size == 0 && !spool_ && !learn_size()) || op.cancelled) {
+  const bool announced = request_.size > 0;
+  const bool in_one_piece = request_.size <= storage_.chunked_minimum();
+  const bool taken_in = spool_ || (announced && !(request_.replaces && in_one_piece)) || take_in(op);
+  if (!taken_in || (announced && request_.replaces && !in_one_piece && !await_beginning(op)) || op.cancelled) {
     tarvex_gridftp_server_finished_transfer(&op, TARVEX_FAILURE);
     return;
   }
+  call_plugin(op);
+  for (std::time_t wait_s = 1; wait_s <= LONGEST_WAIT_S && may_run_again(op); wait_s *= 2) {
+    const timespec wait = {.tv_sec = wait_s, .tv_nsec = 0};
+    if (tarvex_sleep(&wait) != 0) return;
+    std::optional<item_stat> taken;
+    const owned_result free = find_inside(op, op.subject.path, taken);
+    if (!free.ok() || taken || !rewind()) return;
+    log_info("{}: STOR {}: Box was busy; sent again after {} s", storage_.who(), op.subject.path, wait_s);
+    op.result = {};
+    op.finished = false;
+    call_plugin(op);
+  }
+}
+
+void store::call_plugin(operation& op) {
   tarvex_gfs_transfer_info_t info{op.subject.path.c_str(), request_.size, request_.offset == 0};
-  storage_.interface()->recv_func(&op, &info, storage_.handle());
+  void* const session = request_.session ? request_.session.get() : storage_.handle();
+  storage_.interface()->recv_func(&op, &info, session);
+}
+
+/// Whether Box was too busy to store anything, and all data are still here.
+bool store::may_run_again(operation& op) {
+  if (!spool_ || !op.finished || op.cancelled || result_class(op.result.get()) != "TOO_BUSY") return false;
+  const exchange_summary heard = storage_.exchanges().summary();
+  return heard.commit.sent == 0 && !heard.upload.doubtful && !channel_->broken();
+}
+
+/// What exists is deleted by the plug-in's first step, so data that will come for certain have to be here before it.
+/// \return false when they do not come.
+bool store::await_beginning(operation& op) {
+  const std::uint64_t enough = std::min<std::uint64_t>(request_.size - request_.offset, BEGINNING_BYTES);
+  channel_->begin();
+  while (channel_->receiver().received_bytes() < enough) {
+    if (op.cancelled || channel_->broken() || tarvex_sleep(&POLL) != 0) return false;
+  }
+  return true;
 }
 
 bool store::rewind() {
@@ -64,26 +129,32 @@ byte_range store::write_range() const {
   return {0, static_cast<tarvex_off_t>(request_.size)};
 }
 
-/// \return false when the data did not come to a good end, or cannot be held; the channel has failed then.
-bool store::learn_size() {
+/// Takes all data into the spool. \return false when they did not come to a good end, or cannot be held; the channel has
+/// failed then.
+bool store::take_in(operation& op) {
   const configuration& config = storage_.config();
   spool held({.memory_bytes = storage_.chunked_minimum(),
               .limit_bytes = config.spool_limit_bytes,
-              .directory = config.spool_directory});
+              .directory = config.spool_directory,
+              .budget = storage_.environment().budget,
+              .share = storage_.environment().budget_share});
   channel_->begin();
   block_source blocks(channel_->receiver());
   for (bool over = false; !over;) {
     std::span<const std::byte> bytes;
     const read_outcome outcome = blocks.next(bytes);
-    if (outcome.failed) return false;
+    if (outcome.failed || op.cancelled) return false;
     if (const int error = held.append(bytes); error != 0) {
       fail(452, spool_error(error, config.spool_limit_bytes));
       return false;
     }
     over = outcome.eof;
   }
+  const bool counted = request_.size > 0;
   request_.size = held.size();
   spool_ = std::make_unique<spool>(std::move(held));
+  end_awaited_ = !counted && !request_.replaces && channel_->end_grace().count() > 0;
+  end_counts_ = std::chrono::steady_clock::now() + channel_->end_grace();
   return true;
 }
 
@@ -105,31 +176,71 @@ bool store::read(data_read wanted) {
 /// Reads on the calling thread, so that a slow disk does not hold up the I/O thread.
 bool store::read_spooled(data_read wanted) {
   const std::lock_guard lock(feed_mutex_);
-  read_outcome outcome{.failed = false, .bytes = 0, .offset = fed_, .eof = fed_ == spool_->size()};
+  const std::uint64_t size = spool_->size();
+  read_outcome outcome{.failed = false, .bytes = 0, .offset = fed_, .eof = fed_ == size};
   int error = wanted.length == 0 && !outcome.eof ? EFBIG : 0;
-  if (error == 0)
-    error = spool_->read(fed_, std::as_writable_bytes(std::span(wanted.buffer, wanted.length)), outcome.bytes);
+  // All but the last byte go on at once; what reaches the end waits until that counts.
+  std::size_t length = wanted.length;
+  if (end_awaited_ && fed_ + 1 < size) length = std::min<std::size_t>(length, static_cast<std::size_t>(size - 1 - fed_));
+  if (error == 0) error = spool_->read(fed_, std::as_writable_bytes(std::span(wanted.buffer, length)), outcome.bytes);
   fed_ += outcome.bytes;
-  storage_.loop().post([this, wanted = std::move(wanted), outcome, error]() mutable {
+  const bool at_end = fed_ == size && end_awaited_;
+  storage_.loop().post([this, wanted = std::move(wanted), outcome, error, at_end]() mutable {
     if (error != 0) channel_->note_failure(451, spool_error(error, 0));
-    if (outcome.eof && !channel_->client_present()) channel_->note_failure(426, "The client is gone.");
-    if (channel_->failed()) outcome = {.failed = true, .bytes = 0, .offset = outcome.offset, .eof = true};
+    if (at_end) return pass_end(std::move(wanted), outcome);
+    if (outcome.eof && !channel_->client_present()) channel_->note_failure(426, CLIENT_GONE);
     done(wanted, outcome);
   });
   return true;
 }
 
+/// Passes the end on once it counts: when the grace is over and the client is there, or has said something since.
+void store::pass_end(data_read wanted, read_outcome outcome) {
+  if (!channel_->client_present()) channel_->note_failure(426, CLIENT_GONE);
+  const bool counts = std::chrono::steady_clock::now() >= end_counts_ || channel_->client_speaks();
+  if (counts || channel_->broken()) {
+    {
+      const std::lock_guard lock(feed_mutex_);
+      end_awaited_ = false;
+    }
+    return done(wanted, outcome);
+  }
+  if (!end_timer_) end_timer_ = std::make_unique<loop_timer>(storage_.loop());
+  end_timer_->start(END_LOOK_INTERVAL, [this, wanted = std::move(wanted), outcome]() mutable {
+    pass_end(std::move(wanted), outcome);
+  });
+}
+
 /// Passes an outcome on.
 void store::done(const data_read& wanted, read_outcome outcome) {
+  if (channel_->failed()) outcome = {.failed = true, .bytes = 0, .offset = outcome.offset, .eof = true};
+  if (sha1_ && !spool_) sha1_->update(std::as_bytes(std::span(wanted.buffer, outcome.bytes)));
   outcome.offset += request_.offset;
   blocks_.note(wanted.length, outcome);
   if (!outcome.failed) end_passed_ |= outcome.eof;
   wanted.done(outcome);
 }
 
+std::string store::sha1(const std::string& digest) {
+  if (!digest.empty()) return digest_hex(digest);
+  auto stream = checksum_stream::create("SHA1");
+  if (!stream) return {};
+  std::vector<std::byte> block(1 << 20);
+  for (std::uint64_t offset = 0; spool_ && offset < spool_->size();) {
+    std::size_t got = 0;
+    if (spool_->read(offset, block, got) != 0 || got == 0) return {};
+    stream->update(std::span(block).first(got));
+    offset += got;
+  }
+  if (spool_) return stream->finish().value_or("");
+  return sha1_ ? sha1_->finish().value_or("") : "";
+}
+
 std::optional<unfinished_store> store::leftover() const {
   if (!channel_->begun() || request_.size <= storage_.chunked_minimum()) return std::nullopt;
-  return unfinished_store{request_.size, blocks_.failed().value_or(0)};
+  const auto session = request_.session ? request_.session : storage_.session();
+  return unfinished_store{request_.size, blocks_.failed().value_or(0), session};
 }
 
 }  // namespace tarvex::server
+

@@ -1,10 +1,13 @@
 #pragma once
 
+#include "base/checksum.h"
 #include "net/data_receiver.h"
+#include "net/event_loop.h"
 #include "storage/operation.h"
 #include "storage/outgoing.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <ctime>
 #include <memory>
@@ -20,12 +23,15 @@ struct store_request {
   std::uint64_t size = 0;    ///< of the whole file; 0: it was not announced
   std::uint64_t offset = 0;  ///< goes on there with an upload that was cut off; 0: starts afresh
   std::time_t modification_time = -1;
+  bool replaces = false;          ///< an item of that name exists
+  std::shared_ptr<void> session;  ///< of the plug-in, which holds the upload that goes on; null: the one in use
 };
 
 /// A store that failed and left something in the plug-in's session.
 struct unfinished_store {
   std::uint64_t size = 0;    ///< of the whole file
   std::uint64_t offset = 0;  ///< where it can go on; 0: nowhere
+  std::shared_ptr<void> session = {};  ///< of the plug-in, which holds it
 };
 
 /// Counts a storage's reads as blocks. A storage that keeps what it has of a broken transfer fills one block at a time:
@@ -47,8 +53,16 @@ class block_counter {
 /// The plug-in's side of a store: the data that the client sends, as the plug-in reads them.
 ///
 /// Of known size they are handed on as they come. Where no size was announced they are all taken in first, into a
-/// spool, so that the plug-in is told the true size. In both cases the plug-in sees the end of the data only when the
-/// client is still there.
+/// spool, so that the plug-in is told the true size.
+///
+/// A client that dies closes its data connection like one that has sent everything, and on a network the end of its
+/// control connection may come later by as long as the kernel takes to send a lost packet again. So without an announced
+/// size the end counts after a grace, in which the control connection has to live on. Where an item of the name exists,
+/// which the plug-in will delete first, the grace is over before the plug-in is called. Where none does, the plug-in
+/// begins at once, and the last byte is held back meanwhile, so that Box's own time hides most of the wait.
+///
+/// An announced store onto an existing item is taken in first up to the size that goes up in one piece; above that the
+/// plug-in is called once a good beginning is there. What exists is not touched for a client that sends nothing.
 class store {
  public:
   /// `channel` begins to receive. I/O thread.
@@ -71,6 +85,8 @@ class store {
   byte_range write_range() const;
   /// As `data_receiver::read`, with offsets of the file.
   [[nodiscard]] bool read(data_read wanted);
+  /// SHA-1 of what was sent, in lower-case hex; empty: not known. `digest`: what the storage said of it to Box.
+  std::string sha1(const std::string& digest);
   /// Bytes that have reached the storage.
   void count_stored(std::uint64_t bytes) { stored_ += bytes; }
   std::uint64_t stored_bytes() const { return stored_; }
@@ -83,9 +99,13 @@ class store {
   std::optional<unfinished_store> leftover() const;
 
  private:
-  bool learn_size();
+  bool take_in(operation& op);
+  bool await_beginning(operation& op);
+  void call_plugin(operation& op);
+  bool may_run_again(operation& op);
   void fail(int code, const std::string& text);
   bool read_spooled(data_read wanted);
+  void pass_end(data_read wanted, read_outcome outcome);
   void done(const data_read& wanted, read_outcome outcome);
 
   storage_session& storage_;
@@ -95,10 +115,14 @@ class store {
   std::atomic<std::uint64_t> stored_{0};
   std::unique_ptr<spool> spool_;
   std::mutex feed_mutex_;
-  std::uint64_t fed_ = 0;  ///< guarded by feed_mutex_: bytes of the spool that were read
+  std::uint64_t fed_ = 0;      ///< guarded by feed_mutex_: bytes of the spool that were read
+  bool end_awaited_ = false;   ///< guarded by feed_mutex_: the last byte of the spool is held back
+  std::chrono::steady_clock::time_point end_counts_;  ///< of a spool whose last byte is held back
 
   // I/O thread.
   bool end_passed_ = false;
+  std::optional<checksum_stream> sha1_;  ///< of what went by, of files that go up in one piece
+  std::unique_ptr<loop_timer> end_timer_;
   block_counter blocks_;
 };
 

@@ -17,11 +17,13 @@ transfer::transfer(transfer_client client)
     : client_(std::move(client)),
       sender_(client_.loop, client_.stall_limit, [this](const std::string& why) { cancel(426, why); }) {}
 
-void transfer::receive(std::optional<std::uint64_t> expected, std::size_t window_bytes) {
+void transfer::receive(std::optional<std::uint64_t> expected, std::size_t window_bytes,
+                       std::chrono::milliseconds end_grace) {
   data_receiver::rules rules;
   rules.window_bytes = window_bytes;
   rules.stall_limit = client_.stall_limit;
   rules.expected = expected;
+  rules.end_grace = end_grace;
   rules.peer_present = client_.present;
   rules.broken = [this](int code, const std::string& why) { note_failure(code, why); };
   receiver_ = std::make_unique<data_receiver>(client_.loop, std::move(rules));
@@ -61,6 +63,7 @@ void transfer::cancel(int code, const std::string& why) {
 
 void transfer::note_failure(int code, const std::string& text) {
   if (!failed_) failed_ = failure{code, text};
+  broken_ = true;
 }
 
 void transfer::explain_failure(const std::string& more) {

@@ -22,6 +22,8 @@ struct transfer_client {
   std::chrono::milliseconds stall_limit;  ///< how long nothing may move on the data connection
   std::function<void()> opening;          ///< says that the data connection is about to be opened (150)
   std::function<bool()> present;          ///< whether the client's control connection is there
+  std::function<bool()> speaks;           ///< whether the client has said something that waits to be dealt with
+  std::chrono::milliseconds end_grace;    ///< how long a client that is dead may look alive
 };
 
 /// One use of the data channel, from the 150 reply to the closed connection. The final reply is the caller's. It sends,
@@ -47,14 +49,18 @@ class transfer : public std::enable_shared_from_this<transfer> {
   [[nodiscard]] bool push_text(std::string text);
   data_receiver& receiver() { return *receiver_; }           ///< of one that receives
   bool client_present() const { return client_.present(); }  ///< I/O thread
+  bool client_speaks() const { return client_.speaks(); }    ///< I/O thread
+  std::chrono::milliseconds end_grace() const { return client_.end_grace; }
+  bool broken() const { return broken_; }  ///< a failure was noted
   bool receives() const { return receiver_ != nullptr; }
   /// Bytes that went out, or that came in.
   std::uint64_t moved_bytes() const { return receiver_ ? receiver_->received_bytes() : sender_.sent_bytes(); }
 
   // I/O thread.
 
-  /// Makes it receive exactly `expected` bytes; nothing: as many as come. `window_bytes` may wait to be read.
-  void receive(std::optional<std::uint64_t> expected, std::size_t window_bytes);
+  /// Makes it receive exactly `expected` bytes; nothing: as many as come. `window_bytes` may wait to be read. The end is
+  /// believed after `end_grace`.
+  void receive(std::optional<std::uint64_t> expected, std::size_t window_bytes, std::chrono::milliseconds end_grace);
   /// Who cancels the operation that the transfer serves when the data connection fails.
   void on_failure(std::function<void(int code, const std::string& why)> cancel) { cancel_ = std::move(cancel); }
   /// What the client will be told; the first failure counts. Ends nothing by itself.
@@ -75,6 +81,7 @@ class transfer : public std::enable_shared_from_this<transfer> {
   const transfer_client client_;
   const std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
   std::atomic<bool> begun_{false};
+  std::atomic<bool> broken_{false};
   std::optional<failure> failed_;
   std::function<void(int code, const std::string& why)> cancel_;
   data_sender sender_;

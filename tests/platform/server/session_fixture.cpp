@@ -1,7 +1,8 @@
 #include "session_fixture.h"
 
 #include "session_process.h"
-#include "storage/change_counters.h"
+#include "storage/change_slots.h"
+#include "storage/change_view.h"
 #include "storage/plugin.h"
 
 #include <crypt.h>
@@ -46,7 +47,7 @@ const tarvex_module_descriptor_t MODULE = {"scripted", activate, deactivate, nul
 /// All that the tests know of the server's inside: how a session is run, and what it shares with others.
 struct SessionTest::server_side {
   server::storage_plugin storage;
-  change_counters changes{};
+  std::unique_ptr<change_slots> slots = std::make_unique<change_slots>();
   std::thread thread;
   std::future<int> status;
 
@@ -54,7 +55,7 @@ struct SessionTest::server_side {
     session_setup setup;
     setup.config = &config;
     setup.storage = &storage;
-    setup.changes = &changes;
+    setup.changes = slots.get();
     setup.control_socket = control_socket;
     std::packaged_task<int()> task([setup] { return session_run(setup); });
     status = task.get_future();
@@ -62,12 +63,20 @@ struct SessionTest::server_side {
   }
 };
 
-void SessionTest::others_change(const std::string& /*path*/) {
-  ++change_counter(server_->changes, "alice");
+void SessionTest::others_change(const std::string& path) {
+  change_view other;
+  other.open(server_->slots.get(), "alice");
+  other.enter_change(path, change_view::maker::self);
+}
+
+void SessionTest::others_add(const std::string& path) {
+  change_view other;
+  other.open(server_->slots.get(), "alice");
+  other.enter_addition(path, change_view::maker::self);
 }
 
 std::uint64_t SessionTest::changes_noted() {
-  return change_counter(server_->changes, "alice");
+  return server_->slots->count;
 }
 
 SessionTest::SessionTest() : server_(std::make_unique<server_side>()) {

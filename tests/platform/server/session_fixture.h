@@ -59,6 +59,8 @@ class SessionTest : public ::testing::Test {
   bool ended();
   /// Another session of the account has changed something at a path.
   void others_change(const std::string& path);
+  /// The same of an item that is new there.
+  void others_add(const std::string& path);
   /// How many changes of the account's sessions have been noted.
   std::uint64_t changes_noted();
 

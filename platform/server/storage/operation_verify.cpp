@@ -1,0 +1,163 @@
+#include "storage/operation_verify.h"
+
+#include "base/log.h"
+#include "ftp/path.h"
+#include "storage/inside.h"
+#include "storage/storage_session.h"
+#include "storage/store.h"
+
+#include <array>
+#include <ctime>
+
+namespace tarvex::server {
+
+namespace {
+
+constexpr timespec LOOK_AGAIN = {.tv_sec = 1, .tv_nsec = 0};  // a listing may lag behind a change
+
+owned_result failure(const char* class_word, const std::string& text) {
+  return owned_result(
+      tarvex_error_put(tarvex_gfs_ftp_response_error_construct(nullptr, nullptr, 451, class_word, "%s", text.c_str())));
+}
+
+owned_result not_known(const operation& op) {
+  return failure("OUTCOME_UNKNOWN", "Box's answer was lost and it cannot be looked at: whether " + op.subject.verb +
+                                        " " + op.subject.path + " was done is not known. Look before trying again.");
+}
+
+/// Whether requests of this kind leave open what they have done. Answers that Box gives to what it has done say that it
+/// was; refusals say that it was not, unless an earlier request of the same kind may have done it.
+bool leaves_open(const request_fate& fate, std::initializer_list<int> done) {
+  if (fate.sent == 0) return false;
+  if (fate.doubtful) return true;
+  for (const int status : done)
+    if (fate.status == status) return false;
+  return fate.status < 400;
+}
+
+enum class seen { there, gone, unknown };
+
+seen look(operation& op, const std::string& path, std::optional<item_stat>& item) {
+  const owned_result found = find_inside(op, path, item);
+  if (!found.ok()) return result_missing(found.get()) ? seen::gone : seen::unknown;
+  return item ? seen::there : seen::gone;
+}
+
+/// Looks until what is hoped for is seen, twice at most.
+seen look_for(operation& op, const std::string& path, seen hoped, std::optional<item_stat>& item) {
+  seen now = look(op, path, item);
+  if (now == hoped || now == seen::unknown || op.cancelled) return now;
+  if (tarvex_sleep(&LOOK_AGAIN) != 0) return now;
+  item.reset();
+  return look(op, path, item);
+}
+
+void settle(operation& op, bool done, const std::string& undone) {
+  const bool well = op.result.ok();
+  if (done && !well) log_info("{}: {} {}: done, though its answer was lost", op.storage.who(), op.subject.verb, op.subject.path);
+  if (done) op.result = {};
+  if (!done && well) op.result = failure("NOT_DONE", undone);
+}
+
+void verify_removal(operation& op, const exchange_summary& heard) {
+  if (!leaves_open(heard.deletes, {200, 204})) return;
+  op.certain = false;
+  std::optional<item_stat> item;
+  const seen now = look_for(op, op.subject.path, seen::gone, item);
+  if (now == seen::unknown) {
+    op.result = not_known(op);
+  } else {
+    settle(op, now == seen::gone, "Box has not removed " + op.subject.path + "; try again.");
+  }
+}
+
+void verify_rename(operation& op, const exchange_summary& heard) {
+  if (!leaves_open(heard.puts, {200})) return;
+  op.certain = false;
+  std::optional<item_stat> item;
+  const seen target = look_for(op, op.subject.path, seen::there, item);
+  const seen source = target == seen::there ? look(op, op.subject.from_path, item = {}) : seen::there;
+  if (target == seen::unknown || source == seen::unknown) {
+    op.result = not_known(op);
+  } else {
+    settle(op, target == seen::there && source == seen::gone,
+           "Box has not renamed " + op.subject.from_path + "; try again.");
+  }
+}
+
+void verify_folder(operation& op, const exchange_summary& heard) {
+  if (!leaves_open(heard.posts, {201})) return;
+  op.certain = false;
+  std::optional<item_stat> item;
+  const seen now = look_for(op, op.subject.path, seen::there, item);
+  if (now == seen::unknown) {
+    op.result = not_known(op);
+    return;
+  }
+  const bool done = now == seen::there && item->folder();
+  settle(op, done, "Box has not made " + op.subject.path + "; try again.");
+  if (done) op.text = op.subject.path;
+}
+
+/// Whether Box has the file, whole: by size, and by SHA-1 where both are known.
+bool is_what_was_sent(operation& op, const std::optional<item_stat>& item, const exchange_summary& heard) {
+  if (!item || item->folder() || item->size() != op.store->request().size) return false;
+  const std::string sent = op.store->sha1(heard.commit_digest);
+  const std::optional<std::string> stored = sha1_inside(op, op.subject.path);
+  return sent.empty() || !stored || *stored == sent;
+}
+
+/// Whether Box's answer to a store has said what it has stored: the storage knows the file then, without asking.
+bool was_told(operation& op, const request_fate& fate) {
+  if (!op.result.ok() || fate.status != 201) return false;
+  std::optional<item_stat> item;
+  const owned_result known = stat_inside(op, op.subject.path, item);
+  return known.ok() && item && !item->folder() && item->size() == op.store->request().size;
+}
+
+void verify_store(operation& op, const exchange_summary& heard) {
+  const request_fate& fate = heard.commit.sent > 0 ? heard.commit : heard.upload;
+  if (fate.sent == 0) {
+    if (op.result.ok()) op.result = failure("NOT_DONE", "Nothing was sent to Box; try again.");
+    return;
+  }
+  const bool refused_after_doubt = fate.sent > 1 && (fate.status == 404 || fate.status == 410);
+  const bool open = fate.doubtful || fate.status < 400 || refused_after_doubt;
+  if (!open || was_told(op, fate)) return;
+  op.certain = false;
+  std::optional<item_stat> item;
+  const seen now = look_for(op, op.subject.path, seen::there, item);
+  if (now == seen::unknown) {
+    op.result = not_known(op);
+  } else {
+    settle(op, now == seen::there && is_what_was_sent(op, item, heard),
+           "Box has not stored " + op.subject.path + " as it was sent; send it again.");
+  }
+}
+
+/// Whether the failure says that something is not there, or is, though the listing that would know it failed.
+bool missing_for_want_of_a_look(const operation& op, const exchange_summary& heard) {
+  const bool about_names = result_missing(op.result.get()) || result_class(op.result.get()) == "PATH_EXISTS";
+  const int status = heard.reads.status;
+  return about_names && heard.reads.sent > 0 && (status == 0 || (status >= 400 && status != 404));
+}
+
+}  // namespace
+
+void operation_verify(operation& op) {
+  const exchange_summary heard = op.storage.exchanges().summary();
+  op.default_code = heard.last.sent > 0 && status_may_pass(heard.last.status) ? 451 : 550;
+  op.storage_failed = op.misused || !op.result.ok();
+  op.certain = true;
+  if (!op.finished || op.misused || !op.storage.exchanges().hears()) return;
+  if (op.subject.removes) verify_removal(op, heard);
+  else if (!op.subject.from_path.empty()) verify_rename(op, heard);
+  else if (op.store) verify_store(op, heard);
+  else if (op.subject.adds) verify_folder(op, heard);
+  if (op.store && !op.result.ok() && (heard.deletes.status == 200 || heard.deletes.status == 204))
+    op.remark = "The former " + op.subject.path + " is in the trash of Box.";
+  if (!op.result.ok() && missing_for_want_of_a_look(op, heard))
+    op.result = failure("TRY_AGAIN", "Box could not be asked what is at " + op.subject.path + "; try again.");
+}
+
+}  // namespace tarvex::server

@@ -1,0 +1,13 @@
+#pragma once
+
+struct tarvex_gfs_operation_s;
+
+namespace tarvex::server {
+
+/// Looks at Box where its answers leave open what an operation has done, and makes the result what is true: done is
+/// done, whatever was answered, and what was not done is no success. Sets `certain`. Operation thread, after the work.
+///
+/// Nothing is asked where the answers say it all. Where Box cannot be looked at, the result says that nobody knows.
+void operation_verify(tarvex_gfs_operation_s& op);
+
+}  // namespace tarvex::server
