@@ -1,13 +1,13 @@
 #pragma once
 
+#include "exchange.h"
+
 #include <sys/types.h>
 
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include "http_client.h"
 
 namespace emulator_test {
 
@@ -36,12 +36,22 @@ class box_process {
   ~box_process();
 
   [[nodiscard]] int port() const { return port_; }
-  [[nodiscard]] http_client client(const std::string& token = "alice-token") const { return {port_, token}; }
+  [[nodiscard]] std::string origin() const { return "http://127.0.0.1:" + std::to_string(port_); }
 
-  /// One request with alice's token.
-  reply send(const std::string& method, const std::string& target, const std::string& body = {},
-             const header_list& headers = {}) const {
-    return client().send(method, target, body, headers);
+  /// The bytes of a request ("GET /2.0/users/me"). With a header "Transfer-Encoding: chunked" the body is in chunks.
+  [[nodiscard]] std::string text(const std::string& request, const std::string& body = {},
+                                 const header_list& headers = {}, const std::string& token = "alice-token") const;
+
+  /// One request on a connection of its own.
+  reply send(const std::string& request, const std::string& body = {}, const header_list& headers = {},
+             const std::string& token = "alice-token") const;
+
+  /// Requests one after another, each held to its answer; the last answer.
+  reply check(const std::vector<exchange>& rows) const;
+
+  /// A direct upload, with further headers.
+  reply upload(const std::string& attributes, const std::string& bytes, const header_list& more = {}) const {
+    return send("POST /api/2.0/files/content", form(attributes, bytes), form_type(more));
   }
 
   /// Makes a folder or a file and gives back its id.
@@ -51,8 +61,8 @@ class box_process {
   /// The bytes of a file by way of its download URL, with a Range header when one is given.
   [[nodiscard]] reply fetch(const std::string& id, const std::string& range = {}) const;
 
-  void add_fault(const std::string& row) const;
-  void set(const std::string& settings) const;
+  void add_fault(const std::string& row) const { (void)check({{"fault", "POST /_emulator/faults", row, 204}}); }
+  void set(const std::string& json) const { (void)check({{"settings", "POST /_emulator/settings", json, 204}}); }
 
   /// Whether each fault did something to a request.
   [[nodiscard]] bool all_faults_used() const;
@@ -63,11 +73,11 @@ class box_process {
   int port_ = 0;
 };
 
-/// Starts the emulator with these arguments alone and waits for its end: exit status and all that it printed.
+/// Runs the emulator with these arguments (words for the shell) to its end: exit status and all that it printed.
 struct outcome {
   int status = -1;
   std::string text;
 };
-[[nodiscard]] outcome box_run(const std::vector<std::string>& arguments);
+[[nodiscard]] outcome box_run(const std::string& arguments);
 
 }  // namespace emulator_test

@@ -1,22 +1,20 @@
 // Scripted faults: each does what it says, to the requests it names, and is known to have been used.
+#include "box_process.h"
+
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <fstream>
 #include <thread>
 
-#include "box_process.h"
-
 namespace emulator_test {
 namespace {
 
 class Faults : public testing::Test {
  protected:
-  [[nodiscard]] reply me() const { return box_.send("GET", "/2.0/users/me"); }
-  [[nodiscard]] reply make(const std::string& name) const {
-    return box_.send("POST", "/2.0/folders", R"({"name":")" + name + R"(","parent":{"id":"0"}})");
-  }
-  [[nodiscard]] std::string count() const { return box_.send("GET", "/2.0/folders/0/items").at("total_count"); }
+  [[nodiscard]] reply me() const { return box_.send("GET /2.0/users/me"); }
+  [[nodiscard]] reply make(const std::string& name) const { return box_.send("POST /2.0/folders", named(name)); }
+  [[nodiscard]] std::string count() const { return box_.send("GET /2.0/folders/0/items").at("total_count"); }
 
   box_process box_;
 };
@@ -55,28 +53,30 @@ TEST_F(Faults, ChooseTheirRequests) {
                      {"path":"/2.0/users/**","status":503,"for_ms":0},
                      {"path":"/2.0/users/**","status":504,"probability":0}])");
   for (const int status : {201, 500, 500, 201}) EXPECT_EQ(make("n" + std::to_string(rand())).status, status);
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(box_.send("GET", "/2.0/folders/0?fields=id").status, 502);
-  EXPECT_EQ(box_.send("GET", "/2.0/folders/0").status, 200);
-  EXPECT_EQ(box_.send("GET", "/2.0/folders/0/items?fields=id").status, 200) << "* does not cross a slash";
-  EXPECT_EQ(me().status, 200);
-  const reply rows = box_.send("GET", "/_emulator/faults");
-  EXPECT_EQ(rows.at("0.matched") + rows.at("0.used"), "42");
-  EXPECT_EQ(rows.at("3.used"), "0");
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(box_.send("GET /2.0/folders/0?fields=id").status, 502);
+  (void)box_.check({{"other query", "GET /2.0/folders/0", "", 200},
+                    {"* does not cross a slash", "GET /2.0/folders/0/items?fields=id", "", 200},
+                    {"none is due", "GET /2.0/users/me", "", 200},
+                    {"counted", "GET /_emulator/faults", "", 200, "0.matched=4|0.used=2|3.used=0"}});
   EXPECT_FALSE(box_.all_faults_used());
-  EXPECT_EQ(box_.send("DELETE", "/_emulator/faults").status, 204);
-  EXPECT_EQ(box_.send("GET", "/2.0/folders/0?fields=id").status, 200);
+  (void)box_.check(
+      {{"clear", "DELETE /_emulator/faults", "", 204}, {"cleared", "GET /2.0/folders/0?fields=id", "", 200}});
 }
 
 TEST_F(Faults, StoreAndThenFail) {
-  box_.add_fault(R"({"method":"POST","path":"/2.0/folders","status":500,"store":true})");
-  EXPECT_EQ(make("stored").status, 500);
-  EXPECT_EQ(count(), "1");
-  box_.add_fault(R"({"method":"POST","path":"/2.0/folders","cut_before_answer":true,"store":true})");
-  EXPECT_EQ(make("cut").status, 0);
-  EXPECT_EQ(count(), "2");
-  box_.add_fault(R"({"method":"POST","path":"/2.0/folders","cut_before_answer":true})");
-  EXPECT_EQ(make("lost").status, 0);
-  EXPECT_EQ(count(), "2");
+  struct row {
+    const char* fault;
+    int status;
+    const char* count;
+  };
+  int made = 0;
+  for (const row& each : {row{R"({"method":"POST","status":500,"store":true})", 500, "1"},
+                          row{R"({"method":"POST","cut_before_answer":true,"store":true})", 0, "2"},
+                          row{R"({"method":"POST","cut_before_answer":true})", 0, "2"}}) {
+    box_.add_fault(each.fault);
+    EXPECT_EQ(make("n" + std::to_string(++made)).status, each.status) << each.fault;
+    EXPECT_EQ(count(), each.count) << each.fault;
+  }
 }
 
 TEST_F(Faults, CutWhereTheySay) {
@@ -87,9 +87,7 @@ TEST_F(Faults, CutWhereTheySay) {
   EXPECT_FALSE(cut.complete);
   EXPECT_TRUE(cut.body == sample(5000).substr(0, 1234)) << cut.body.size();
   box_.add_fault(R"({"path":"/api/2.0/files/content","cut_request_after":1000})");
-  const reply lost = box_.send("POST", "/api/2.0/files/content",
-                               form(R"({"name":"g","parent":{"id":"0"}})", sample(5000)), form_type());
-  EXPECT_EQ(lost.status, 0);
+  EXPECT_EQ(box_.upload(named("g"), sample(5000)).status, 0);
   EXPECT_EQ(count(), "1");
   EXPECT_TRUE(box_.all_faults_used());
 }
@@ -106,7 +104,7 @@ TEST_F(Faults, TakeTheirTime) {
   }
   box_.add_fault(R"({"path":"/2.0/users/me","hang":true})");
   raw_connection waiting(box_.port());
-  ASSERT_TRUE(waiting.send(box_.client().text("GET", "/2.0/users/me", "", {})));
+  ASSERT_TRUE(waiting.send(box_.text("GET /2.0/users/me")));
   while (!box_.all_faults_used()) std::this_thread::yield();
   EXPECT_EQ(me().status, 200) << "a request that hangs holds up nobody, not even the end of the program";
 }
@@ -114,8 +112,8 @@ TEST_F(Faults, TakeTheirTime) {
 TEST_F(Faults, ChangeSettingsForOneRequest) {
   (void)make("taken");
   box_.add_fault(R"({"method":"POST","settings":{"conflict_on_create":"object"}})");
-  EXPECT_EQ(make("taken").at("context_info.conflicts.name"), "taken");
-  EXPECT_EQ(make("taken").at("context_info.conflicts.0.name"), "taken");
+  make("taken").expect("context_info.conflicts.name=taken");
+  make("taken").expect("context_info.conflicts.0.name=taken");
 }
 
 TEST_F(Faults, ComeFromAFileAndAreChecked) {
@@ -123,9 +121,9 @@ TEST_F(Faults, ComeFromAFileAndAreChecked) {
   const std::string file = directory.path() / "faults.json";
   std::ofstream(file) << R"([{"path":"/2.0/users/me","status":503}])";
   const box_process box({"--faults", file});
-  EXPECT_EQ(box.send("GET", "/2.0/users/me").status, 503);
+  EXPECT_EQ(box.send("GET /2.0/users/me").status, 503);
   for (const char* bad : {"7", R"({"statsu":500})", R"({"settings":{"x":1}})", "[{}"}) {
-    EXPECT_EQ(box_.send("POST", "/_emulator/faults", bad).status, 400) << bad;
+    EXPECT_EQ(box_.send("POST /_emulator/faults", bad).status, 400) << bad;
   }
 }
 

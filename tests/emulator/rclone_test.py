@@ -4,6 +4,7 @@ The path of the built emulator comes in TARVEX_EMULATOR.
 """
 
 import filecmp
+import http.client
 import json
 import os
 import pathlib
@@ -13,7 +14,6 @@ import subprocess
 import tempfile
 import unittest
 import urllib.parse
-import urllib.request
 
 from rclone_proxy import Proxy
 
@@ -62,18 +62,10 @@ class RcloneTest(unittest.TestCase):
     @classmethod
     def request(cls, path, form=None):
         """One request straight to the emulator; redirects are not followed."""
-        class Stay(urllib.request.HTTPRedirectHandler):
-            def redirect_request(self, *_):
-                return None
-
         context = ssl.create_default_context(cafile=cls.top / "ca.pem")
-        opener = urllib.request.build_opener(
-            Stay, urllib.request.ProxyHandler({}), urllib.request.HTTPSHandler(context=context))
-        data = urllib.parse.urlencode(form).encode() if form else None
-        try:
-            return opener.open(f"https://127.0.0.1:{cls.port}{path}", data)
-        except urllib.error.HTTPError as answer:
-            return answer
+        connection = http.client.HTTPSConnection("127.0.0.1", cls.port, context=context)
+        connection.request("POST" if form else "GET", path, urllib.parse.urlencode(form) if form else None)
+        return connection.getresponse()
 
     @classmethod
     def old_token(cls):

@@ -1,12 +1,12 @@
 // Direct uploads and downloads.
-#include <gtest/gtest.h>
-
 #include "box_process.h"
+
+#include <gtest/gtest.h>
 
 namespace emulator_test {
 namespace {
 
-constexpr const char* CONTENT = "/api/2.0/files/content";
+constexpr const char* CONTENT = "POST /api/2.0/files/content";
 
 class Transfer : public testing::Test {
  protected:
@@ -44,117 +44,88 @@ TEST_F(Transfer, RangesAreExact) {
 TEST_F(Transfer, DownloadUrlsBelongToOneVersionAndEnd) {
   const std::string id = box_.file("0", "f", "old");
   const auto path_of = [&] {
-    const std::string url = box_.send("GET", "/2.0/files/" + id + "/content").header("Location");
+    const std::string url = box_.send("GET /2.0/files/" + id + "/content").header("Location");
     return url.substr(url.find("/d/"));
   };
   const std::string old = path_of();
-  ASSERT_EQ(
-      box_.send("POST", "/api/2.0/files/" + id + "/content", form("{}", "newer"), form_type()).at("entries.0.etag"),
-      "1");
+  box_.send("POST /api/2.0/files/" + id + "/content", form("{}", "newer"), form_type()).expect("entries.0.etag=1");
   EXPECT_EQ(box_.fetch(id).body, "newer");
-  EXPECT_EQ(box_.client("").send("GET", old).body, "old");
-  EXPECT_EQ(box_.client("bad").send("HEAD", old).header("Content-Length"), "3") << "a token there does no harm";
+  EXPECT_EQ(box_.send("GET " + old, "", {}, "").body, "old");
+  EXPECT_EQ(box_.send("HEAD " + old, "", {}, "bad").header("Content-Length"), "3") << "a token there does no harm";
   box_.set(R"({"download_lifetime_s":0,"download_host":"localhost"})");
-  const reply redirect = box_.send("GET", "/2.0/files/" + id + "/content");
+  const reply redirect = box_.send("GET /2.0/files/" + id + "/content");
   EXPECT_TRUE(redirect.header("Location").starts_with("http://localhost:" + std::to_string(box_.port()) + "/d/"));
-  const reply expired = box_.client("").send("GET", path_of());
+  const reply expired = box_.send("GET " + path_of(), "", {}, "");
   EXPECT_EQ(expired.status, 404);
   EXPECT_EQ(expired.header("Content-Type"), "text/html");
 }
 
 TEST_F(Transfer, UploadsAreTakenAsClientsWriteThem) {
   const std::string bytes = "\r\n--edg\r\n--" + sample(70000) + "\r\n--edg";
-  const std::string attributes = R"({"name":"f","parent":{"id":"0"},"content_modified_at":"2017-04-08T00:58:08Z"})";
-  header_list chunked = form_type();
-  chunked.emplace_back("Transfer-Encoding", "chunked");
-  chunked.emplace_back("Content-MD5", sha1_hex(bytes));
-  const reply made = box_.send("POST", std::string(CONTENT) + "/?fields=size,sha1,content_modified_at",
-                               form(attributes, bytes), chunked);
+  const std::string attributes = named("f", "0", R"(,"content_modified_at":"2017-04-08T00:58:08Z")");
+  const reply made = box_.send(std::string(CONTENT) + "/?fields=size,sha1,content_modified_at", form(attributes, bytes),
+                               form_type({{"Transfer-Encoding", "chunked"}, {"Content-MD5", sha1_hex(bytes)}}));
   ASSERT_EQ(made.status, 201) << made.body;
-  EXPECT_EQ(made.at("total_count"), "1");
-  EXPECT_EQ(made.at("entries.0.size"), std::to_string(bytes.size()));
-  EXPECT_EQ(made.at("entries.0.sha1"), sha1_hex(bytes));
-  EXPECT_EQ(made.at("entries.0.content_modified_at"), "2017-04-07T16:58:08-08:00");
+  made.expect("total_count=1|entries.0.size=" + std::to_string(bytes.size()) + "|entries.0.sha1=" + sha1_hex(bytes) +
+              "|entries.0.content_modified_at=2017-04-07T16:58:08-08:00");
   EXPECT_TRUE(box_.fetch(made.at("entries.0.id")).body == bytes);
 }
 
 TEST_F(Transfer, BoundaryMayFallAcrossPieces) {
-  header_list chunked = form_type();
-  chunked.emplace_back("Transfer-Encoding", "chunked");
   for (std::size_t size = 0; size < 1000; size += 5) {
     const std::string bytes = sample(size);
-    const std::string attributes = R"({"name":")" + std::to_string(1000 + size) + R"(","parent":{"id":"0"}})";
-    const reply made = box_.send("POST", CONTENT, form(attributes, bytes), chunked);
+    const reply made = box_.upload(named(std::to_string(1000 + size)), bytes, {{"Transfer-Encoding", "chunked"}});
     ASSERT_EQ(made.at("entries.0.sha1"), sha1_hex(bytes)) << size << made.body;
   }
 }
 
 TEST_F(Transfer, RefusedUploadsLeaveNothing) {
-  const auto attributes = [](const std::string& name) { return R"({"name":")" + name + R"(","parent":{"id":"0"}})"; };
-  const std::string good = form(attributes("f"), "x");
+  const std::string good = form(named("f"), "x");
   const std::string file_first =
       "--edge\r\nContent-Disposition: form-data; name=\"file\"; filename=\"f\"\r\n\r\nx\r\n" + good;
-  header_list wrong_digest = form_type();
-  wrong_digest.emplace_back("Content-MD5", sha1_hex("y"));
   (void)box_.file("0", "taken", "12345");
   (void)box_.folder("0", "folder");
-  struct row {
-    const char* name;
-    std::string body;
-    header_list headers;
-    int status;
-    const char* code;
+  const auto row = [](const char* name, const std::string& body, int status, const std::string& code,
+                      const header_list& headers = form_type()) {
+    return exchange{name, CONTENT, body, status, "code=" + code, headers};
   };
-  const std::vector<row> rows = {
-      {"file first", file_first, form_type(), 400, "metadata_after_file_contents"},
-      {"cut short", good.substr(0, good.size() - 12), form_type(), 400, "bad_request"},
-      {"no file", good.substr(0, good.rfind("--edge\r\n")) + "--edge--\r\n", form_type(), 400, "bad_request"},
-      {"no attributes", "--edge--\r\n", form_type(), 400, "bad_request"},
-      {"no boundary", good, {{"Content-Type", "multipart/form-data"}}, 400, "bad_request"},
-      {"digest", good, wrong_digest, 400, "bad_digest"},
-      {"name", form(attributes("a/b"), "x"), form_type(), 400, "item_name_invalid"},
-      {"parent", form(R"({"name":"f","parent":{"id":"77"}})", "x"), form_type(), 404, "not_found"},
-      {"time", form(R"({"name":"f","parent":{"id":"0"},"content_created_at":"yesterday"})", "x"), form_type(), 400,
-       "bad_request"},
-      {"taken", form(attributes("TAKEN"), "x"), form_type(), 409, "item_name_in_use"},
-      {"taken by a folder", form(attributes("folder"), "x"), form_type(), 409, "item_name_in_use"},
-      {"too large", form(attributes("f"), sample(100001)), form_type(), 403, "file_size_limit_exceeded"},
-  };
-  for (const row& each : rows) {
-    const reply answer = box_.send("POST", CONTENT, each.body, each.headers);
-    EXPECT_EQ(answer.status, each.status) << each.name << answer.body;
-    EXPECT_EQ(answer.at("code"), each.code) << each.name;
-    if (std::string(each.name) == "taken") {
-      EXPECT_EQ(answer.at("context_info.conflicts.sha1"), sha1_hex("12345"));
-      EXPECT_NE(answer.at("context_info.conflicts.file_version.id"), "");
-    }
-  }
-  EXPECT_EQ(box_.send("GET", "/2.0/users/me").at("space_used"), "5");
-  EXPECT_EQ(box_.send("GET", "/2.0/folders/0/items").at("total_count"), "2");
+  (void)box_.check({
+      row("file first", file_first, 400, "metadata_after_file_contents"),
+      row("cut short", good.substr(0, good.size() - 12), 400, "bad_request"),
+      row("no file", good.substr(0, good.rfind("--edge\r\n")) + "--edge--\r\n", 400, "bad_request"),
+      row("no attributes", "--edge--\r\n", 400, "bad_request"),
+      row("no boundary", good, 400, "bad_request", {{"Content-Type", "multipart/form-data"}}),
+      row("digest", good, 400, "bad_digest", form_type({{"Content-MD5", sha1_hex("y")}})),
+      row("name", form(named("a/b"), "x"), 400, "item_name_invalid"),
+      row("parent", form(named("f", "77"), "x"), 404, "not_found"),
+      row("time", form(named("f", "0", R"(,"content_created_at":"yesterday")"), "x"), 400, "bad_request"),
+      row("taken", form(named("TAKEN"), "x"), 409, "item_name_in_use|context_info.conflicts.sha1=" + sha1_hex("12345")),
+      row("taken by a folder", form(named("folder"), "x"), 409, "item_name_in_use"),
+      row("too large", form(named("f"), sample(100001)), 403, "file_size_limit_exceeded"),
+      {"nothing used", "GET /2.0/users/me", "", 200, "space_used=5"},
+      {"nothing new", "GET /2.0/folders/0/items", "", 200, "total_count=2"},
+  });
+  EXPECT_NE(box_.upload(named("taken"), "x").at("context_info.conflicts.file_version.id"), "");
 }
 
 TEST_F(Transfer, StorageIsCountedAndEnds) {
-  const auto send = [&](const std::string& name, std::size_t size) {
-    return box_.send("POST", CONTENT, form(R"({"name":")" + name + R"(","parent":{"id":"0"}})", sample(size)),
-                     form_type());
-  };
+  const auto send = [&](const std::string& name, std::size_t size) { return box_.upload(named(name), sample(size)); };
   for (const char* name : {"a", "b", "c"}) EXPECT_EQ(send(name, 99999).status, 201);
   EXPECT_EQ(send("d", 4).at("code"), "storage_limit_exceeded");
   EXPECT_EQ(send("d", 3).status, 201);
-  const std::string id = box_.send("GET", "/2.0/folders/0/items?fields=name").at("entries.0.id");
-  ASSERT_EQ(box_.send("DELETE", "/2.0/files/" + id).status, 204);
+  const std::string id = box_.send("GET /2.0/folders/0/items?fields=name").at("entries.0.id");
+  (void)box_.check({{"delete", "DELETE /2.0/files/" + id, "", 204}});
   EXPECT_EQ(send("e", 1).status, 403) << "the trash counts";
-  ASSERT_EQ(box_.send("DELETE", "/2.0/files/" + id + "/trash").status, 204);
+  (void)box_.check({{"purge", "DELETE /2.0/files/" + id + "/trash", "", 204}});
   EXPECT_EQ(send("e", 1).status, 201);
 }
 
 TEST_F(Transfer, PreflightTellsBeforehand) {
   (void)box_.file("0", "taken", "x");
   const auto ask = [&](const std::string& name, const std::string& size) {
-    return box_.send("OPTIONS", "/2.0/files/content/",
-                     R"({"name":")" + name + R"(","parent":{"id":"0"},"size":)" + size + "}");
+    return box_.send("OPTIONS /2.0/files/content/", named(name, "0", ",\"size\":" + size));
   };
-  EXPECT_EQ(ask("free", "100000").at("upload_url"), "http://127.0.0.1:" + std::to_string(box_.port()) + CONTENT);
+  EXPECT_EQ(ask("free", "100000").at("upload_url"), box_.origin() + "/api/2.0/files/content");
   EXPECT_EQ(ask("free", "100001").at("code"), "file_size_limit_exceeded");
   EXPECT_NE(ask("taken", "1").at("context_info.conflicts.id"), "");
 }

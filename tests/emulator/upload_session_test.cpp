@@ -1,7 +1,7 @@
 // Chunked uploads: sessions, parts, commits.
-#include <gtest/gtest.h>
-
 #include "box_process.h"
+
+#include <gtest/gtest.h>
 
 namespace emulator_test {
 namespace {
@@ -12,21 +12,22 @@ const std::string SESSIONS = "/api/2.0/files/upload_sessions";
 class UploadSession : public testing::Test {
  protected:
   [[nodiscard]] reply create(const std::string& name, std::size_t size) const {
-    return box().send("POST", SESSIONS,
+    return box().send("POST " + SESSIONS,
                       R"({"folder_id":"0","file_size":)" + std::to_string(size) + R"(,"file_name":")" + name + "\"}");
   }
 
-  [[nodiscard]] reply put(const std::string& id, const std::string& bytes, std::size_t first, std::size_t count) const {
-    const std::string part = bytes.substr(first, count);
-    return put_as(id, part, range(first, count, bytes.size()), digest_header(part));
-  }
-
-  [[nodiscard]] reply put_as(const std::string& id, const std::string& part, const std::string& content_range,
-                             const std::string& digest) const {
+  [[nodiscard]] exchange part(const char* name, const std::string& id, const std::string& bytes,
+                              const std::string& content_range, const std::string& digest, int status = 200,
+                              const std::string& members = {}) const {
     header_list headers = {{"Content-Type", "application/octet-stream"}};
     if (!content_range.empty()) headers.emplace_back("Content-Range", content_range);
     if (!digest.empty()) headers.emplace_back("digest", digest);
-    return box().send("PUT", SESSIONS + "/" + id, part, headers);
+    return {name, "PUT " + SESSIONS + "/" + id, bytes, status, members, headers};
+  }
+
+  [[nodiscard]] reply put(const std::string& id, const std::string& bytes, std::size_t first, std::size_t count) const {
+    const std::string own = bytes.substr(first, count);
+    return box().check({part("part", id, own, range(first, count, bytes.size()), digest_header(own))});
   }
 
   static std::string range(std::size_t first, std::size_t count, std::size_t total) {
@@ -46,7 +47,7 @@ class UploadSession : public testing::Test {
   }
 
   [[nodiscard]] reply commit(const std::string& id, const std::string& parts, const std::string& bytes) const {
-    return box().send("POST", SESSIONS + "/" + id + "/commit?fields=size,sha1,name,content_modified_at",
+    return box().send("POST " + SESSIONS + "/" + id + "/commit?fields=size,sha1,name,content_modified_at",
                       R"({"attributes":{"content_modified_at":"2017-04-08T00:58:08Z"},"parts":[)" + parts + "]}",
                       {{"Digest", digest_header(bytes)}});
   }
@@ -69,108 +70,93 @@ TEST_F(UploadSession, StoresWhatWasPut) {
       const reply session = create(name, size);
       ASSERT_EQ(session.status, 201) << session.body;
       const std::string id = session.at("id");
-      EXPECT_EQ(session.at("total_parts"), std::to_string((size + 999) / 1000));
-      EXPECT_EQ(session.at("num_parts_processed"), "0");
-      EXPECT_EQ(session.at("session_endpoints.commit"),
-                "http://127.0.0.1:" + std::to_string(box().port()) + SESSIONS + "/" + id + "/commit");
+      session.expect("num_parts_processed=0|total_parts=" + std::to_string((size + 999) / 1000) +
+                     "|session_endpoints.commit=" + box().origin() + SESSIONS + "/" + id + "/commit");
       EXPECT_TRUE(session.at("session_expires_at").ends_with("Z"));
       const reply made = commit(id, put_all(id, bytes, backwards), bytes);
       ASSERT_EQ(made.status, 201) << made.body;
-      EXPECT_EQ(made.at("entries.0.sha1"), sha1_hex(bytes));
-      EXPECT_EQ(made.at("entries.0.content_modified_at"), "2017-04-07T16:58:08-08:00");
+      made.expect("entries.0.content_modified_at=2017-04-07T16:58:08-08:00|entries.0.sha1=" + sha1_hex(bytes));
       EXPECT_TRUE(box().fetch(made.at("entries.0.id")).body == bytes);
-      EXPECT_EQ(commit(id, "", bytes).at("code"), "session_expired");
+      commit(id, "", bytes).expect("code=session_expired");
     }
   }
 }
 
 TEST_F(UploadSession, CreationIsChecked) {
   (void)box().file("0", "taken", "x");
-  struct row {
-    const char* body;
-    int status;
-    const char* code;
+  const auto row = [](const std::string& members, int status, const std::string& code) {
+    return exchange{"", "POST " + SESSIONS, "{" + members + "}", status, "code=" + code};
   };
-  for (const row& each :
-       {row{R"({"file_size":2000,"file_name":"n"})", 400, "missing_destination"},
-        row{R"({"folder_id":"x","file_size":2000,"file_name":"n"})", 400, "invalid_folder_id"},
-        row{R"({"folder_id":"77","file_size":2000,"file_name":"n"})", 404, "not_found"},
-        row{R"({"folder_id":"0","file_name":"n"})", 400, "missing_file_size"},
-        row{R"({"folder_id":"0","file_size":-1,"file_name":"n"})", 400, "invalid_file_size"},
-        row{R"({"folder_id":"0","file_size":1499,"file_name":"n"})", 400, "file_size_too_small"},
-        row{R"({"folder_id":"0","file_size":100001,"file_name":"n"})", 403, "file_size_limit_exceeded"},
-        row{R"({"folder_id":"0","file_size":2000})", 400, "missing_file_name"},
-        row{R"({"folder_id":"0","file_size":2000,"file_name":"a/b"})", 400, "item_name_invalid"},
-        row{R"({"folder_id":"0","file_size":2000,"file_name":"Taken"})", 409, "item_name_in_use"}}) {
-    const reply answer = box().send("POST", SESSIONS, each.body);
-    EXPECT_EQ(answer.status, each.status) << each.body;
-    EXPECT_EQ(answer.at("code"), each.code) << each.body;
-  }
-  EXPECT_EQ(create("taken", 2000).at("context_info.conflicts.name"), "taken");
+  const std::string in = R"("folder_id":"0",)";
+  (void)box().check({
+      row(R"("file_size":2000,"file_name":"n")", 400, "missing_destination"),
+      row(R"("folder_id":"x","file_size":2000,"file_name":"n")", 400, "invalid_folder_id"),
+      row(R"("folder_id":"77","file_size":2000,"file_name":"n")", 404, "not_found"),
+      row(in + R"("file_name":"n")", 400, "missing_file_size"),
+      row(in + R"("file_size":-1,"file_name":"n")", 400, "invalid_file_size"),
+      row(in + R"("file_size":1499,"file_name":"n")", 400, "file_size_too_small"),
+      row(in + R"("file_size":100001,"file_name":"n")", 403, "file_size_limit_exceeded"),
+      row(in + R"("file_size":2000)", 400, "missing_file_name"),
+      row(in + R"("file_size":2000,"file_name":"a/b")", 400, "item_name_invalid"),
+      row(in + R"("file_size":2000,"file_name":"Taken")", 409, "item_name_in_use"),
+  });
+  create("taken", 2000).expect("context_info.conflicts.name=taken");
   box().set(R"({"session_conflict":true})");
   const std::string first = create("n", 2000).at("id");
-  EXPECT_EQ(create("n", 2000).at("context_info.session.id"), first);
+  create("n", 2000).expect("context_info.session.id=" + first);
 }
 
 TEST_F(UploadSession, PartsAreChecked) {
   const std::string bytes = sample(2500);
   const std::string id = create("f", bytes.size()).at("id");
-  ASSERT_EQ(put(id, bytes, 1000, 1000).status, 200);
-  const std::string part = bytes.substr(0, 1000);
-  const std::string good = digest_header(part);
-  struct row {
-    const char* name;
-    std::string bytes;
-    std::string range;
-    std::string digest;
-    int status;
-    const char* code;
-  };
-  const std::vector<row> rows = {
-      {"there already", bytes.substr(1000, 1000), range(1000, 1000, 2500), digest_header(bytes.substr(1000, 1000)), 416,
-       "range_overlaps_existing_part"},
-      {"no multiple", part, range(500, 1000, 2500), good, 416, "range_not_satisfiable"},
-      {"other total", part, range(0, 1000, 2501), good, 416, "range_not_satisfiable"},
-      {"short part", part.substr(1), range(0, 999, 2500), digest_header(part.substr(1)), 416, "range_not_satisfiable"},
-      {"body and range differ", part + "x", range(0, 1000, 2500), good, 416, "range_not_satisfiable"},
-      {"behind the end", part, range(3000, 1000, 2500), good, 416, "range_not_satisfiable"},
-      {"digest of other bytes", part, range(0, 1000, 2500), digest_header("x"), 412, "precondition_failed"},
-      {"no digest", part, range(0, 1000, 2500), "", 400, "bad_request"},
-      {"digest not base64", part, range(0, 1000, 2500), "sha=?", 400, "bad_request"},
-      {"no range", part, "", good, 400, "bad_request"},
-      {"range is nonsense", part, "bytes=0-999/2500", good, 400, "bad_request"},
-  };
-  for (const row& each : rows) {
-    const reply answer = put_as(id, each.bytes, each.range, each.digest);
-    EXPECT_EQ(answer.status, each.status) << each.name << answer.body;
-    EXPECT_EQ(answer.at("code"), each.code) << each.name;
-  }
-  EXPECT_EQ(put_as("x", part, range(0, 1000, 2500), good).at("code"), "invalid_upload_session_id");
-  EXPECT_EQ(put_as(std::string(32, 'A'), part, range(0, 1000, 2500), good).status, 404);
-  EXPECT_EQ(put_as(id, part, range(0, 1000, 2500), "SHA=" + good.substr(4)).status, 200) << "after all refusals";
-  const reply listed = box().send("GET", SESSIONS + "/" + id + "/parts?limit=1&offset=1");
-  EXPECT_EQ(listed.at("total_count"), "2");
-  EXPECT_EQ(listed.at("entries.0.offset"), "1000");
-  EXPECT_EQ(listed.at("entries.0.sha1"), sha1_hex(bytes.substr(1000, 1000)));
-  EXPECT_EQ(box().send("GET", SESSIONS + "/" + id).at("num_parts_processed"), "2");
-  EXPECT_EQ(box().send("DELETE", SESSIONS + "/" + id).status, 204);
-  EXPECT_EQ(put(id, bytes, 2000, 500).status, 410);
+  (void)put(id, bytes, 1000, 1000);
+  const std::string first = bytes.substr(0, 1000);
+  const std::string second = bytes.substr(1000, 1000);
+  const std::string short_one = first.substr(1);
+  const std::string good = digest_header(first);
+  const std::string place = range(0, 1000, 2500);
+  const std::string unfit = "code=range_not_satisfiable";
+  const std::string bad = "code=bad_request";
+  const std::string own = " " + SESSIONS + "/" + id;
+  (void)box().check({
+      part("there", id, second, range(1000, 1000, 2500), digest_header(second), 416,
+           "code=range_overlaps_existing_part"),
+      part("no multiple", id, first, range(500, 1000, 2500), good, 416, unfit),
+      part("other total", id, first, range(0, 1000, 2501), good, 416, unfit),
+      part("short part", id, short_one, range(0, 999, 2500), digest_header(short_one), 416, unfit),
+      part("body and range differ", id, first + "x", place, good, 416, unfit),
+      part("behind the end", id, first, range(3000, 1000, 2500), good, 416, unfit),
+      part("digest of other bytes", id, first, place, digest_header("x"), 412, "code=precondition_failed"),
+      part("no digest", id, first, place, "", 400, bad),
+      part("digest not base64", id, first, place, "sha=?", 400, bad),
+      part("no range", id, first, "", good, 400, bad),
+      part("range is nonsense", id, first, "bytes=0-999/2500", good, 400, bad),
+      part("no session id", "x", first, place, good, 400, "code=invalid_upload_session_id"),
+      part("no such session", std::string(32, 'A'), first, place, good, 404),
+      part("good after all refusals", id, first, place, "SHA=" + good.substr(4)),
+      {"listed", "GET" + own + "/parts?limit=1&offset=1", "", 200,
+       "total_count=2|entries.0.offset=1000|entries.0.sha1=" + sha1_hex(second)},
+      {"counted", "GET" + own, "", 200, "num_parts_processed=2"},
+      {"abort", "DELETE" + own, "", 204},
+      part("aborted", id, first, place, good, 410),
+  });
 }
 
 TEST_F(UploadSession, CommitsAreChecked) {
   const std::string bytes = sample(2500);
   const std::string id = create("f", bytes.size()).at("id");
   const std::string first = put(id, bytes, 0, 1000).at("part");
-  EXPECT_EQ(commit(id, first, bytes).at("code"), "parts_mismatch") << "parts are missing";
+  commit(id, first, bytes).expect("code=parts_mismatch");
   const std::string second = put(id, bytes, 1000, 1000).at("part");
   const std::string all = first + "," + second + "," + put(id, bytes, 2000, 500).at("part");
-  EXPECT_EQ(commit(id, first + "," + second, bytes).at("code"), "parts_mismatch") << "not all are listed";
-  EXPECT_EQ(commit(id, all + R"(,{"part_id":"00000000","offset":0,"size":1})", bytes).at("code"), "parts_mismatch");
-  EXPECT_EQ(commit(id, all, "other bytes").at("code"), "digest_mismatch");
-  EXPECT_EQ(box().send("POST", SESSIONS + "/" + id + "/commit", "{}", {{"Digest", digest_header(bytes)}}).status, 400);
+  commit(id, first + "," + second, bytes).expect("code=parts_mismatch");
+  commit(id, all + R"(,{"part_id":"00000000","offset":0,"size":1})", bytes).expect("code=parts_mismatch");
+  commit(id, all, "other bytes").expect("code=digest_mismatch");
+  EXPECT_EQ(box().send("POST " + SESSIONS + "/" + id + "/commit", "{}", {{"Digest", digest_header(bytes)}}).status,
+            400);
   const std::string taken = box().file("0", "F", "x");
-  EXPECT_EQ(commit(id, all, bytes).at("code"), "item_name_in_use");
-  ASSERT_EQ(box().send("DELETE", "/2.0/files/" + taken).status, 204);
+  commit(id, all, bytes).expect("code=item_name_in_use");
+  ASSERT_EQ(box().send("DELETE /2.0/files/" + taken).status, 204);
   EXPECT_EQ(commit(id, all, bytes).status, 201) << "the session has outlived all refusals";
 }
 
@@ -203,12 +189,10 @@ TEST_F(UploadSession, SurvivesARestart) {
 TEST_F(UploadSession, PutsANewVersion) {
   const std::string file = box().file("0", "f", "old");
   const std::string bytes = sample(1500);
-  const reply session = box().send("POST", "/api/2.0/files/" + file + "/upload_sessions", R"({"file_size":1500})");
+  const reply session = box().send("POST /api/2.0/files/" + file + "/upload_sessions", R"({"file_size":1500})");
   const std::string id = session.at("id");
   const reply made = commit(id, put_all(id, bytes), bytes);
-  EXPECT_EQ(made.at("entries.0.id"), file);
-  EXPECT_EQ(made.at("entries.0.name"), "f");
-  EXPECT_EQ(made.at("entries.0.etag"), "1");
+  made.expect("entries.0.id=" + file + "|entries.0.name=f|entries.0.etag=1");
   EXPECT_TRUE(box().fetch(file).body == bytes);
 }
 

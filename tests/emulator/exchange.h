@@ -1,8 +1,9 @@
 #pragma once
 
+#include "tarvex_common.hpp"
+
 #include <jansson.h>
 
-#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -12,10 +13,20 @@ namespace emulator_test {
 
 using header_list = std::vector<std::pair<std::string, std::string>>;
 
-struct json_releaser {
-  void operator()(json_t* value) const { json_decref(value); }
+inline void json_release(json_t* value) {
+  json_decref(value);
+}
+using json_ptr = tarvex::owner<json_t, json_release>;
+
+/// A request and what its answer must be.
+struct exchange {
+  const char* name;
+  std::string request;  // method and target
+  std::string body;
+  int status;
+  std::string members = {};  // "path=value|path=value" of the JSON body, as reply::at has them
+  header_list headers = {};
 };
-using json_ptr = std::unique_ptr<json_t, json_releaser>;
 
 /// An answer as it came.
 struct reply {
@@ -24,52 +35,41 @@ struct reply {
   std::string body;
   bool complete = false;  // the body has the announced length
 
-  [[nodiscard]] std::string header(std::string_view name) const;
+  [[nodiscard]] std::string header(const std::string& name) const;
   [[nodiscard]] json_ptr json() const;
 
   /// A value of the JSON body by a path such as "entries.0.name": a text as it is, anything else as JSON, "" for none.
   [[nodiscard]] std::string at(std::string_view path) const;
+
+  /// Fails the running test where members differ from "path=value|path=value".
+  void expect(std::string_view members) const;
 };
 
 /// One connection, for tests that care about its bytes.
 class raw_connection {
  public:
   explicit raw_connection(int port);
-  raw_connection(const raw_connection&) = delete;
-  raw_connection& operator=(const raw_connection&) = delete;
-  ~raw_connection();
 
   bool send(std::string_view bytes) const;
   [[nodiscard]] reply receive(bool has_body = true);
-  [[nodiscard]] bool ended();  // the server has closed
+  [[nodiscard]] bool ended() { return pending_.empty() && !read_more(); }  // the server has closed
 
  private:
   bool read_more();
 
-  int socket_;
+  tarvex::descriptor socket_;
   std::string pending_;
 };
 
-/// Sends each request on a connection of its own.
-class http_client {
- public:
-  http_client(int port, std::string token) : port_(port), token_(std::move(token)) {}
+/// {"name":...,"parent":{"id":...}} with further members behind, each with its comma.
+[[nodiscard]] std::string named(const std::string& name, const std::string& parent = "0", const std::string& more = {});
 
-  reply send(const std::string& method, const std::string& target, const std::string& body = {},
-             const header_list& headers = {}) const;
-
-  /// The bytes of such a request. With a header "Transfer-Encoding: chunked" the body is sent in chunks.
-  [[nodiscard]] std::string text(const std::string& method, const std::string& target, const std::string& body,
-                                 const header_list& headers) const;
-
- private:
-  int port_;
-  std::string token_;
-};
-
-/// A multipart/form-data body with the boundary "edge", and its content type.
+/// A multipart/form-data body with the boundary "edge"; its content type and further headers.
 [[nodiscard]] std::string form(const std::string& attributes, const std::string& bytes);
-[[nodiscard]] header_list form_type();
+[[nodiscard]] header_list form_type(const header_list& more = {});
+
+/// A body in chunks of 1000 bytes.
+[[nodiscard]] std::string chunked(const std::string& body);
 
 /// "sha=<base64>" and the hexadecimal form of a SHA-1.
 [[nodiscard]] std::string digest_header(std::string_view bytes);

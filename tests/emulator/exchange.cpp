@@ -1,14 +1,18 @@
-#include "http_client.h"
+#include "exchange.h"
 
 #include <arpa/inet.h>
+#include <gtest/gtest.h>
 #include <openssl/evp.h>
 #include <openssl/sha.h>
-#include <strings.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstring>
+#include <iomanip>
+#include <sstream>
 
 namespace emulator_test {
 namespace {
@@ -19,28 +23,13 @@ std::string sha1(std::string_view bytes) {
   return digest;
 }
 
-std::string chunked(const std::string& body) {
-  std::string coded;
-  for (std::size_t at = 0; at < body.size(); at += 1000) {
-    const std::string piece = body.substr(at, 1000);
-    std::array<char, 20> size{};
-    std::snprintf(size.data(), size.size(), "%zx\r\n", piece.size());
-    coded += size.data() + piece + "\r\n";
-  }
-  return coded + "0\r\n\r\n";
-}
-
 }  // namespace
 
-std::string reply::header(std::string_view name) const {
-  for (std::size_t at = head.find("\r\n"); at != std::string::npos && at + 2 < head.size();) {
-    const std::size_t end = head.find("\r\n", at + 2);
-    const std::string line = head.substr(at + 2, end - at - 2);
-    const auto colon = line.find(": ");
-    if (colon == name.size() && strncasecmp(line.c_str(), name.data(), colon) == 0) return line.substr(colon + 2);
-    at = end;
-  }
-  return {};
+std::string reply::header(const std::string& name) const {
+  const char* line = ::strcasestr(head.c_str(), ("\r\n" + name + ": ").c_str());
+  if (line == nullptr) return {};
+  line += name.size() + 4;
+  return {line, std::strchr(line, '\r')};
 }
 
 json_ptr reply::json() const {
@@ -57,8 +46,17 @@ std::string reply::at(std::string_view path) const {
     path = dot == std::string_view::npos ? std::string_view() : path.substr(dot + 1);
   }
   if (json_is_string(value)) return json_string_value(value);
-  const std::unique_ptr<char, decltype(&free)> text(json_dumps(value, JSON_COMPACT | JSON_ENCODE_ANY), &free);
+  const tarvex::c_string text(json_dumps(value, JSON_COMPACT | JSON_ENCODE_ANY));
   return text ? text.get() : "";
+}
+
+void reply::expect(std::string_view members) const {
+  while (!members.empty()) {
+    const std::string_view one = members.substr(0, members.find('|'));
+    members.remove_prefix(std::min(members.size(), one.size() + 1));
+    const auto equals = one.find('=');
+    EXPECT_EQ(at(one.substr(0, equals)), one.substr(equals + 1)) << one << " in " << body;
+  }
 }
 
 raw_connection::raw_connection(int port) : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
@@ -67,17 +65,13 @@ raw_connection::raw_connection(int port) : socket_(::socket(AF_INET, SOCK_STREAM
   address.sin_port = htons(static_cast<std::uint16_t>(port));
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   const timeval patience{60, 0};
-  ::setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-  if (::connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) std::perror("connect");
-}
-
-raw_connection::~raw_connection() {
-  ::close(socket_);
+  ::setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+  if (::connect(socket_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) std::perror("connect");
 }
 
 bool raw_connection::send(std::string_view bytes) const {
   while (!bytes.empty()) {
-    const ssize_t sent = ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    const ssize_t sent = ::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
     if (sent <= 0) return false;
     bytes.remove_prefix(static_cast<std::size_t>(sent));
   }
@@ -86,13 +80,9 @@ bool raw_connection::send(std::string_view bytes) const {
 
 bool raw_connection::read_more() {
   std::array<char, 65536> buffer{};
-  const ssize_t got = ::recv(socket_, buffer.data(), buffer.size(), 0);
+  const ssize_t got = ::recv(socket_.get(), buffer.data(), buffer.size(), 0);
   if (got > 0) pending_.append(buffer.data(), static_cast<std::size_t>(got));
   return got > 0;
-}
-
-bool raw_connection::ended() {
-  return pending_.empty() && !read_more();
 }
 
 reply raw_connection::receive(bool has_body) {
@@ -114,26 +104,8 @@ reply raw_connection::receive(bool has_body) {
   return answer;
 }
 
-std::string http_client::text(const std::string& method, const std::string& target, const std::string& body,
-                              const header_list& headers) const {
-  std::string request = method + " " + target + " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port_) + "\r\n";
-  if (!token_.empty()) request += "Authorization: Bearer " + token_ + "\r\n";
-  bool has_length = false;
-  bool in_chunks = false;
-  for (const auto& [name, value] : headers) {
-    request += name + ": " + value + "\r\n";
-    in_chunks = in_chunks || name == "Transfer-Encoding";
-    has_length = has_length || name == "Content-Length" || in_chunks;
-  }
-  if (!has_length) request += "Content-Length: " + std::to_string(body.size()) + "\r\n";
-  return request + "\r\n" + (in_chunks ? chunked(body) : body);
-}
-
-reply http_client::send(const std::string& method, const std::string& target, const std::string& body,
-                        const header_list& headers) const {
-  raw_connection connection(port_);
-  connection.send(text(method, target, body, headers));
-  return connection.receive(method != "HEAD");
+std::string named(const std::string& name, const std::string& parent, const std::string& more) {
+  return R"({"name":")" + name + R"(","parent":{"id":")" + parent + "\"}" + more + "}";
 }
 
 std::string form(const std::string& attributes, const std::string& bytes) {
@@ -143,8 +115,19 @@ std::string form(const std::string& attributes, const std::string& bytes) {
          bytes + "\r\n--edge--\r\n";
 }
 
-header_list form_type() {
-  return {{"Content-Type", "multipart/form-data; boundary=edge"}};
+header_list form_type(const header_list& more) {
+  header_list headers = {{"Content-Type", "multipart/form-data; boundary=edge"}};
+  headers.insert(headers.end(), more.begin(), more.end());
+  return headers;
+}
+
+std::string chunked(const std::string& body) {
+  std::ostringstream coded;
+  for (std::size_t at = 0; at < body.size(); at += 1000) {
+    const std::string piece = body.substr(at, 1000);
+    coded << std::hex << piece.size() << "\r\n" << piece << "\r\n";
+  }
+  return coded.str() + "0\r\n\r\n";
 }
 
 std::string digest_header(std::string_view bytes) {
@@ -155,13 +138,11 @@ std::string digest_header(std::string_view bytes) {
 }
 
 std::string sha1_hex(std::string_view bytes) {
-  std::string text;
+  std::ostringstream text;
   for (const char c : sha1(bytes)) {
-    std::array<char, 3> digits{};
-    std::snprintf(digits.data(), digits.size(), "%02x", static_cast<unsigned char>(c));
-    text += digits.data();
+    text << std::hex << std::setw(2) << std::setfill('0') << static_cast<int>(static_cast<unsigned char>(c));
   }
-  return text;
+  return text.str();
 }
 
 std::string sample(std::size_t count) {
