@@ -181,6 +181,7 @@ tarvex_result_t exchange::pull(std::span<char> room, std::size_t& amount) {
   if (room.empty()) return TARVEX_SUCCESS;
   if (const tarvex_result_t result = source_.pull(room, amount); result != TARVEX_SUCCESS) return result;
   pulled_ += amount;
+  if (amount == 0 && !plan_.length_bytes) pulled_all_ = true;
   if (amount > 0 || !plan_.length_bytes) return TARVEX_SUCCESS;
   return fail(attempt::useless, "The request's body ended after %" PRIu64 " of %" PRIu64 " bytes.", pulled_,
               *plan_.length_bytes);
@@ -206,6 +207,13 @@ std::uint64_t exchange::bytes_sent() const {
   curl_off_t sent = 0;
   (void)curl_easy_getinfo(easy_, CURLINFO_SIZE_UPLOAD_T, &sent);  // cannot fail for a known item
   return std::min(static_cast<std::uint64_t>(sent), pulled_);     // libcurl counts the chunks' framing too
+}
+
+bool exchange::sent_whole() const {
+  long head_bytes = 0;
+  (void)curl_easy_getinfo(easy_, CURLINFO_REQUEST_SIZE, &head_bytes);  // cannot fail for a known item
+  if (head_bytes == 0) return false;
+  return !plan_.send || (plan_.length_bytes ? pulled_ >= *plan_.length_bytes : pulled_all_);
 }
 
 tarvex_result_t exchange::report_progress() {

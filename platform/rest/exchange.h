@@ -31,6 +31,10 @@ class exchange {
 
   [[nodiscard]] std::uint64_t bytes_sent() const;
   [[nodiscard]] std::uint64_t bytes_received() const noexcept { return received_; }
+  /// Head of the answer, as far as it has come.
+  [[nodiscard]] const response_head& head() const noexcept { return head_; }
+  /// Whether the request was sent to its end, as far as can be known here.
+  [[nodiscard]] bool sent_whole() const;
 
  private:
   using clock = std::chrono::steady_clock;
@@ -64,6 +68,7 @@ class exchange {
   first_failure failure_;     ///< of a callback, the source or the sink
   bool range_full_ = false;   ///< the sink wants no more
   std::uint64_t pulled_ = 0;  ///< body bytes that the source gave
+  bool pulled_all_ = false;   ///< a body of unknown length has come to its end
   std::uint64_t received_ = 0;
   std::uint64_t moved_ = 0;     ///< bytes in both directions when last looked at
   std::size_t head_bytes_ = 0;  ///< received before the body

@@ -1,6 +1,7 @@
 #include "client.h"
 #include "error.h"
 #include "exchange.h"
+#include "exchange_report.h"
 #include "tarvex_dsi_rest.h"
 
 namespace tarvex::rest {
@@ -21,9 +22,14 @@ tarvex_result_t perform(const char* method, const char* uri, const tarvex_dsi_re
   if (const tarvex_result_t result = headers.assign(header_pairs); result != TARVEX_SUCCESS) return result;
   client_lease lease;
   if (const tarvex_result_t result = lease.acquire(); result != TARVEX_SUCCESS) return result;
+  exchange_report report(method, where, header_pairs);
+  if (const tarvex_result_t refused = report.ask(); refused != TARVEX_SUCCESS) return refused;
   exchange running(callbacks, lease);
   tarvex_result_t result = running.prepare(method, where, headers, header_pairs);
-  if (result == TARVEX_SUCCESS) result = running.run();
+  if (result == TARVEX_SUCCESS) {
+    result = running.run();
+    report.tell(running);
+  }
   if (tarvex_dsi_rest_response_arg_t* const record = stock_record(callbacks); record != nullptr) {
     record->request_bytes_uploaded = running.bytes_sent();
     record->response_bytes_downloaded = running.bytes_received();

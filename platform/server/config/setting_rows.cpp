@@ -29,6 +29,7 @@ constexpr auto ROWS = std::to_array<setting_row>({
     {"server", "max_sessions", read_number<&c::max_sessions, 1, 100000>},
     {"server", "idle_timeout", read_number<&c::idle_timeout_s, 1, 86400>},
     {"server", "update_interval", read_number<&c::update_interval_s, 0, 3600>},
+    {"server", "end_grace_ms", read_number<&c::end_grace_ms, 0, 60000>},
     {"server", "spool_directory", read_path<&c::spool_directory, true>},
     {"server", "spool_limit", read_number<&c::spool_limit_bytes, 0, LARGEST_SIZE>},
     {"tls", "certificate", read_path<&c::tls_certificate, false>},

@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "base/text.h"
+#include "ftp/path.h"
 #include "storage/operation_run.h"
 #include "storage/transfer.h"
 
@@ -127,7 +128,7 @@ owned_result storage_session::renew_inside(operation& op) {
   const std::shared_ptr<void> before = handle_;
   if (!take_session(inner)) return inner.result.ok() ? owned_result(TARVEX_FAILURE) : std::move(inner.result);
   for (auto& [path, left] : unfinished_)
-    if (others_.stale(path)) left.offset = 0;
+    if (others_.stale(path_parent(path))) left.offset = 0;
   others_ = fresh;
   return {};
 }

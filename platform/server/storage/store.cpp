@@ -189,6 +189,7 @@ bool store::read_spooled(data_read wanted) {
     if (error != 0) channel_->note_failure(451, spool_error(error, 0));
     if (at_end) return pass_end(std::move(wanted), outcome);
     if (outcome.eof && !channel_->client_present()) channel_->note_failure(426, CLIENT_GONE);
+    if (channel_->failed()) outcome = {.failed = true, .bytes = 0, .offset = outcome.offset, .eof = true};
     done(wanted, outcome);
   });
   return true;
@@ -203,6 +204,7 @@ void store::pass_end(data_read wanted, read_outcome outcome) {
       const std::lock_guard lock(feed_mutex_);
       end_awaited_ = false;
     }
+    if (channel_->broken()) outcome = {.failed = true, .bytes = 0, .offset = outcome.offset, .eof = true};
     return done(wanted, outcome);
   }
   if (!end_timer_) end_timer_ = std::make_unique<loop_timer>(storage_.loop());
@@ -213,7 +215,6 @@ void store::pass_end(data_read wanted, read_outcome outcome) {
 
 /// Passes an outcome on.
 void store::done(const data_read& wanted, read_outcome outcome) {
-  if (channel_->failed()) outcome = {.failed = true, .bytes = 0, .offset = outcome.offset, .eof = true};
   if (sha1_ && !spool_) sha1_->update(std::as_bytes(std::span(wanted.buffer, outcome.bytes)));
   outcome.offset += request_.offset;
   blocks_.note(wanted.length, outcome);
