@@ -21,7 +21,8 @@ struct outcome {
   std::string text() const;
 };
 
-/// Reads a result: the code of its FTP response error, or `default_code` where it has none; then that error with its
+/// Reads a result: the code of its FTP response error, or `default_code` where it has none or says 500 of an internal
+/// error; then that error with its
 /// causes, so that the class word is the first line, and what was wrapped around it. Does not release `result`.
 outcome outcome_of(tarvex_result_t result, int default_code);
 

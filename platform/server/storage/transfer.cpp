@@ -38,6 +38,7 @@ asio::awaitable<void> transfer::open(std::shared_ptr<transfer> self) {
   if (self->failed_) co_return;
   self->client_.opening();
   data_connection connection = co_await self->client_.data.open(CONNECTION_LIMIT);
+  if (self->over_) co_return;
   if (!connection.socket) self->cancel(425, connection.error);
   if (!connection.socket || self->failed_) co_return;
   if (self->receiver_) {
@@ -72,6 +73,7 @@ void transfer::explain_failure(const std::string& more) {
 
 void transfer::fail(int code, const std::string& text) {
   note_failure(code, text);
+  over_ = true;
   client_.data.close();
   sender_.abort();
   if (receiver_) receiver_->abort();
@@ -82,6 +84,7 @@ asio::awaitable<void> transfer::finish(bool success) {
     (void)co_await sender_.finish();  // a failure was told through cancel()
     co_return;
   }
+  over_ = true;
   client_.data.close();
   sender_.abort();
   if (receiver_) receiver_->finish();

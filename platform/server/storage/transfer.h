@@ -83,6 +83,7 @@ class transfer : public std::enable_shared_from_this<transfer> {
   std::atomic<bool> begun_{false};
   std::atomic<bool> broken_{false};
   std::optional<failure> failed_;
+  bool over_ = false;  ///< a wait for the connection that ends now says nothing
   std::function<void(int code, const std::string& why)> cancel_;
   data_sender sender_;
   std::unique_ptr<data_receiver> receiver_;
