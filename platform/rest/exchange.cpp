@@ -82,6 +82,8 @@ CURLcode exchange::set_callbacks() {
       .set(CURLOPT_WRITEDATA, this)
       .set(CURLOPT_READFUNCTION, &exchange::on_room)
       .set(CURLOPT_READDATA, this)
+      .set(CURLOPT_PREREQFUNCTION, &exchange::on_send)
+      .set(CURLOPT_PREREQDATA, this)
       .set(CURLOPT_SEEKFUNCTION, &exchange::on_seek)
       .set(CURLOPT_SEEKDATA, this)
       .set(CURLOPT_ERRORBUFFER, detail_);
@@ -192,6 +194,11 @@ std::size_t exchange::on_room(char* room, std::size_t size, std::size_t count, v
   std::size_t amount = 0;
   me.failure_.note(guarded([&] { return me.pull({room, size * count}, amount); }));
   return me.failure_ ? CURL_READFUNC_ABORT : amount;
+}
+
+int exchange::on_send(void* self, char*, char*, int, int) noexcept {
+  ++static_cast<exchange*>(self)->times_sent_;
+  return CURL_PREREQFUNC_OK;
 }
 
 /// libcurl starts a body again when a kept connection turns out to be closed.

@@ -35,6 +35,8 @@ class exchange {
   [[nodiscard]] const response_head& head() const noexcept { return head_; }
   /// Whether the request was sent to its end, as far as can be known here.
   [[nodiscard]] bool sent_whole() const;
+  /// How often it was sent: libcurl tries again by itself when a kept connection turns out to be closed.
+  [[nodiscard]] unsigned times_sent() const noexcept { return times_sent_; }
 
  private:
   using clock = std::chrono::steady_clock;
@@ -55,6 +57,7 @@ class exchange {
   static std::size_t on_header(char* line, std::size_t size, std::size_t count, void* self) noexcept;
   static std::size_t on_body(char* piece, std::size_t size, std::size_t count, void* self) noexcept;
   static std::size_t on_room(char* room, std::size_t size, std::size_t count, void* self) noexcept;
+  static int on_send(void* self, char*, char*, int, int) noexcept;
   static int on_seek(void* self, curl_off_t offset, int origin) noexcept;
 
   const tarvex_dsi_rest_callbacks_t& callbacks_;
@@ -68,6 +71,7 @@ class exchange {
   first_failure failure_;     ///< of a callback, the source or the sink
   bool range_full_ = false;   ///< the sink wants no more
   std::uint64_t pulled_ = 0;  ///< body bytes that the source gave
+  unsigned times_sent_ = 0;
   bool pulled_all_ = false;   ///< a body of unknown length has come to its end
   std::uint64_t received_ = 0;
   std::uint64_t moved_ = 0;     ///< bytes in both directions when last looked at

@@ -63,6 +63,7 @@ void exchange_report::tell(const exchange& over) {
   const response_head& head = over.head();
   about_.status = head.complete() ? head.status() : 0;
   about_.may_have_arrived = about_.status == 0 && over.sent_whole();
+  about_.repeated = over.times_sent() > 1;
   about_.retry_after_s = number_of(head, "Retry-After");
   const char* const tag = head.find("ETag");
   about_.validator = tag == nullptr ? head.find("Last-Modified") : tag;

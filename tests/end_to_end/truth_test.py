@@ -236,7 +236,7 @@ def test_a_name_that_comes_during_an_upload_stays(box, scene, kind, announce):
 
     def store_by_other():
         scene.foreign.wait_for_fault()
-        assert scene.put(two, "name", b"the other's")[0] == 226
+        assert scene.put(two, "name", b"the other's", announce=True)[0] == 226
 
     answer = scene.put(one, "name", content, announce=announce, before_end=store_by_other)
     assert refused(answer) and "PATH_EXISTS" in answer[1]

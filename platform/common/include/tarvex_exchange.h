@@ -25,6 +25,7 @@ typedef struct tarvex_exchange_s {
   bool authorised;           ///< the request carried an Authorization
   int status;                ///< of the answer; 0: none came
   bool may_have_arrived;     ///< a request without an answer: the peer may have seen it whole and acted upon it
+  bool repeated;             ///< the request was sent again by itself after a connection ended without an answer
   int64_t retry_after_s;     ///< -1: the answer named none
   const char* validator;     ///< ETag of the answer, else its Last-Modified
   const char* answer_type;   ///< Content-Type of the answer

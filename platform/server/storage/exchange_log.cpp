@@ -55,7 +55,7 @@ void request_fate::note(const tarvex_exchange_t& exchange) {
   ++sent;
   status = exchange.status;
   const bool lost = exchange.status == 0 && exchange.may_have_arrived;
-  if (lost || (exchange.status != 0 && status_is_doubtful(exchange.status))) doubtful = true;
+  if (lost || exchange.repeated || (exchange.status != 0 && status_is_doubtful(exchange.status))) doubtful = true;
 }
 
 exchange_log::exchange_log() {

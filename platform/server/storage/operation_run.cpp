@@ -68,6 +68,8 @@ void run_and_tell(operation& op) {
     log.end();
     operation_verify(op);
     if (op.subject.lists && ended_well(op)) view.note_listed(op.subject.path, when);
+  } else {
+    note_default_code(op, log.summary());
   }
   log.end();
   if (touched(op)) enter(op, who_knows(op));

@@ -26,13 +26,14 @@ owned_result not_known(const operation& op) {
 }
 
 /// Whether requests of this kind leave open what they have done. Answers that Box gives to what it has done say that it
-/// was; refusals say that it was not, unless an earlier request of the same kind may have done it.
-bool leaves_open(const request_fate& fate, std::initializer_list<int> done) {
+/// was; refusals that the storage takes for refusals say that it was not, unless an earlier request may have done it.
+bool leaves_open(const operation& op, const request_fate& fate, std::initializer_list<int> done) {
   if (fate.sent == 0) return false;
   if (fate.doubtful) return true;
   for (const int status : done)
-    if (fate.status == status) return false;
-  return fate.status < 400;
+    if (fate.status == status) return !op.result.ok();
+  // What the storage could not make sense of was no refusal of Box's.
+  return op.result.ok() || fate.status < 400 || result_class(op.result.get()).empty();
 }
 
 enum class seen { there, gone, unknown };
@@ -60,7 +61,7 @@ void settle(operation& op, bool done, const std::string& undone) {
 }
 
 void verify_removal(operation& op, const exchange_summary& heard) {
-  if (!leaves_open(heard.deletes, {200, 204})) return;
+  if (!leaves_open(op, heard.deletes, {200, 204})) return;
   op.certain = false;
   std::optional<item_stat> item;
   const seen now = look_for(op, op.subject.path, seen::gone, item);
@@ -72,7 +73,7 @@ void verify_removal(operation& op, const exchange_summary& heard) {
 }
 
 void verify_rename(operation& op, const exchange_summary& heard) {
-  if (!leaves_open(heard.puts, {200})) return;
+  if (!leaves_open(op, heard.puts, {200})) return;
   op.certain = false;
   std::optional<item_stat> item;
   const seen target = look_for(op, op.subject.path, seen::there, item);
@@ -86,7 +87,7 @@ void verify_rename(operation& op, const exchange_summary& heard) {
 }
 
 void verify_folder(operation& op, const exchange_summary& heard) {
-  if (!leaves_open(heard.posts, {201})) return;
+  if (!leaves_open(op, heard.posts, {201})) return;
   op.certain = false;
   std::optional<item_stat> item;
   const seen now = look_for(op, op.subject.path, seen::there, item);
@@ -122,7 +123,7 @@ void verify_store(operation& op, const exchange_summary& heard) {
     return;
   }
   const bool refused_after_doubt = fate.sent > 1 && (fate.status == 404 || fate.status == 410);
-  const bool open = fate.doubtful || fate.status < 400 || refused_after_doubt;
+  const bool open = leaves_open(op, fate, {}) || refused_after_doubt;
   if (!open || was_told(op, fate)) return;
   op.certain = false;
   std::optional<item_stat> item;
@@ -144,9 +145,13 @@ bool missing_for_want_of_a_look(const operation& op, const exchange_summary& hea
 
 }  // namespace
 
+void note_default_code(operation& op, const exchange_summary& heard) {
+  op.default_code = heard.last.sent > 0 && status_may_pass(heard.last.status) ? 451 : 550;
+}
+
 void operation_verify(operation& op) {
   const exchange_summary heard = op.storage.exchanges().summary();
-  op.default_code = heard.last.sent > 0 && status_may_pass(heard.last.status) ? 451 : 550;
+  note_default_code(op, heard);
   op.storage_failed = op.misused || !op.result.ok();
   op.certain = true;
   if (!op.finished || op.misused || !op.storage.exchanges().hears()) return;

@@ -1,8 +1,13 @@
 #pragma once
 
+#include "storage/exchange_log.h"
+
 struct tarvex_gfs_operation_s;
 
 namespace tarvex::server {
+
+/// Judges by what Box said last whether the failure of an operation may pass, for errors that name no reply code.
+void note_default_code(tarvex_gfs_operation_s& op, const exchange_summary& heard);
 
 /// Looks at Box where its answers leave open what an operation has done, and makes the result what is true: done is
 /// done, whatever was answered, and what was not done is no success. Sets `certain`. Operation thread, after the work.
