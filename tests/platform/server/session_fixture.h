@@ -1,48 +1,24 @@
 #pragma once
 
 #include "config/configuration.h"
-#include "session/session.h"
-#include "storage/plugin.h"
+#include "support/socket.h"
+#include "support/temporary_folder.h"
 #include "tarvex_gridftp_server.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
-#include <future>
+#include <memory>
 #include <string>
-#include <thread>
+#include <utility>
 #include <vector>
 
 namespace tarvex::server::test {
 
-/// A connected or listening TCP socket on loopback whose reads give up after a generous time.
-class loopback_socket {
- public:
-  loopback_socket() = default;
-  explicit loopback_socket(int descriptor);
-  ~loopback_socket();
-  loopback_socket(loopback_socket&& other) noexcept;
-  loopback_socket& operator=(loopback_socket&& other) noexcept;
-
-  static loopback_socket listener(bool ipv6 = false);
-  static loopback_socket connect(std::uint16_t port, const std::string& from = {}, bool ipv6 = false);
-  loopback_socket accept() const;
-  std::uint16_t port() const;
-
-  void write(const std::string& bytes) const;
-  /// Up to `most` bytes; empty at the end or when it was reset.
-  std::string read(std::size_t most = 65536) const;
-  std::string read_all() const;
-  /// Closes with a reset.
-  void reset();
-  void close();
-  int release();
-  int descriptor() const { return descriptor_; }
-
- private:
-  int descriptor_ = -1;
-};
+using testing::StartsWith;
 
 /// What the storage does; each test changes what it needs.
 struct storage_script {
@@ -58,8 +34,8 @@ struct storage_script {
 /// User "alice", password "secret". "/" and "/dir" are folders, "/file" is a file of five bytes, all else is missing.
 class SessionTest : public ::testing::Test {
  protected:
-  void SetUp() override;
-  void TearDown() override;
+  SessionTest();
+  ~SessionTest() override;
 
   void connect(bool ipv6 = false);
   void log_in();
@@ -67,25 +43,35 @@ class SessionTest : public ::testing::Test {
   std::string command(const std::string& line);
   /// The next whole reply, every line of it; what there is when the connection ends.
   std::string reply();
+  /// Sends each line; its reply starts as said.
+  void expect(const std::string& line, const std::string& start);
+  void expect(const std::vector<std::pair<std::string, std::string>>& rows);
+  /// The next reply starts so.
+  void expect_reply(const std::string& start);
   /// Prepares a data connection.
   loopback_socket passive(const std::string& from = {});
+  /// Sends a line that brings data over a passive connection. \return the data; the final reply is still to be read.
+  std::string fetch(const std::string& line);
   void write_credential(const std::string& text);
   /// Closes the control connection and waits for the session to end.
   void close_session();
   /// Whether the session has ended within five seconds.
   bool ended();
+  /// Another session of the account has changed something at a path.
+  void others_change(const std::string& path);
+  /// How many changes of the account's sessions have been noted.
+  std::uint64_t changes_noted();
 
   configuration config;
   storage_script script;
-  change_counters changes{};  ///< of all accounts
   loopback_socket control;
 
  private:
+  struct server_side;
+
   std::string unread_;
-  storage storage_;
-  std::string directory_;
-  std::thread thread_;
-  std::future<int> status_;
+  temporary_folder folder_;
+  std::unique_ptr<server_side> server_;
 };
 
 /// Answers a stat with one entry.
@@ -93,7 +79,9 @@ void answer_item(tarvex_gfs_operation_t op, bool folder, tarvex_off_t size);
 /// Answers a listing in batches: "." and then `count` files "f0", "f1", ...
 void answer_listing(tarvex_gfs_operation_t op, int count, int batch);
 tarvex_result_t not_found(const char* path);
-/// Registers a write and waits for its callback. \return the first failure.
+/// Registers a write and waits for its callback. \return whether it succeeded.
 bool write_and_wait(tarvex_gfs_operation_t op, std::string bytes, tarvex_off_t offset);
+/// Sleeps as a storage does that waits for an answer, until the operation is cancelled.
+void wait_for_cancel();
 
 }  // namespace tarvex::server::test

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -22,8 +20,12 @@ class temporary_folder {
     std::filesystem::remove_all(path_, ignored);
   }
 
-  [[nodiscard]] std::string path(const std::string& name = "") const { return (path_ / name).string(); }
+  /// Of a file in it; of the folder itself without a name.
+  [[nodiscard]] std::string path(const std::string& name = "") const {
+    return name.empty() ? path_.string() : (path_ / name).string();
+  }
 
+  /// \return the file's path.
   std::string write(const std::string& name, const std::string& content) const {
     std::ofstream(path_ / name) << content;
     return path(name);

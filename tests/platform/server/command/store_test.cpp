@@ -1,4 +1,4 @@
-#include "store_fixture.h"
+#include "storage/store_fixture.h"
 
 #include <deque>
 
@@ -34,9 +34,8 @@ TEST_F(StoreTest, AsManyBytesAsAnnouncedOrNothing) {
     SCOPED_TRACE(row.announced + ", sent: " + std::to_string(row.sent));
     const std::string bytes = numbered(row.sent);
     command(row.announced);
-    const std::string answer = store("new", bytes);
-    EXPECT_EQ(answer.substr(0, row.expected.size()), row.expected);
-    const bool stored = row.expected.substr(0, 4) == "226 ";
+    expect_store("new", bytes, row.expected);
+    const bool stored = row.expected.starts_with("226 ");
     EXPECT_EQ(seen.good_end, stored);
     if (!stored) continue;
     EXPECT_TRUE(seen.bytes == bytes);
@@ -71,12 +70,12 @@ TEST_F(StoreTest, ReadsKeepTheOrderOfTheData) {
     };
     loopback_socket data = passive();
     command("ALLO 45000001");
-    EXPECT_EQ(command("STOR new").substr(0, 4), "150 ");
+    expect("STOR new", "150 ");
     data.write(bytes.substr(0, 12'000'000));
     much_has_come.set_value();
     data.write(bytes.substr(12'000'000));
     data.close();
-    EXPECT_EQ(reply().substr(0, 4), "226 ");
+    expect_reply("226 ");
     EXPECT_TRUE(seen.bytes == bytes);
   }
 }
@@ -96,25 +95,25 @@ TEST_F(StoreTest, PartlyFilledReadsAreDoneToo) {
   log_in();
   loopback_socket data = passive();
   command("ALLO 11");
-  EXPECT_EQ(command("STOR new").substr(0, 4), "150 ");
+  expect("STOR new", "150 ");
   data.write("hello");
   first_came.get_future().wait();
-  EXPECT_NE(command("STAT").find("STOR /new: 5 bytes received"), std::string::npos);
+  EXPECT_THAT(command("STAT"), testing::HasSubstr("STOR /new: 5 bytes received"));
   data.write(" world");
   data.close();
-  EXPECT_EQ(reply().substr(0, 4), "226 ");
+  expect_reply("226 ");
 }
 
 TEST_F(StoreTest, SpooledDataHaveTheirLimits) {
   config.spool_limit_bytes = 100'000;
   log_in();
   for (const std::size_t size : {std::size_t{100'001}, std::size_t{3'000'000}}) {
-    EXPECT_EQ(store("new", numbered(size)).substr(0, 32), "452 The server holds at most 100");
+    expect_store("new", numbered(size), "452 The server holds at most 100");
     EXPECT_EQ(calls, 0);
   }
-  EXPECT_EQ(store("new", numbered(100'000)).substr(0, 4), "226 ");
+  expect_store("new", numbered(100'000), "226 ");
   command("ALLO 100001");
-  EXPECT_EQ(store("new", numbered(100'001)).substr(0, 4), "226 ");
+  expect_store("new", numbered(100'001), "226 ");
 }
 
 /// Where nothing can be stored the storage is not asked, since its first act is to make room.
@@ -143,7 +142,7 @@ TEST_F(StoreTest, HopelessStoresAreRefusedBeforeAnythingIsTouched) {
   for (const auto& row : rows) {
     std::string answer;
     for (const auto& line : row.lines) answer = command(line);
-    EXPECT_EQ(answer.substr(0, row.expected.size()), row.expected) << testing::PrintToString(row.lines);
+    EXPECT_THAT(answer, StartsWith(row.expected)) << testing::PrintToString(row.lines);
   }
   EXPECT_EQ(calls, 0);
 }
@@ -160,8 +159,8 @@ TEST_F(StoreTest, ModificationTimesAreForTheNextStoreOnly) {
       {"STORATTR size=20200102030405;", "501 ", -1},
   };
   for (const auto& row : rows) {
-    EXPECT_EQ(command(row.line).substr(0, 4), row.answer) << row.line;
-    EXPECT_EQ(store("new", "x").substr(0, 4), "226 ");
+    expect(row.line, row.answer);
+    expect_store("new", "x", "226 ");
     EXPECT_EQ(seen.modified, row.expected) << row.line;
   }
 }

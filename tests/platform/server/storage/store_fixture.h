@@ -1,10 +1,9 @@
 #pragma once
 
-#include "core_session_fixture.h"
+#include "session_fixture.h"
 
 #include <atomic>
 #include <future>
-#include <optional>
 #include <string>
 
 namespace tarvex::server::test {
@@ -33,10 +32,12 @@ struct store_seen {
 /// A session before a storage that stores what comes, and remembers it.
 class StoreTest : public SessionTest {
  protected:
-  void SetUp() override;
+  StoreTest();
 
   /// Sends STOR and the bytes. \return the final reply.
   std::string store(const std::string& path, const std::string& bytes);
+  /// The same; the reply starts so.
+  void expect_store(const std::string& path, const std::string& bytes, const std::string& start);
   /// Takes what the storage is told, without reading.
   void note(tarvex_gfs_operation_t op, const tarvex_gfs_transfer_info_t* info);
   /// Reads all in pieces, the last of them empty, as an uploader of parts does.

@@ -1,6 +1,6 @@
 #include "storage/spool.h"
 
-#include "temporary_folder.h"
+#include "support/temporary_folder.h"
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>

@@ -1,0 +1,111 @@
+#include "session_fixture.h"
+
+namespace tarvex::server::test {
+namespace {
+
+TEST_F(SessionTest, RestartOffsetIsUsedOnce) {
+  std::vector<tarvex_off_t> asked;
+  script.send = [&](auto op, auto*) {
+    tarvex_off_t offset = -1, length = -1;
+    tarvex_gridftp_server_begin_transfer(op, 0, nullptr);
+    tarvex_gridftp_server_get_read_range(op, &offset, &length);
+    asked.push_back(offset);
+    EXPECT_EQ(length, -1);
+    tarvex_gridftp_server_get_read_range(op, &offset, &length);
+    EXPECT_EQ(length, 0);
+    tarvex_gridftp_server_finished_transfer(op, TARVEX_SUCCESS);
+  };
+  log_in();
+  const struct {
+    std::vector<std::pair<std::string, std::string>> lines;
+    tarvex_off_t expected;
+  } rows[] = {
+      {{{"REST 100", "350 "}}, 100},
+      {{}, 0},
+      {{{"REST 9223372036854775807", "350 "}}, 9223372036854775807},
+      {{{"REST 9223372036854775808", "501 "}}, 0},
+      {{{"REST 7", "350 "}, {"REST -1", "501 "}}, 0},
+      {{{"REST 7", "350 "}, {"REST 7x", "501 "}}, 0},
+      {{{"REST 7", "350 "}, {"TYPE I", "200 "}}, 7},
+      {{{"REST 7", "350 "}, {"SIZE file", "213 "}}, 0},
+  };
+  for (const auto& row : rows) {
+    const loopback_socket early = passive();
+    expect(row.lines);
+    expect("RETR file", "150 ");
+    expect_reply("226 ");
+    EXPECT_EQ(asked.back(), row.expected) << testing::PrintToString(row.lines);
+  }
+}
+
+/// A download that is tried again goes on where it stopped; one that leaves bytes out fails.
+TEST_F(SessionTest, SentBytesAreTrimmedAndGapsRefused) {
+  bool gap = false;
+  script.send = [&](auto op, auto*) {
+    tarvex_off_t offset = 0, length = 0;
+    tarvex_gridftp_server_get_read_range(op, &offset, &length);
+    EXPECT_FALSE(write_and_wait(op, "early", offset)) << "before begin_transfer";
+    tarvex_gridftp_server_begin_transfer(op, 0, nullptr);
+    EXPECT_TRUE(write_and_wait(op, "0123", offset));
+    EXPECT_TRUE(write_and_wait(op, "0123", offset));
+    EXPECT_TRUE(write_and_wait(op, "234567", offset + 2));
+    EXPECT_FALSE(write_and_wait(op, "x", -1));
+    EXPECT_NE(write_and_wait(op, "89", offset + (gap ? 9 : 8)), gap);
+    tarvex_gridftp_server_finished_transfer(op, gap ? TARVEX_FAILURE : tarvex_result_t{TARVEX_SUCCESS});
+  };
+  log_in();
+  for (const bool with_gap : {false, true}) {
+    gap = with_gap;
+    const loopback_socket data = passive();
+    expect({{"REST 50", "350 "}, {"RETR file", "150 "}});
+    EXPECT_EQ(data.read_all(), with_gap ? "01234567" : "0123456789");
+    expect_reply(with_gap ? "500 " : "226 ");
+  }
+}
+
+/// Several writes in flight, not waited for: the final reply waits for them, and their callbacks come once, in order.
+TEST_F(SessionTest, OutstandingWritesAreSentBeforeTheEnd) {
+  constexpr std::size_t BLOCK = 1 << 20;
+  constexpr int BLOCKS = 16;
+  std::vector<std::string> blocks;
+  std::string expected;
+  for (int i = 0; i < BLOCKS; ++i) expected += blocks.emplace_back(BLOCK, static_cast<char>('a' + i));
+  std::vector<unsigned char*> done;
+  script.send = [&](auto op, auto*) {
+    tarvex_gridftp_server_begin_transfer(op, 0, nullptr);
+    for (std::size_t i = 0; i < blocks.size(); ++i) {
+      const auto callback = [](auto, tarvex_result_t result, unsigned char* buffer, size_t, void* list) {
+        EXPECT_EQ(result, TARVEX_SUCCESS);
+        static_cast<std::vector<unsigned char*>*>(list)->push_back(buffer);
+      };
+      EXPECT_EQ(tarvex_gridftp_server_register_write(op, reinterpret_cast<unsigned char*>(blocks[i].data()), BLOCK,
+                                                     static_cast<tarvex_off_t>(i * BLOCK), 0, callback, &done),
+                TARVEX_SUCCESS);
+    }
+    tarvex_gridftp_server_finished_transfer(op, TARVEX_SUCCESS);
+  };
+  log_in();
+  EXPECT_TRUE(fetch("RETR file") == expected);
+  EXPECT_EQ(reply(), "226 Transfer complete; 16777216 bytes sent.\r\n");
+  ASSERT_EQ(done.size(), blocks.size());
+  for (std::size_t i = 0; i < blocks.size(); ++i) EXPECT_EQ(static_cast<void*>(done[i]), blocks[i].data());
+}
+
+/// What belongs to a store is refused in a download, which may fail before it has begun.
+TEST_F(SessionTest, DownloadsAreNoStores) {
+  script.send = [](auto op, auto*) {
+    time_t when = 0;
+    for (const tarvex_result_t refused : {tarvex_gridftp_server_get_recv_modification_time(op, &when),
+                                          tarvex_gridftp_server_register_read(op, nullptr, 0, nullptr, nullptr)}) {
+      EXPECT_NE(refused, static_cast<tarvex_result_t>(TARVEX_SUCCESS));
+      tarvex_result_release(refused);
+    }
+    tarvex_gridftp_server_finished_transfer(op, not_found("/file"));
+  };
+  log_in();
+  const loopback_socket data = passive();
+  expect("RETR file", "550-");
+}
+
+}  // namespace
+}  // namespace tarvex::server::test
