@@ -1,23 +1,24 @@
 #include "base/log.h"
+#include "base/regular_file.h"
 #include "session/session_state.h"
 #include "storage/callbacks_guard.h"
 #include "storage/operation.h"
 #include "tarvex_gridftp_server.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+using tarvex::server::file_trust;
 using tarvex::server::guard_result;
+using tarvex::server::log_error;
 using tarvex::server::operation_complete;
 using tarvex::server::operation_kind;
+using tarvex::server::regular_file_read;
 
 namespace {
 
-constexpr std::size_t CREDENTIAL_BYTES_MAX = 1 << 20;
-
-using file_ptr = std::unique_ptr<FILE, decltype([](FILE* file) { (void)std::fclose(file); })>;
+constexpr std::size_t CREDENTIAL_MIB_MAX = 1;
 
 tarvex_result_t credential_error(const std::string& path, int number) {
   return tarvex_error_put(tarvex_i_gfs_error_system(nullptr, number, "Cannot read the credential %s", path.c_str()));
@@ -26,14 +27,14 @@ tarvex_result_t credential_error(const std::string& path, int number) {
 /// A whole file; none when it does not exist.
 tarvex_result_t credential_read(const std::string& path, std::optional<std::string>& text) {
   if (path.empty()) return TARVEX_SUCCESS;
-  const file_ptr file(std::fopen(path.c_str(), "re"));
-  if (!file && errno == ENOENT) return TARVEX_SUCCESS;
-  if (!file) return credential_error(path, errno);
-  text.emplace(CREDENTIAL_BYTES_MAX + 1, '\0');
-  const std::size_t length = std::fread(text->data(), 1, text->size(), file.get());
-  if (std::ferror(file.get()) != 0) return credential_error(path, EIO);
-  if (length > CREDENTIAL_BYTES_MAX) return credential_error(path, EFBIG);
-  text->resize(length);
+  std::string content;
+  const auto failure = regular_file_read(path, file_trust::owner_only, CREDENTIAL_MIB_MAX, content);
+  if (failure && failure->error == ENOENT) return TARVEX_SUCCESS;
+  if (failure) {
+    log_error("credential file {} {}", path, failure->text);
+    return credential_error(path, failure->error);
+  }
+  text = std::move(content);
   return TARVEX_SUCCESS;
 }
 
