@@ -1,5 +1,6 @@
 #include "config/configuration.h"
 
+#include "config/box_check.h"
 #include "config/setting_rows.h"
 #include "config/tls_files.h"
 #include "config/toml_file.h"
@@ -68,6 +69,7 @@ std::vector<configuration_mistake> configuration_load(const std::string& file, c
   if (!is_set(out, "server.listen")) out.listen = {{boost::asio::ip::address_v4::loopback(), DEFAULT_PORT}};
   require(out, "accounts", "file", mistakes);
   check_tls(out, mistakes);
+  box_check(out, mistakes);
   out.storage_library = library_path(file, out);
   return std::move(mistakes).sorted();
 }
