@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -35,6 +36,13 @@ void close_others(int kept) {
   (void)close_range(number + 1, ~0U, 0);
 }
 
+/// Sessions hold passwords and tokens: no core dump gets them, and no other process of the same user may look.
+void hide_memory() {
+  constexpr rlimit NONE = {0, 0};
+  (void)setrlimit(RLIMIT_CORE, &NONE);
+  (void)prctl(PR_SET_DUMPABLE, 0);
+}
+
 void read_nothing_from_stdin() {
   const descriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
   if (nothing) dup2(nothing.get(), STDIN_FILENO);
@@ -47,7 +55,7 @@ void session_processes::unmap::operator()(change_counters* counters) const noexc
 }
 
 session_processes::session_processes(const configuration& config, storage& storage, const sigset_t& signal_mask)
-    : config_(config), storage_(storage), signal_mask_(signal_mask) {}
+    : config_(config), accounts_(config.accounts_file), storage_(storage), signal_mask_(signal_mask) {}
 
 bool session_processes::open() {
   void* const memory =
@@ -60,13 +68,17 @@ bool session_processes::open() {
 /// The new process: keeps nothing of the listener but what a session needs, and never returns.
 void session_processes::become_session(descriptor control, pid_t parent) {
   close_others(control.get());
-  signal(SIGPIPE, SIG_DFL);
+  hide_memory();
+  signal(SIGINT, SIG_IGN);  // Ctrl-C reaches every process of the terminal; the listener tells the sessions
   // Sessions end with the listener, also when it is killed.
   if (prctl(PR_SET_PDEATHSIG, SIGTERM) != 0 || getppid() != parent) _exit(1);
   sigprocmask(SIG_SETMASK, &signal_mask_, nullptr);
   read_nothing_from_stdin();
-  _exit(session_run(
-      {.config = &config_, .storage = &storage_, .changes = changes_.get(), .control_socket = control.release()}));
+  _exit(session_run({.config = &config_,
+                     .accounts = &accounts_,
+                     .storage = &storage_,
+                     .changes = changes_.get(),
+                     .control_socket = control.release()}));
 }
 
 void session_processes::start(descriptor control) {
@@ -75,6 +87,7 @@ void session_processes::start(descriptor control) {
     log_warning("connection of {} turned away: max_sessions ({}) are running", peer, config_.max_sessions);
     return turn_away(control, "Too many sessions; try again later.");
   }
+  accounts_.refresh();  // here once, and not in each session
   const pid_t parent = getpid();
   const pid_t session = fork();
   if (session == 0) become_session(std::move(control), parent);

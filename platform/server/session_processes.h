@@ -1,5 +1,6 @@
 #pragma once
 
+#include "config/accounts_cache.h"
 #include "config/configuration.h"
 #include "session/session.h"
 #include "storage/plugin.h"
@@ -45,6 +46,7 @@ class session_processes {
   [[noreturn]] void become_session(descriptor control, pid_t parent);
 
   const configuration& config_;
+  accounts_cache accounts_;
   storage& storage_;
   const sigset_t signal_mask_;
   std::unique_ptr<change_counters, unmap> changes_;

@@ -1,10 +1,10 @@
 #include "base/log.h"
+#include "base/secret.h"
 #include "command/handlers.h"
-#include "config/accounts.h"
+#include "config/accounts_cache.h"
+#include "ftp/path.h"
 #include "ftp/reply.h"
 #include "session/session_state.h"
-
-#include "ftp/path.h"
 
 #include <chrono>
 #include <system_error>
@@ -18,27 +18,25 @@ constexpr std::chrono::seconds FAILURE_DELAY{1};
 
 /// How a login went, from the operation thread to the I/O thread.
 struct login_attempt {
-  std::string user, password;
-  bool known = false;         ///< name and password are right
+  std::string user;
+  secret password;
+  login_verdict verdict = login_verdict::unavailable;
   std::string storage_error;  ///< the storage cannot be activated
 };
 
 /// Operation thread: finds the account, when the password is right.
-bool authenticate(session& session, const login_attempt& attempt) {
-  account_map accounts;
-  const auto mistakes = accounts_load(session.setup.config->accounts_file, accounts);
-  for (const auto& mistake : mistakes) log_error("{}", mistake_text(mistake));
-  if (!mistakes.empty()) return false;
-  const account* found = accounts_authenticate(accounts, attempt.user, attempt.password);
-  if (found) session.login.who = *found;
-  return found != nullptr;
+void authenticate(session& session, login_attempt& attempt) {
+  const login_answer answer = session.setup.accounts->authenticate(attempt.user, attempt.password.text());
+  attempt.password = secret();
+  attempt.verdict = answer.verdict;
+  if (answer.who) session.login.who = *answer.who;
 }
 
 /// Operation thread: authentication, activation of the storage and its session start.
 void log_in(operation& op, login_attempt& attempt) {
   session& session = op.session;
-  attempt.known = authenticate(session, attempt);
-  if (!attempt.known) {
+  authenticate(session, attempt);
+  if (attempt.verdict != login_verdict::accepted) {
     op.finished = true;
     return;
   }
@@ -90,7 +88,7 @@ void reply_recode(std::string& reply, std::string_view code) {
 std::string login_refusal(session& session, const operation& op, const login_attempt& attempt) {
   const char* user = attempt.user.c_str();
   const char* peer = session.control.peer().host.c_str();
-  if (!attempt.known) {
+  if (attempt.verdict == login_verdict::refused) {
     log_info("login of {} from {} failed: wrong name or password", user, peer);
     return reply_format(530, "Login incorrect.");
   }
@@ -103,6 +101,13 @@ std::string login_refusal(session& session, const operation& op, const login_att
   std::string reply = reply_from_error(op.result.get(), 530);
   reply_recode(reply, "530");
   return reply;
+}
+
+/// Not the client's fault, so no failure of its own: a 530 would make it ask for another password.
+void login_unavailable(session& session, const std::string& user) {
+  log_warning("login of {} from {} failed: the accounts are not available", user, session.control.peer().host);
+  session_reply(session, 421, "The accounts are not available; try again later.");
+  session_end(session, "no accounts");
 }
 
 bool worker_start(session& session) {
@@ -134,12 +139,14 @@ void command_pass(session& session, const std::string& argument) {
   if (session.login.logged_in) return session_reply(session, 503, "Already logged in.");
   if (session.login.user.empty()) return session_reply(session, 503, "Send USER first.");
   if (!worker_start(session)) return;
-  const auto attempt = std::make_shared<login_attempt>(login_attempt{session.login.user, argument, false, {}});
+  const auto attempt =
+      std::make_shared<login_attempt>(login_attempt{session.login.user, secret(std::string(argument)), {}, {}});
   auto op = std::make_unique<operation>(session, operation_kind::session_start);
   op->verb = "PASS";
   op->work = [attempt](operation& started) { log_in(started, *attempt); };
   op->done = [&session, attempt](operation& over) {
-    if (attempt->known && attempt->storage_error.empty() && operation_succeeded(over))
+    if (attempt->verdict == login_verdict::unavailable) return login_unavailable(session, attempt->user);
+    if (attempt->verdict == login_verdict::accepted && attempt->storage_error.empty() && operation_succeeded(over))
       return logged_in(session, over, *attempt);
     login_failed(session, login_refusal(session, over, *attempt));
   };

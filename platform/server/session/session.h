@@ -1,5 +1,6 @@
 #pragma once
 
+#include "config/accounts_cache.h"
 #include "config/configuration.h"
 #include "storage/plugin.h"
 
@@ -19,6 +20,7 @@ struct change_counters {
 /// What a session process starts with.
 struct session_setup {
   const configuration* config = nullptr;
+  accounts_cache* accounts = nullptr;
   server::storage* storage = nullptr;  ///< loaded, not yet activated
   change_counters* changes = nullptr;  ///< shared memory
   int control_socket = -1;             ///< the session closes it

@@ -45,6 +45,7 @@ const tarvex_module_descriptor_t MODULE = {"scripted", activate, deactivate, nul
 /// All that the tests know of the server's inside: how a session is run, and what it shares with others.
 struct SessionTest::server_side {
   server::storage storage;
+  std::optional<accounts_cache> accounts;
   change_counters changes{};
   std::thread thread;
   std::future<int> status;
@@ -52,6 +53,7 @@ struct SessionTest::server_side {
   void run(const configuration& config, int control_socket) {
     session_setup setup;
     setup.config = &config;
+    setup.accounts = &accounts.emplace(config.accounts_file);
     setup.storage = &storage;
     setup.changes = &changes;
     setup.control_socket = control_socket;
