@@ -72,7 +72,7 @@ class exchange {
   bool range_full_ = false;   ///< the sink wants no more
   std::uint64_t pulled_ = 0;  ///< body bytes that the source gave
   unsigned times_sent_ = 0;
-  bool pulled_all_ = false;   ///< a body of unknown length has come to its end
+  bool pulled_all_ = false;  ///< a body of unknown length has come to its end
   std::uint64_t received_ = 0;
   std::uint64_t moved_ = 0;     ///< bytes in both directions when last looked at
   std::size_t head_bytes_ = 0;  ///< received before the body

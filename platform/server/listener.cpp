@@ -143,7 +143,6 @@ int listener_run(const configuration& config, storage_plugin& storage) {
     log_error("cannot start: {}", std::strerror(errno));
     return 1;
   }
-  signal(SIGPIPE, SIG_IGN);
   if (!config.tls_certificate.empty())
     log_warning("[tls] is set, but TLS is not offered yet: logins are in plain text");
   announce(self.sockets);

@@ -1,12 +1,14 @@
 // The program tarvex-gridftp-server.
 #include "base/log.h"
 #include "config/accounts.h"
+#include "config/box_check.h"
 #include "config/configuration.h"
 #include "listener.h"
 #include "storage/plugin.h"
 
 #include <CLI/CLI.hpp>
 
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <iterator>
@@ -41,17 +43,21 @@ std::vector<server::configuration_mistake> find_mistakes(const std::string& file
                                                          server::account_map& accounts) {
   auto mistakes = server::configuration_load(file, config);
   if (!config.accounts_file.empty()) append(mistakes, server::accounts_load(config.accounts_file, accounts));
+  append(mistakes, server::accounts_credential_mistakes(config.accounts_file, accounts));
   if (!config.storage_library.empty()) append(mistakes, server::plugin_check(config, file));
   return mistakes;
 }
 
 int run(const options& chosen) {
+  std::signal(SIGPIPE, SIG_IGN);  // whoever reads the log, or a client, may go at any time
   server::log_start(chosen.level);
   server::configuration config;
   server::account_map accounts;
   const auto mistakes = find_mistakes(chosen.file, config, accounts);
   for (const auto& mistake : mistakes) std::fprintf(stderr, "%s\n", server::mistake_text(mistake).c_str());
   if (!mistakes.empty()) return EXIT_MISTAKES;
+  const std::string warning = server::box_pacing_warning(config);
+  if (!warning.empty()) server::log_warning("{}", warning);
   if (chosen.check) {
     std::puts("configuration ok");
     return 0;

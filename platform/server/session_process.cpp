@@ -45,7 +45,8 @@ bool conversation::open() {
   control_channel::events events;
   events.on_queued = [this] { attend(); };
   events.on_lost = [this] { client_.end("connection lost"); };
-  // Who has said all may still read: only a store, whose data such a client may not have sent to the end, counts it gone.
+  // Who has said all may still read: only a store, whose data such a client may not have sent to the end, counts it
+  // gone.
   events.on_half_closed = [this] {
     const operation* const running = client_.storage.running();
     if (running && running->store) (void)client_.storage.cancel(426, "The client is gone.");

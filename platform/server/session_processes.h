@@ -1,16 +1,20 @@
 #pragma once
 
+#include "config/accounts_cache.h"
 #include "config/configuration.h"
 #include "storage/change_slots.h"
 #include "storage/plugin.h"
+#include "storage/spool_budget.h"
 #include "tarvex_common.hpp"
 
+#include <sys/mman.h>
 #include <sys/types.h>
 
 #include <csignal>
 #include <cstddef>
 #include <memory>
-#include <unordered_set>
+#include <unordered_map>
+#include <vector>
 
 namespace tarvex::server {
 
@@ -38,17 +42,25 @@ class session_processes {
   [[nodiscard]] std::size_t count() const { return running_.size(); }
 
  private:
+  template <typename Shared>
   struct unmap {
-    void operator()(change_slots* counters) const noexcept;
+    void operator()(Shared* memory) const noexcept { munmap(memory, sizeof *memory); }
   };
+  /// Memory that all sessions share.
+  template <typename Shared>
+  using shared_memory = std::unique_ptr<Shared, unmap<Shared>>;
 
-  [[noreturn]] void become_session(descriptor control, pid_t parent);
+  [[noreturn]] void become_session(descriptor control, pid_t parent, std::size_t share);
 
   const configuration& config_;
+  accounts_cache accounts_;
   storage_plugin& storage_;
   const sigset_t signal_mask_;
-  std::unique_ptr<change_slots, unmap> changes_;
-  std::unordered_set<pid_t> running_;
+  shared_memory<change_slots> changes_;
+  shared_memory<spool_budget> budget_;
+  std::unordered_map<pid_t, std::size_t> running_;  ///< and the share of the budget that each has
+  std::vector<std::size_t> free_shares_;            ///< that were given back
+  std::size_t next_share_ = 0;                      ///< that nobody had yet
 };
 
 }  // namespace tarvex::server

@@ -8,10 +8,15 @@ namespace tarvex::server {
 
 enum class log_level { debug, info, warning, error };
 
-/// Sets the log up: lines on standard error, "TIME LEVEL [PID] TEXT". Once, before any thread starts.
+/// Sets the log up: lines on standard error, "TIME LEVEL [PID] TEXT". Once, before any thread starts or any process is
+/// forked.
 void log_start(log_level lowest);
 
-/// Writes one line; control bytes in `text` are written as \xNN, so that nobody forges lines. Any thread.
+/// Writes one line of up to 4 KiB (what is longer ends in "..."); control bytes in `text` are written as \xNN, so that
+/// nobody forges lines. Any thread.
+///
+/// Never waits for a reader of standard error: lines that a full pipe or a stopped terminal does not take are dropped,
+/// and a line tells how many as soon as it takes some again. The process has to ignore SIGPIPE.
 void log_write(log_level level, std::string_view text);
 
 /// The line of a format and its arguments. A level that is off costs no formatting.

@@ -26,8 +26,7 @@ handled command_mkd(session& client, std::string argument) {
   const auto path = path_argument(client, argument);
   if (!path || root_refused(client, *path)) co_return;
   if (!client.storage.takes_commands()) co_return client.reply(502, "The storage takes no commands.");
-  operation_subject subject{
-      .verb = "MKD", .path = *path, .changes = true, .adds = true, .existing_may_be_new = true};
+  operation_subject subject{.verb = "MKD", .path = *path, .changes = true, .adds = true, .existing_may_be_new = true};
   storage_command command{.type = TARVEX_GFS_CMD_MKD, .path = *path};
   const command_answer answer = co_await client.storage.command(std::move(subject), std::move(command));
   if (answer_change(client, "MKD", *path, answer.how))

@@ -1,11 +1,12 @@
 #include "base/log.h"
+#include "base/secret.h"
 #include "command/handler.h"
-#include "config/accounts.h"
+#include "config/accounts_cache.h"
 #include "ftp/path.h"
 #include "session/session.h"
 
 #include <chrono>
-#include <optional>
+#include <functional>
 
 namespace tarvex::server {
 
@@ -15,16 +16,6 @@ namespace {
 
 constexpr unsigned FAILURES_MAX = 5;
 constexpr std::chrono::seconds FAILURE_DELAY{1};
-
-/// Operation thread, since a hash takes its time: the account, when the password is right.
-std::optional<account> authenticate(const configuration& config, const std::string& user, const std::string& password) {
-  account_map accounts;
-  const auto mistakes = accounts_load(config.accounts_file, accounts);
-  for (const auto& mistake : mistakes) log_error("{}", mistake_text(mistake));
-  if (!mistakes.empty()) return std::nullopt;
-  const account* const found = accounts_authenticate(accounts, user, password);
-  return found ? std::optional<account>(*found) : std::nullopt;
-}
 
 /// Answers a failed login after a while, so that guessing takes its time.
 asio::awaitable<void> login_failed(session& client, outcome how) {
@@ -65,15 +56,23 @@ handled command_pass(session& client, std::string password) {
   }
   const std::string user = std::exchange(client.login.user, {});
   const std::string peer = client.control.peer().host();
-  std::optional<account> who;
-  std::function<void()> check = [&] { who = authenticate(client.config, user, password); };
+  secret typed(std::move(password));
+  login_answer answer;
+  // On the operation thread, since a hash takes its time.
+  std::function<void()> check = [&] { answer = client.accounts.authenticate(user, typed.text()); };
   co_await client.storage.run_aside(std::move(check));
+  typed = secret();
+  if (answer.verdict == login_verdict::unavailable) {
+    log_warning("login of {} from {} failed: the accounts are not available", user, peer);
+    client.reply(421, "The accounts are not available; try again later.");
+    co_return client.end("no accounts");
+  }
   outcome how = outcome_failure(530, "Login incorrect.");
-  if (!who) {
+  if (answer.verdict == login_verdict::refused) {
     log_info("login of {} from {} failed: wrong name or password", user, peer);
     co_return co_await login_failed(client, std::move(how));
   }
-  storage_user served{.name = who->name, .credential = who->credential, .peer = peer};
+  storage_user served{.name = answer.who->name, .credential = answer.who->credential, .peer = peer};
   how = co_await client.storage.start(std::move(served));
   if (how.ok()) co_return logged_in(client, user);
   log_warning("login of {} from {} failed: {}", user, peer, how.text());

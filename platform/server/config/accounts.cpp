@@ -1,6 +1,7 @@
 #include "config/accounts.h"
 
 #include "base/log.h"
+#include "base/regular_file.h"
 #include "base/text.h"
 #include "config/password_hash.h"
 #include "config/suggestion.h"
@@ -9,6 +10,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <functional>
 #include <iterator>
 #include <utility>
@@ -35,6 +37,7 @@ void read_credential(const toml_entry& entry, account& out, mistake_list& mistak
   const auto* const text = toml_expect<std::string>(entry, mistakes);
   if (text == nullptr) return;
   out.credential = path_beside(mistakes.file, *text);
+  out.line = entry.line;
   if (text->empty()) mistakes.add(entry.line, entry.where + ": expected the path of a file, found an empty text");
 }
 
@@ -67,7 +70,7 @@ void read_account(const toml::key& key, const toml::node& node, account_map& out
   }
   const auto* const members = toml_expect<toml::table>({node, line, "account " + table}, mistakes);
   if (members == nullptr) return;
-  account read = {.name = name, .password = {}, .credential = {}};
+  account read = {.name = name, .password = {}, .credential = {}, .line = line};
   for (const auto& [member, value] : *members) read_key(table, member, value, read, mistakes);
   for (const account_key& row : KEYS) {
     if (!members->contains(row.name)) mistakes.add(line, std::string(row.name) + " in " + table + " is missing");
@@ -93,7 +96,7 @@ void warn_when_exposed(const char* what, const std::string& path) {
 
 std::vector<configuration_mistake> accounts_load(const std::string& file, account_map& out) {
   mistake_list mistakes{file, {}};
-  const std::optional<toml::table> root = toml_read(mistakes);
+  const std::optional<toml::table> root = toml_read(mistakes, file_trust::owner_only);
   if (!root) return std::move(mistakes).sorted();
   for (const auto& [name, node] : *root) read_account(name, node, out, mistakes);
   return std::move(mistakes).sorted();
@@ -104,6 +107,16 @@ const account* accounts_authenticate(const account_map& accounts, std::string_vi
   const bool known = found != accounts.end();
   const bool matches = password_matches(password, known ? found->second.password : decoy(accounts, name));
   return known && matches ? &found->second : nullptr;
+}
+
+std::vector<configuration_mistake> accounts_credential_mistakes(const std::string& file, const account_map& accounts) {
+  mistake_list mistakes{file, {}};
+  for (const auto& [name, entry] : accounts) {
+    const auto failure = regular_file_check(entry.credential, file_trust::owner_only);
+    if (!failure || failure->error == ENOENT || failure->error == EACCES) continue;
+    mistakes.add(entry.line, "credential in [" + name + "]: " + entry.credential + " " + failure->text);
+  }
+  return std::move(mistakes).sorted();
 }
 
 void accounts_warn_exposed(const std::string& file, const account_map& accounts) {

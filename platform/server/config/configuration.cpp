@@ -1,5 +1,6 @@
 #include "config/configuration.h"
 
+#include "config/box_check.h"
 #include "config/setting_rows.h"
 #include "config/tls_files.h"
 #include "config/toml_file.h"
@@ -62,12 +63,13 @@ unsigned configuration_line(const configuration& config, const std::string& name
 
 std::vector<configuration_mistake> configuration_load(const std::string& file, configuration& out) {
   mistake_list mistakes{file, {}};
-  const std::optional<toml::table> root = toml_read(mistakes);
+  const std::optional<toml::table> root = toml_read(mistakes, file_trust::anyone);
   if (!root) return std::move(mistakes).sorted();
   settings_read(*root, out, mistakes);
   if (!is_set(out, "server.listen")) out.listen = {{boost::asio::ip::address_v4::loopback(), DEFAULT_PORT}};
   require(out, "accounts", "file", mistakes);
   check_tls(out, mistakes);
+  box_check(out, mistakes);
   out.storage_library = library_path(file, out);
   return std::move(mistakes).sorted();
 }

@@ -45,6 +45,11 @@ struct configuration {
   std::string box_api_base;
   std::string box_upload_base;
   std::string box_ca_file;
+  std::string box_proxy;  ///< URL of the proxy that requests to Box go through
+
+  // [limits], over all sessions of this server
+  std::uint64_t spool_memory_bytes = std::uint64_t{1} << 30;  ///< of uploads that wait in memory
+  std::uint64_t spool_disk_bytes = 0;  ///< of those in the spool directory; 0: as the disk allows
 
   std::map<std::string, unsigned> lines;  ///< where FILE sets what, by "table.key"; for mistakes that show later
 };

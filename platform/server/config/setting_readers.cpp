@@ -96,6 +96,15 @@ void read_passive_address(const setting_reading& in) {
   if (error) in.refuse("a numeric IPv4 address");
 }
 
+/// The mistake does not repeat what was found: a password may stand in it.
+void read_proxy(const setting_reading& in) {
+  const auto* const text = in.as<std::string>();
+  if (text == nullptr) return;
+  in.out.box_proxy = *text;
+  if (!is_proxy_url(*text))
+    in.mistake("expected SCHEME://[USER:PASSWORD@]HOST[:PORT] and nothing after it, SCHEME being " + proxy_schemes());
+}
+
 void read_dsi(const setting_reading& in) {
   const auto* const text = in.as<std::string>();
   if (text == nullptr) return;

@@ -72,6 +72,7 @@ void read_base_url(const setting_reading& in) {
 void read_listen(const setting_reading& in);
 void read_data_ports(const setting_reading& in);
 void read_passive_address(const setting_reading& in);
+void read_proxy(const setting_reading& in);
 void read_dsi(const setting_reading& in);
 void read_storage_settings(const setting_reading& in);
 

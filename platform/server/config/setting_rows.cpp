@@ -42,6 +42,9 @@ constexpr auto ROWS = std::to_array<setting_row>({
     {"box", "api_base", read_base_url<&c::box_api_base>},
     {"box", "upload_base", read_base_url<&c::box_upload_base>},
     {"box", "ca_file", read_path<&c::box_ca_file, false>},
+    {"box", "proxy", read_proxy},
+    {"limits", "spool_memory_bytes", read_number<&c::spool_memory_bytes, 0, LARGEST_SIZE>},
+    {"limits", "spool_disk_bytes", read_number<&c::spool_disk_bytes, 0, LARGEST_SIZE>},
 });
 
 /// The names in `member` of all rows whose table is `table` (of all rows when that is empty).

@@ -1,50 +1,18 @@
 #include "config/toml_file.h"
 
-#include "tarvex_common.hpp"
-
-#include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <filesystem>
 
 namespace tarvex::server {
 
-namespace {
-
-constexpr std::size_t LARGEST_FILE_BYTES = 4U << 20;
-
-/// \return nothing, and why in `error`, when the file cannot be read.
-std::optional<std::string> read_file(const std::string& path, std::string& error) {
-  const owner<std::FILE, std::fclose> file(std::fopen(path.c_str(), "re"));
-  if (file == nullptr) {
-    error = std::string("cannot be opened: ") + std::strerror(errno);
-    return std::nullopt;
-  }
-  std::string content(LARGEST_FILE_BYTES + 1, '\0');
-  content.resize(std::fread(content.data(), 1, content.size(), file.get()));
-  if (std::ferror(file.get()) != 0) {
-    error = std::string("cannot be read: ") + std::strerror(errno);
-    return std::nullopt;
-  }
-  if (content.size() > LARGEST_FILE_BYTES) {
-    error = "is larger than 4 MiB";
-    return std::nullopt;
-  }
-  return content;
-}
-
-}  // namespace
-
-std::optional<toml::table> toml_read(mistake_list& mistakes) {
-  std::string error;
-  const std::optional<std::string> content = read_file(mistakes.file, error);
-  if (!content) {
-    mistakes.add(0, error);
+std::optional<toml::table> toml_read(mistake_list& mistakes, file_trust trust) {
+  constexpr std::size_t LARGEST_FILE_MIB = 4;
+  std::string content;
+  if (const auto failure = regular_file_read(mistakes.file, trust, LARGEST_FILE_MIB, content)) {
+    mistakes.add(0, failure->text);
     return std::nullopt;
   }
   try {
-    return toml::parse(*content);
+    return toml::parse(content);
   } catch (const toml::parse_error& mistake) {
     mistakes.add(mistake.source().begin.line, std::string(mistake.description()));
     return std::nullopt;

@@ -3,6 +3,7 @@
 /// others see the records that are read from such files.
 #pragma once
 
+#include "base/regular_file.h"
 #include "config/mistake.h"
 
 #include <toml++/toml.h>
@@ -22,9 +23,9 @@ struct toml_entry {
   std::string where;  ///< for people: "listen in [server]"
 };
 
-/// Reads `mistakes.file`, of up to 4 MiB. \return nothing, and the mistake entered, when it cannot be read or is no
-/// TOML.
-[[nodiscard]] std::optional<toml::table> toml_read(mistake_list& mistakes);
+/// Reads `mistakes.file`, a regular file of up to 4 MiB. \return nothing, and the mistake entered, when it cannot be
+/// read or is no TOML.
+[[nodiscard]] std::optional<toml::table> toml_read(mistake_list& mistakes, file_trust trust);
 
 /// What was found, for people: `the text "x"`, `7`, `a list`.
 std::string toml_describe(const toml::node& node);

@@ -283,10 +283,10 @@ typedef void (*tarvex_gridftp_server_write_cb_t)(tarvex_gfs_operation_t op, tarv
 
 /// Asks for the next `length` bytes that the client sends, in file order. A storage that keeps what it has of a broken
 /// transfer (an upload in parts) fills one block at a time: it asks for the whole block, then for just what is left of
-/// it, until it is full. So the server knows the block that could not be filled, and where the transfer can go on. Reads complete in the order in which they
-/// were registered, each with up to `length` bytes. A read of 0 bytes completes with `eof` once the data are over; data
-/// that come instead, beyond what was announced, complete it with an error. The buffer is the server's until the
-/// callback, which runs on the I/O thread and never inside this call.
+/// it, until it is full. So the server knows the block that could not be filled, and where the transfer can go on.
+/// Reads complete in the order in which they were registered, each with up to `length` bytes. A read of 0 bytes
+/// completes with `eof` once the data are over; data that come instead, beyond what was announced, complete it with an
+/// error. The buffer is the server's until the callback, which runs on the I/O thread and never inside this call.
 /// \return an error when no read can be registered; the callback is not called then.
 TARVEX_API tarvex_result_t tarvex_gridftp_server_register_read(tarvex_gfs_operation_t op, unsigned char* buffer,
                                                                size_t length, tarvex_gridftp_server_read_cb_t callback,

@@ -11,6 +11,7 @@ namespace tarvex::server {
 
 session::session(const session_setup& setup)
     : config(*setup.config),
+      accounts(*setup.accounts),
       control(loop, setup.control_socket),
       data(loop),
       storage({.loop = loop,
@@ -50,7 +51,9 @@ std::shared_ptr<transfer> session::make_transfer(const std::string& path) {
 /// A packet that tells of the end of the control connection may have to be sent again, more than once.
 std::chrono::milliseconds session::end_grace() const {
   constexpr int TRIES = 4;
-  return config.end_grace_ms == 0 ? std::chrono::milliseconds(0) : std::max(std::chrono::milliseconds(config.end_grace_ms), TRIES * control.retransmission_timeout());
+  return config.end_grace_ms == 0
+             ? std::chrono::milliseconds(0)
+             : std::max(std::chrono::milliseconds(config.end_grace_ms), TRIES * control.retransmission_timeout());
 }
 
 void session::end(std::string_view log_reason) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "config/accounts_cache.h"
 #include "config/configuration.h"
 #include "net/control_channel.h"
 #include "net/data_channel.h"
@@ -27,6 +28,7 @@ class session {
   session& operator=(const session&) = delete;
 
   const configuration& config;
+  accounts_cache& accounts;
   event_loop loop;
   control_channel control;
   data_channel data;

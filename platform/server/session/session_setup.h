@@ -4,6 +4,7 @@
 
 namespace tarvex::server {
 
+class accounts_cache;
 struct change_slots;
 struct configuration;
 struct spool_budget;
@@ -12,11 +13,12 @@ struct storage_plugin;
 /// What a session process starts with.
 struct session_setup {
   const configuration* config = nullptr;
-  storage_plugin* storage = nullptr;   ///< loaded, not yet activated
-  change_slots* changes = nullptr;     ///< shared memory; null: no other session exists
-  spool_budget* budget = nullptr;      ///< shared memory; null: none
-  std::size_t budget_share = 0;        ///< this session's
-  int control_socket = -1;             ///< the session closes it
+  accounts_cache* accounts = nullptr;
+  storage_plugin* storage = nullptr;  ///< loaded, not yet activated
+  change_slots* changes = nullptr;    ///< shared memory; null: no other session exists
+  spool_budget* budget = nullptr;     ///< shared memory; null: none
+  std::size_t budget_share = 0;       ///< this session's
+  int control_socket = -1;            ///< the session closes it
 };
 
 }  // namespace tarvex::server

@@ -19,12 +19,12 @@ struct request_fate {
 
 /// What an operation's requests say of how it ended, beyond what the storage says.
 struct exchange_summary {
-  request_fate reads;    ///< GET with authorisation
-  request_fate deletes;  ///< DELETE
-  request_fate puts;     ///< PUT of attributes
-  request_fate posts;    ///< POST of a document
-  request_fate upload;   ///< POST of a file's bytes
-  request_fate commit;   ///< POST that puts a file's parts together
+  request_fate reads;         ///< GET with authorisation
+  request_fate deletes;       ///< DELETE
+  request_fate puts;          ///< PUT of attributes
+  request_fate posts;         ///< POST of a document
+  request_fate upload;        ///< POST of a file's bytes
+  request_fate commit;        ///< POST that puts a file's parts together
   std::string commit_digest;  ///< what that said of the whole file, as it was sent
   request_fate last;          ///< of any kind
 
@@ -60,9 +60,9 @@ class exchange_log {
 
  private:
   mutable std::mutex mutex_;
-  exchange_summary summary_;         // guarded by mutex_
-  std::function<void()> touching_;   // guarded by mutex_
-  bool hears_ = false;               // guarded by mutex_
+  exchange_summary summary_;        // guarded by mutex_
+  std::function<void()> touching_;  // guarded by mutex_
+  bool hears_ = false;              // guarded by mutex_
 };
 
 }  // namespace tarvex::server

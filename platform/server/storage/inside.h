@@ -16,7 +16,8 @@ owned_result stat_inside(operation& op, const std::string& path, std::optional<i
 /// Has a folder listed, for what the storage learns by it.
 owned_result list_inside(operation& op, const std::string& path);
 
-/// Finds an item by listing its folder anew, whatever the storage knows of it. \param item  stays empty when there is none
+/// Finds an item by listing its folder anew, whatever the storage knows of it. \param item  stays empty when there is
+/// none
 owned_result find_inside(operation& op, const std::string& path, std::optional<item_stat>& item);
 
 /// The SHA-1 that the storage knows of a file, in lower-case hex; nothing when it knows none.

@@ -22,15 +22,16 @@ enum class operation_kind { session_start, stat, command, transfer };
 
 /// What an operation is about, for the plug-in, for the log, and for what other sessions are told: see operation_run.h.
 struct operation_subject {
-  std::string verb;                  ///< of the FTP command
-  std::string path;                  ///< absolute, normal
-  std::string from_path = {};        ///< a rename's source
-  bool changes = false;              ///< changes what is stored
-  bool adds = false;                 ///< makes the item `path`, if it is not there
-  bool removes = false;              ///< removes the item `path`
-  bool replaces = false;             ///< an item stands at `path` that gives way to another
-  bool lists = false;                ///< lists the folder `path`
-  bool existing_may_be_new = false;  ///< PATH_EXISTS may mean that another session was quicker; trying again does no harm
+  std::string verb;            ///< of the FTP command
+  std::string path;            ///< absolute, normal
+  std::string from_path = {};  ///< a rename's source
+  bool changes = false;        ///< changes what is stored
+  bool adds = false;           ///< makes the item `path`, if it is not there
+  bool removes = false;        ///< removes the item `path`
+  bool replaces = false;       ///< an item stands at `path` that gives way to another
+  bool lists = false;          ///< lists the folder `path`
+  bool existing_may_be_new =
+      false;  ///< PATH_EXISTS may mean that another session was quicker; trying again does no harm
 };
 
 /// Takes the entries of a listing, batch by batch, on the operation thread; it may wait there.
@@ -61,11 +62,11 @@ struct tarvex_gfs_operation_s {
   std::atomic<bool> misused{false};    ///< not completed, completed twice or by the call of another kind
   std::atomic<bool> cancelled{false};  ///< set by the I/O thread
   tarvex::owned_result result;
-  int default_code = 550;      ///< of the reply to an error that names none
+  int default_code = 550;       ///< of the reply to an error that names none
   bool storage_failed = false;  ///< by the storage's own account
-  bool certain = true;         ///< what was done is known by what Box answered
-  bool moves_folder = false;   ///< what is removed or renamed is a folder
-  std::string remark;          ///< a line more for the reply to a failure
+  bool certain = true;          ///< what was done is known by what Box answered
+  bool moves_folder = false;    ///< what is removed or renamed is a folder
+  std::string remark;           ///< a line more for the reply to a failure
 
   // Session start: what the plug-in hands over.
   void* handle = nullptr;

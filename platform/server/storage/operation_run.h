@@ -9,7 +9,8 @@ namespace tarvex::server {
 ///
 /// 1. `operation_prepare`: what the storage knows of the paths is made to be true.
 /// 2. The work. A request that may change something is entered for the other sessions before it goes out.
-/// 3. A failure for want of knowledge is repaired, once, and the work run again, as long as no request has gone out that
+/// 3. A failure for want of knowledge is repaired, once, and the work run again, as long as no request has gone out
+/// that
 ///    may have changed something and no byte has flowed.
 /// 4. `operation_verify`: where the answers leave open what was done, Box is looked at before the client is told.
 /// 5. The change is entered for the other sessions, as known to this one's storage or as known to nobody.

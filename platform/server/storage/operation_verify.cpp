@@ -55,7 +55,8 @@ seen look_for(operation& op, const std::string& path, seen hoped, std::optional<
 
 void settle(operation& op, bool done, const std::string& undone) {
   const bool well = op.result.ok();
-  if (done && !well) log_info("{}: {} {}: done, though its answer was lost", op.storage.who(), op.subject.verb, op.subject.path);
+  if (done && !well)
+    log_info("{}: {} {}: done, though its answer was lost", op.storage.who(), op.subject.verb, op.subject.path);
   if (done) op.result = {};
   if (!done && well) op.result = failure("NOT_DONE", undone);
 }
@@ -155,10 +156,14 @@ void operation_verify(operation& op) {
   op.storage_failed = op.misused || !op.result.ok();
   op.certain = true;
   if (!op.finished || op.misused || !op.storage.exchanges().hears()) return;
-  if (op.subject.removes) verify_removal(op, heard);
-  else if (!op.subject.from_path.empty()) verify_rename(op, heard);
-  else if (op.store) verify_store(op, heard);
-  else if (op.subject.adds) verify_folder(op, heard);
+  if (op.subject.removes)
+    verify_removal(op, heard);
+  else if (!op.subject.from_path.empty())
+    verify_rename(op, heard);
+  else if (op.store)
+    verify_store(op, heard);
+  else if (op.subject.adds)
+    verify_folder(op, heard);
   if (op.store && !op.result.ok() && (heard.deletes.status == 200 || heard.deletes.status == 204))
     op.remark = "The former " + op.subject.path + " is in the trash of Box.";
   if (!op.result.ok() && missing_for_want_of_a_look(op, heard))

@@ -22,6 +22,7 @@ constexpr setting_environment ENVIRONMENT[] = {
     {"TARVEX_BOX_API_BASE", &configuration::box_api_base},
     {"TARVEX_BOX_UPLOAD_BASE", &configuration::box_upload_base},
     {"TARVEX_DSI_REST_CA_FILE", &configuration::box_ca_file},
+    {"TARVEX_DSI_REST_PROXY", &configuration::box_proxy},
 };
 
 std::string load_error() {

@@ -16,9 +16,9 @@ struct spool_budget;
 
 /// Where a spool keeps its bytes.
 struct spool_options {
-  std::size_t memory_bytes = 0;   ///< as many stay in memory; more than that go to a file, all of them
-  std::uint64_t limit_bytes = 0;  ///< of the whole; 0: as the disk allows
-  std::string directory = {};     ///< of the file; empty: $TMPDIR, or /var/tmp
+  std::size_t memory_bytes = 0;    ///< as many stay in memory; more than that go to a file, all of them
+  std::uint64_t limit_bytes = 0;   ///< of the whole; 0: as the disk allows
+  std::string directory = {};      ///< of the file; empty: $TMPDIR, or /var/tmp
   spool_budget* budget = nullptr;  ///< shared by all spools; null: none
   std::size_t share = 0;           ///< of the budget
 };
@@ -34,7 +34,8 @@ class spool {
 
   /// Adds bytes at the end.
   /// \return 0; `EFBIG` beyond the limit; `ENOMEM`; what making or writing the file failed with (`ENOSPC`, `EDQUOT`,
-  /// `EIO`, ...); `EDQUOT` also where all sessions' spools hold as much as they may. After a failure the size and the bytes before are as they were.
+  /// `EIO`, ...); `EDQUOT` also where all sessions' spools hold as much as they may. After a failure the size and the
+  /// bytes before are as they were.
   [[nodiscard]] int append(std::span<const std::byte> bytes);
 
   [[nodiscard]] std::uint64_t size() const { return size_; }

@@ -9,7 +9,7 @@ namespace tarvex::server {
 /// What the spools of all sessions may hold together, in memory that all session processes share. A session enters what
 /// it holds in a share of its own, so that the listener can give back what a session that died has left.
 struct spool_budget {
-  static constexpr std::size_t SHARES = 4096;
+  static constexpr std::size_t SHARES = 100000;
 
   struct share {
     std::atomic<std::uint64_t> memory_bytes;

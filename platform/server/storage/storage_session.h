@@ -2,12 +2,12 @@
 
 #include "config/configuration.h"
 #include "net/event_loop.h"
+#include "storage/change_view.h"
+#include "storage/exchange_log.h"
 #include "storage/operation.h"
 #include "storage/operation_thread.h"
 #include "storage/outgoing.h"
 #include "storage/plugin.h"
-#include "storage/change_view.h"
-#include "storage/exchange_log.h"
 #include "storage/store.h"
 
 #include <boost/asio/awaitable.hpp>
@@ -83,9 +83,9 @@ class storage_session {
     event_loop& loop;
     const configuration& config;
     storage_plugin& plugin;
-    change_slots* changes;          ///< null: there are no other sessions
-    spool_budget* budget;               ///< null: none
-    std::size_t budget_share;           ///< this session's
+    change_slots* changes;             ///< null: there are no other sessions
+    spool_budget* budget;              ///< null: none
+    std::size_t budget_share;          ///< this session's
     std::function<std::string()> who;  ///< any thread: names the client's session in the log
   };
 
@@ -163,8 +163,8 @@ class storage_session {
   const std::shared_ptr<void>& session() const { return handle_; }
   exchange_log& exchanges() { return exchanges_; }
   const host& environment() const { return host_; }
-  /// Inside the work of `op`: starts the plug-in's session anew. The one before goes on where that fails, and is kept as
-  /// long as an upload can be continued in it.
+  /// Inside the work of `op`: starts the plug-in's session anew. The one before goes on where that fails, and is kept
+  /// as long as an upload can be continued in it.
   owned_result renew_inside(operation& op);
   const storage_user& user() const { return user_; }
   change_view& others() { return others_; }
@@ -187,7 +187,7 @@ class storage_session {
   bool started_ = false;
   std::string checksums_;
   std::string username_, home_directory_;
-  change_view others_;      ///< operation thread
+  change_view others_;  ///< operation thread
   exchange_log exchanges_;
 
   std::map<std::string, unfinished_store> unfinished_;  ///< I/O thread, and the operation thread while it renews

@@ -129,8 +129,8 @@ byte_range store::write_range() const {
   return {0, static_cast<tarvex_off_t>(request_.size)};
 }
 
-/// Takes all data into the spool. \return false when they did not come to a good end, or cannot be held; the channel has
-/// failed then.
+/// Takes all data into the spool. \return false when they did not come to a good end, or cannot be held; the channel
+/// has failed then.
 bool store::take_in(operation& op) {
   const configuration& config = storage_.config();
   spool held({.memory_bytes = storage_.chunked_minimum(),
@@ -181,7 +181,8 @@ bool store::read_spooled(data_read wanted) {
   int error = wanted.length == 0 && !outcome.eof ? EFBIG : 0;
   // All but the last byte go on at once; what reaches the end waits until that counts.
   std::size_t length = wanted.length;
-  if (end_awaited_ && fed_ + 1 < size) length = std::min<std::size_t>(length, static_cast<std::size_t>(size - 1 - fed_));
+  if (end_awaited_ && fed_ + 1 < size)
+    length = std::min<std::size_t>(length, static_cast<std::size_t>(size - 1 - fed_));
   if (error == 0) error = spool_->read(fed_, std::as_writable_bytes(std::span(wanted.buffer, length)), outcome.bytes);
   fed_ += outcome.bytes;
   const bool at_end = fed_ == size && end_awaited_;
@@ -208,9 +209,8 @@ void store::pass_end(data_read wanted, read_outcome outcome) {
     return done(wanted, outcome);
   }
   if (!end_timer_) end_timer_ = std::make_unique<loop_timer>(storage_.loop());
-  end_timer_->start(END_LOOK_INTERVAL, [this, wanted = std::move(wanted), outcome]() mutable {
-    pass_end(std::move(wanted), outcome);
-  });
+  end_timer_->start(END_LOOK_INTERVAL,
+                    [this, wanted = std::move(wanted), outcome]() mutable { pass_end(std::move(wanted), outcome); });
 }
 
 /// Passes an outcome on.
@@ -244,4 +244,3 @@ std::optional<unfinished_store> store::leftover() const {
 }
 
 }  // namespace tarvex::server
-

@@ -29,8 +29,8 @@ struct store_request {
 
 /// A store that failed and left something in the plug-in's session.
 struct unfinished_store {
-  std::uint64_t size = 0;    ///< of the whole file
-  std::uint64_t offset = 0;  ///< where it can go on; 0: nowhere
+  std::uint64_t size = 0;              ///< of the whole file
+  std::uint64_t offset = 0;            ///< where it can go on; 0: nowhere
   std::shared_ptr<void> session = {};  ///< of the plug-in, which holds it
 };
 
@@ -56,10 +56,10 @@ class block_counter {
 /// spool, so that the plug-in is told the true size.
 ///
 /// A client that dies closes its data connection like one that has sent everything, and on a network the end of its
-/// control connection may come later by as long as the kernel takes to send a lost packet again. So without an announced
-/// size the end counts after a grace, in which the control connection has to live on. Where an item of the name exists,
-/// which the plug-in will delete first, the grace is over before the plug-in is called. Where none does, the plug-in
-/// begins at once, and the last byte is held back meanwhile, so that Box's own time hides most of the wait.
+/// control connection may come later by as long as the kernel takes to send a lost packet again. So without an
+/// announced size the end counts after a grace, in which the control connection has to live on. Where an item of the
+/// name exists, which the plug-in will delete first, the grace is over before the plug-in is called. Where none does,
+/// the plug-in begins at once, and the last byte is held back meanwhile, so that Box's own time hides most of the wait.
 ///
 /// An announced store onto an existing item is taken in first up to the size that goes up in one piece; above that the
 /// plug-in is called once a good beginning is there. What exists is not touched for a client that sends nothing.
@@ -115,8 +115,8 @@ class store {
   std::atomic<std::uint64_t> stored_{0};
   std::unique_ptr<spool> spool_;
   std::mutex feed_mutex_;
-  std::uint64_t fed_ = 0;      ///< guarded by feed_mutex_: bytes of the spool that were read
-  bool end_awaited_ = false;   ///< guarded by feed_mutex_: the last byte of the spool is held back
+  std::uint64_t fed_ = 0;     ///< guarded by feed_mutex_: bytes of the spool that were read
+  bool end_awaited_ = false;  ///< guarded by feed_mutex_: the last byte of the spool is held back
   std::chrono::steady_clock::time_point end_counts_;  ///< of a spool whose last byte is held back
 
   // I/O thread.

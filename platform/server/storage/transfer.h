@@ -58,8 +58,8 @@ class transfer : public std::enable_shared_from_this<transfer> {
 
   // I/O thread.
 
-  /// Makes it receive exactly `expected` bytes; nothing: as many as come. `window_bytes` may wait to be read. The end is
-  /// believed after `end_grace`.
+  /// Makes it receive exactly `expected` bytes; nothing: as many as come. `window_bytes` may wait to be read. The end
+  /// is believed after `end_grace`.
   void receive(std::optional<std::uint64_t> expected, std::size_t window_bytes, std::chrono::milliseconds end_grace);
   /// Who cancels the operation that the transfer serves when the data connection fails.
   void on_failure(std::function<void(int code, const std::string& why)> cancel) { cancel_ = std::move(cancel); }

@@ -47,6 +47,7 @@ const tarvex_module_descriptor_t MODULE = {"scripted", activate, deactivate, nul
 /// All that the tests know of the server's inside: how a session is run, and what it shares with others.
 struct SessionTest::server_side {
   server::storage_plugin storage;
+  std::optional<accounts_cache> accounts;
   std::unique_ptr<change_slots> slots = std::make_unique<change_slots>();
   std::thread thread;
   std::future<int> status;
@@ -54,6 +55,7 @@ struct SessionTest::server_side {
   void run(const configuration& config, int control_socket) {
     session_setup setup;
     setup.config = &config;
+    setup.accounts = &accounts.emplace(config.accounts_file);
     setup.storage = &storage;
     setup.changes = slots.get();
     setup.control_socket = control_socket;

@@ -1,6 +1,6 @@
 #include "config/accounts.h"
 
-#include "temporary_folder.h"
+#include "support/temporary_folder.h"
 
 #include <crypt.h>
 #include <gtest/gtest.h>

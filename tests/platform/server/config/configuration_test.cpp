@@ -1,6 +1,6 @@
 #include "config/configuration.h"
 
-#include "temporary_folder.h"
+#include "support/temporary_folder.h"
 
 #include <gtest/gtest.h>
 
@@ -23,6 +23,7 @@ TEST_F(Configuration, DefaultsAndEveryKey) {
   ASSERT_TRUE(load("[accounts]\nfile = \"accounts.toml\"\n", plain).empty());
   ASSERT_EQ(plain.listen.size(), 1U);
   EXPECT_EQ(listen_address_text(plain.listen[0]), "127.0.0.1:2811");
+  EXPECT_EQ(plain.spool_memory_bytes, 1073741824U);
   EXPECT_TRUE(plain.storage_library.ends_with("libtarvex_gridftp_server_box.so")) << plain.storage_library;
 
   folder_.write("ca.pem", "");
@@ -47,6 +48,10 @@ level = -2147483648
 api_base = "http://127.0.0.1:8080"
 upload_base = "https://[::1]"
 ca_file = "ca.pem"
+proxy = "socks5h://me:p%40ss@[::1]:1080"
+[limits]
+spool_memory_bytes = 0
+spool_disk_bytes = 9223372036854775807
 )",
                              full);
   for (const auto& mistake : mistakes) ADD_FAILURE() << mistake_text(mistake);
@@ -60,6 +65,9 @@ ca_file = "ca.pem"
   EXPECT_EQ(full.storage_policy, "not \"read\" here");
   EXPECT_EQ(full.storage_settings.at("level"), -2147483647 - 1);
   EXPECT_EQ(full.box_ca_file, folder_.path("ca.pem"));
+  EXPECT_EQ(full.box_proxy, "socks5h://me:p%40ss@[::1]:1080");
+  EXPECT_EQ(full.spool_memory_bytes, 0U);
+  EXPECT_EQ(full.spool_disk_bytes, 9223372036854775807U);
 }
 
 struct mistake_row {
@@ -98,6 +106,18 @@ TEST_F(Configuration, EveryMistakeIsReportedWithItsLine) {
       {"box", "upload_base = 'https://u@h'", "http://HOST"},
       {"box", "upload_base = 'https://h:0'", "http://HOST"},
       {"box", "upload_base = 'https://[1.2.3.4]'", "http://HOST"},
+      {"box", "proxy = 'ftp://h:1'", "socks4, socks4a, socks5 or socks5h"},
+      {"box", "proxy = 'http://h:1/'", "nothing after it"},
+      {"box", "proxy = 'http://@h'", "SCHEME"},
+      {"box", "proxy = 'http://u:p@'", "SCHEME"},
+      {"box", "proxy = 'h:1'", "SCHEME"},
+      {"limits", "spool_memory_bytes = -1", "from 0 to"},
+      {"storage.settings", "api_per_second = 0", "api_per_second in [storage.settings]: expected a number of requests"},
+      {"storage.settings", "upload_per_second = -3", "from 1 up, found -3"},
+      {"storage", "policy = '{\"user_api_rate_limit\": 0}'", "policy in [storage]: expected user_api_rate_limit"},
+      {"storage", "policy = '{\"user_api_rate_limit\": \"9\"}'", "from 1 up"},
+      {"storage", "policy = '[]'", "JSON object"},
+      {"storage", "policy = '{'", "no JSON"},
       {"box", "ca_file = ", ""},
   };
   for (const mistake_row& row : rows) {
@@ -128,6 +148,19 @@ TEST_F(Configuration, WhatIsMissingIsNamedAndAllMistakesComeTogether) {
   ASSERT_EQ(tls.size(), 1U);
   EXPECT_EQ(tls[0].line, 3U);
   EXPECT_NE(tls[0].text.find("no certificate"), std::string::npos) << tls[0].text;
+}
+
+TEST_F(Configuration, WhatIsNotShownAndNotAsked) {
+  configuration ignored;
+  const auto mistakes = load("[accounts]\nfile = 'accounts.toml'\n[box]\nproxy = 'http://u:hidden@h/'\n", ignored);
+  ASSERT_EQ(mistakes.size(), 1U);
+  EXPECT_EQ(mistakes[0].text.find("hidden"), std::string::npos) << mistakes[0].text;
+  configuration other;
+  EXPECT_TRUE(load("[accounts]\nfile = 'accounts.toml'\n[storage]\ndsi = 'fake'\npolicy = 'x'\n"
+                   "[storage.settings]\napi_per_second = 0\n",
+                   other)
+                  .empty())
+      << "another storage's settings mean what it says";
 }
 
 }  // namespace

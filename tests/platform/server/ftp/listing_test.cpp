@@ -28,8 +28,8 @@ std::string line(listing_form form, mode_t mode, tarvex_off_t size, std::time_t 
 }
 
 TEST(Listing, LongLinesAreWhatClientsParse) {
-  constexpr std::time_t lowest = std::numeric_limits<std::time_t>::min();
-  constexpr std::time_t highest = std::numeric_limits<std::time_t>::max();
+  constexpr std::time_t LOWEST = std::numeric_limits<std::time_t>::min();
+  constexpr std::time_t HIGHEST = std::numeric_limits<std::time_t>::max();
   struct row {
     mode_t mode;
     tarvex_off_t size;
@@ -43,9 +43,9 @@ TEST(Listing, LongLinesAreWhatClientsParse) {
       {FILE_MODE, 1, NOW - HALF_A_YEAR, "b", "-rwx------   1 ftp      ftp                 1 May 16  2023 b\r\n"},
       {FILE_MODE, 1, NOW + 1, "b", "-rwx------   1 ftp      ftp                 1 Nov 14  2023 b\r\n"},
       {FILE_MODE, -5, -1, "b", "-rwx------   1 ftp      ftp                 0 Dec 31  1969 b\r\n"},
-      {FILE_MODE, std::numeric_limits<tarvex_off_t>::max(), lowest, "b",
+      {FILE_MODE, std::numeric_limits<tarvex_off_t>::max(), LOWEST, "b",
        "-rwx------   1 ftp      ftp      9223372036854775807 Jan  1     1 b\r\n"},
-      {FILE_MODE, 1, highest, "b", "-rwx------   1 ftp      ftp                 1 Dec 31  9999 b\r\n"},
+      {FILE_MODE, 1, HIGHEST, "b", "-rwx------   1 ftp      ftp                 1 Dec 31  9999 b\r\n"},
       {FILE_MODE, 1, NOW, std::string("x\r\ny\0z\x1b\x7f\xc3\xa9", 10),
        "-rwx------   1 ftp      ftp                 1 Nov 14 22:13 x??y?z??\xc3\xa9\r\n"},
       {FILE_MODE, 1, NOW, std::string(70000, 'n'),

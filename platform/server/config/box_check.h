@@ -1,0 +1,16 @@
+#pragma once
+
+#include "config/configuration.h"
+
+namespace tarvex::server {
+
+/// Enters what is wrong with the settings of the Box plug-in that it would only find at a login, or not at all: rates
+/// that are no rates, and a policy that it cannot read. Looks at nothing when another storage is configured.
+void box_check(const configuration& config, mistake_list& mistakes);
+
+/// Why the plug-in's requests would be paced by nobody: it keeps the time of the last request in files below the home
+/// directory of the user that runs the server. Names the directory.
+/// \return empty: they will be paced, or another storage is configured.
+[[nodiscard]] std::string box_pacing_warning(const configuration& config);
+
+}  // namespace tarvex::server

@@ -1,0 +1,77 @@
+#include "config/accounts_cache.h"
+
+#include "support/temporary_folder.h"
+
+#include <crypt.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+
+namespace tarvex::server {
+namespace {
+
+std::string account_text(const std::string& name, const char* password) {
+  crypt_data data = {};
+  return "[" + name + "]\npassword = '" + crypt_r(password, "$5$rounds=1000$salt", &data) + "'\ncredential = 'c'\n";
+}
+
+/// Gives a file another content in its place, and a date that lies in the past, so that it does not look unsettled.
+void rewrite(const std::string& path, const std::string& content, time_t age_s) {
+  std::ofstream(path) << content;
+  const timespec times[] = {{time(nullptr) - age_s, 0}, {time(nullptr) - age_s, 0}};
+  utimensat(AT_FDCWD, path.c_str(), times, 0);
+}
+
+TEST(AccountsCache, FollowsTheFileAndOutlastsWhatIsHalfWritten) {
+  const temporary_folder folder;
+  const std::string file = folder.write("a.toml", "");
+  const std::string alice = account_text("alice", "secret");
+  const std::string bob = account_text("bob", "other");
+  accounts_cache cache(file);
+  struct row {
+    const char* name;
+    std::string content;
+    mode_t mode;
+    login_verdict alice, bob, wrong;
+  };
+  constexpr auto ACCEPTED = login_verdict::accepted;
+  constexpr auto REFUSED = login_verdict::refused;
+  constexpr auto UNAVAILABLE = login_verdict::unavailable;
+  const row rows[] = {
+      {"one", alice, 0600, ACCEPTED, REFUSED, REFUSED},
+      {"another added", alice + bob, 0600, ACCEPTED, ACCEPTED, REFUSED},
+      {"half-written", alice + bob.substr(0, 20), 0600, ACCEPTED, ACCEPTED, UNAVAILABLE},
+      {"finished", bob, 0600, REFUSED, ACCEPTED, REFUSED},
+      {"others may write", alice + bob, 0660, UNAVAILABLE, UNAVAILABLE, UNAVAILABLE},
+      {"put right", alice + bob, 0600, ACCEPTED, ACCEPTED, REFUSED},
+      {"empty", "", 0600, REFUSED, REFUSED, REFUSED},
+  };
+  for (const row& row : rows) {
+    rewrite(file, row.content, 100);
+    chmod(file.c_str(), row.mode);
+    EXPECT_EQ(cache.authenticate("alice", "secret").verdict, row.alice) << row.name;
+    EXPECT_EQ(cache.authenticate("bob", "other").verdict, row.bob) << row.name;
+    EXPECT_EQ(cache.authenticate("alice", "other").verdict, row.wrong) << row.name;
+  }
+  rewrite(file, alice, 100);
+  EXPECT_EQ(cache.authenticate("alice", "secret").who->name, "alice");
+  std::filesystem::remove(file);
+  EXPECT_EQ(cache.authenticate("alice", "secret").verdict, UNAVAILABLE);
+  ASSERT_EQ(mkfifo(file.c_str(), 0600), 0);
+  EXPECT_EQ(cache.authenticate("alice", "secret").verdict, UNAVAILABLE) << "and does not wait for a writer";
+}
+
+TEST(AccountsCache, LogsAMistakeOnce) {
+  const temporary_folder folder;
+  accounts_cache cache(folder.write("a.toml", "[alice"));
+  testing::internal::CaptureStderr();
+  for (int i = 0; i < 3; ++i) cache.refresh();
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_NE(log.find("a.toml:1: "), std::string::npos) << log;
+  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 2) << log;
+}
+
+}  // namespace
+}  // namespace tarvex::server
