@@ -1,10 +1,11 @@
 // The pieces inside a session process that a large folder passes through, each by itself.
 
-#include "listing.h"
+#include "ftp/listing.h"
 #include "tarvex_box_common.h"
 
 #include <benchmark/benchmark.h>
 #include <malloc.h>
+
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -14,7 +15,7 @@ namespace {
 
 using benchmark::State;
 
-constexpr int folder_size = 30000;
+constexpr int FOLDER_SIZE = 30000;
 
 char* text(const std::string& value) {
   return const_cast<char*>(value.c_str());
@@ -32,7 +33,7 @@ struct folder {
   std::string sha1 = "da39a3ee5e6b4b0d3255bfef95601890afd80709";
 
   folder() {
-    for (int i = 0; i < folder_size; ++i) {
+    for (int i = 0; i < FOLDER_SIZE; ++i) {
       names.push_back(file_name(i));
       ids.push_back(std::to_string(1'000'000'000'000 + i));
     }
@@ -91,8 +92,8 @@ void cache_fill(State& state) {
     cache.reset();
     state.ResumeTiming();
   }
-  state.SetItemsProcessed(state.iterations() * folder_size);
-  state.counters["bytes_per_item"] = static_cast<double>(bytes) / folder_size;
+  state.SetItemsProcessed(state.iterations() * FOLDER_SIZE);
+  state.counters["bytes_per_item"] = static_cast<double>(bytes) / FOLDER_SIZE;
 }
 
 /// Where a folder is listed again: every entry replaces one.
@@ -102,7 +103,7 @@ void cache_update(State& state) {
   if (!fill(items, cache)) return state.SkipWithError("an entry was refused");
   size_t i = 0;
   for (auto _ : state) {
-    const auto info = items.item(i++ % folder_size);
+    const auto info = items.item(i++ % FOLDER_SIZE);
     benchmark::DoNotOptimize(tarvex_box_path_cache_update(&cache.table, &info, "/data/run-17"));
   }
   state.SetItemsProcessed(state.iterations());
@@ -123,7 +124,7 @@ void cache_query(State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 
-constexpr char item_json[] =
+constexpr char ITEM_JSON[] =
     R"({"type":"file","id":"1000000012345","name":"measurement-12345.dat","parent":{"type":"folder","id":"2283746501",)"
     R"("sequence_id":"1","etag":"1","name":"run-17"},"size":10000,"content_modified_at":"2023-11-14T14:13:20-08:00",)"
     R"("sha1":"da39a3ee5e6b4b0d3255bfef95601890afd80709","etag":"0"})";
@@ -131,9 +132,9 @@ constexpr char item_json[] =
 /// Text to document to record; with argument 0 the record alone.
 void item_parse(State& state) {
   const bool with_text = state.range(0) != 0;
-  json_t* document = json_loads(item_json, 0, nullptr);
+  json_t* document = json_loads(ITEM_JSON, 0, nullptr);
   for (auto _ : state) {
-    json_t* parsed = with_text ? json_loads(item_json, 0, nullptr) : json_incref(document);
+    json_t* parsed = with_text ? json_loads(ITEM_JSON, 0, nullptr) : json_incref(document);
     tarvex_box_path_info_t info = {};
     if (tarvex_box_object_info_parse(parsed, &info) != TARVEX_SUCCESS) state.SkipWithError("not parsed");
     tarvex_box_path_info_free(&info);
@@ -173,7 +174,7 @@ void result_round_trip(State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 
-/// The table alone, keys and data borrowed: `folder_size` insertions into a table that starts with 1023 buckets.
+/// The table alone, keys and data borrowed: `FOLDER_SIZE` insertions into a table that starts with 1023 buckets.
 void hashtable_fill(State& state) {
   const folder items;
   size_t bytes = 0;
@@ -186,8 +187,8 @@ void hashtable_fill(State& state) {
     tarvex_hashtable_destroy_all(&table, nullptr);
     if (failures != 0) return state.SkipWithError("an insertion failed");
   }
-  state.SetItemsProcessed(state.iterations() * folder_size);
-  state.counters["bytes_per_item"] = static_cast<double>(bytes) / folder_size;
+  state.SetItemsProcessed(state.iterations() * FOLDER_SIZE);
+  state.counters["bytes_per_item"] = static_cast<double>(bytes) / FOLDER_SIZE;
 }
 
 BENCHMARK(cache_fill)->Unit(benchmark::kMillisecond);

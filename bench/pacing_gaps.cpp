@@ -8,6 +8,7 @@
 
 #include <sys/wait.h>
 #include <unistd.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
@@ -23,7 +24,7 @@
 
 namespace {
 
-constexpr int64_t nanoseconds_per_second = 1'000'000'000;
+constexpr int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
 
 struct options {
   int processes = 0;
@@ -73,7 +74,7 @@ class private_directory {
 int64_t monotonic_now() {
   timespec now = {};
   clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * nanoseconds_per_second + now.tv_nsec;
+  return now.tv_sec * NANOSECONDS_PER_SECOND + now.tv_nsec;
 }
 
 /// The last stamp in the shared record. No lock is taken for it: another process mostly holds the lock while it waits
@@ -82,7 +83,7 @@ int64_t last_stamp(const volatile tarvex_box_retry_shared_s& shared) {
   for (;;) {
     const int64_t seconds = shared.last.tv_sec;
     const int64_t nanoseconds = shared.last.tv_nsec;
-    if (shared.last.tv_sec == seconds) return seconds * nanoseconds_per_second + nanoseconds;
+    if (shared.last.tv_sec == seconds) return seconds * NANOSECONDS_PER_SECOND + nanoseconds;
   }
 }
 
@@ -98,7 +99,7 @@ void request(const options& asked, int start_fd, int stamps_fd) {
   if (read(start_fd, &none, 1) != 0) _exit(1);  // the parent closes the pipe when all processes are there
 
   std::vector<int64_t> stamps;
-  const int64_t end = monotonic_now() + asked.seconds * nanoseconds_per_second;
+  const int64_t end = monotonic_now() + asked.seconds * NANOSECONDS_PER_SECOND;
   while (monotonic_now() < end) {
     tarvex_i_box_retry_delay(0, &retry);
     stamps.push_back(last_stamp(*retry.shared));

@@ -7,10 +7,10 @@ using testing::SizeIs;
 
 namespace {
 
-constexpr char api[] = "https://api.box.com/2.0";
-constexpr char fields[] = "?fields=type,id,name,parent,size,content_modified_at,sha1";
-constexpr char md5_of_abc[] = "900150983cd24fb0d6963f7d28e17f72";
-constexpr char sha1_of_abc[] = "a9993e364706816aba3e25717850c26c9cd0d89d";
+constexpr char API[] = "https://api.box.com/2.0";
+constexpr char FIELDS[] = "?fields=type,id,name,parent,size,content_modified_at,sha1";
+constexpr char MD5_OF_ABC[] = "900150983cd24fb0d6963f7d28e17f72";
+constexpr char SHA1_OF_ABC[] = "a9993e364706816aba3e25717850c26c9cd0d89d";
 
 class CommandTest : public PluginTest {
  protected:
@@ -53,7 +53,7 @@ TEST_F(CommandTest, MakesFolders) {
     return error;
   });
   const Sent& sent = box_script.sent.back();
-  EXPECT_EQ(sent.line, std::string("POST ") + api + "/folders" + fields);
+  EXPECT_EQ(sent.line, std::string("POST ") + API + "/folders" + FIELDS);
   EXPECT_THAT(sent.headers, ElementsAre("Authorization: Bearer T", "Content-Type: application/json;"));
   EXPECT_EQ(sent.body, R"({"name":"new","parent":{"id":"1"}})");
   EXPECT_DEATH(command(TARVEX_GFS_CMD_MKD, "x"), "name != NULL");
@@ -82,7 +82,7 @@ TEST_F(CommandTest, DeletesWhatFitsTheCommand) {
     box_script.answers.assign(row.answers.begin(), row.answers.end());
     EXPECT_EQ(command(row.type, row.path), row.error);
     EXPECT_EQ(framework.text, "(null)");
-    const std::vector<std::string> expected(row.answers.size(), std::string("DELETE ") + api + row.line);
+    const std::vector<std::string> expected(row.answers.size(), std::string("DELETE ") + API + row.line);
     for (const Sent& sent : box_script.sent) EXPECT_THAT(sent.headers, ElementsAre("Authorization: Bearer T"));
     EXPECT_EQ(box_script.take_lines(), expected);
     EXPECT_EQ(cached(row.path) != nullptr, row.stays);
@@ -110,11 +110,11 @@ TEST_F(CommandTest, RenamesAndMoves) {
   target = "/e/d";
   expect_rows({{"/d", {code(200, item_json("folder", "1", "d", "2"))}, ""}}, rename);
   const Sent folder = box_script.sent.back();
-  EXPECT_EQ(folder.line, std::string("PUT ") + api + "/folders/1" + fields);
+  EXPECT_EQ(folder.line, std::string("PUT ") + API + "/folders/1" + FIELDS);
   EXPECT_THAT(folder.headers, ElementsAre("Authorization: Bearer T", "Content-Type: application/json;"));
   EXPECT_EQ(folder.body, R"({"name":"d","parent":{"id":"2"}})");
   box_script.sent.pop_back();
-  EXPECT_EQ(box_script.sent.back().line, std::string("PUT ") + api + "/files/3" + fields);
+  EXPECT_EQ(box_script.sent.back().line, std::string("PUT ") + API + "/files/3" + FIELDS);
   EXPECT_EQ(box_script.sent.back().body, R"({"name":"g","parent":{"id":"2"}})");
 }
 
@@ -131,7 +131,7 @@ TEST_F(CommandTest, RenamesWhatTheTargetsListingReplaces) {
 }
 
 TEST_F(CommandTest, KnowsDigests) {
-  EXPECT_EQ(cksm("sha1", "/s"), sha1_of_abc);
+  EXPECT_EQ(cksm("sha1", "/s"), SHA1_OF_ABC);
   EXPECT_EQ(cksm("ADLER32", "/s"), "(null)");
   EXPECT_EQ(cksm("MD5", "/s", 0, 0), "d41d8cd98f00b204e9800998ecf8427e");
   EXPECT_EQ(cksm("SHA1", "/s", 5, 0), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
@@ -146,15 +146,15 @@ TEST_F(CommandTest, KnowsDigests) {
 
 TEST_F(CommandTest, ComputesAndRecordsDigests) {
   box_script.expect({code(404), redirect_answer(), code(200, "abc"), code(201, "{}")});
-  EXPECT_EQ(cksm("MD5", "/s"), md5_of_abc);
+  EXPECT_EQ(cksm("MD5", "/s"), MD5_OF_ABC);
   ASSERT_EQ(box_script.sent.size(), 4u);
-  EXPECT_EQ(box_script.sent[1].line, std::string("GET ") + api + "/files/4/content");
+  EXPECT_EQ(box_script.sent[1].line, std::string("GET ") + API + "/files/4/content");
   EXPECT_EQ(box_script.sent[2].line, "GET https://dl.box.com/f");
   EXPECT_THAT(box_script.sent[2].headers, ElementsAre("Authorization: Bearer T"));
-  EXPECT_EQ(box_script.sent[3].line, std::string("POST ") + api + "/files/4/metadata/global/properties");
+  EXPECT_EQ(box_script.sent[3].line, std::string("POST ") + API + "/files/4/metadata/global/properties");
   EXPECT_THAT(box_script.sent[3].headers, ElementsAre("Authorization: Bearer T", "Content-Type: application/json"));
   EXPECT_EQ(box_script.sent[3].body, std::string(R"({"tarvex-md5":")") + md5_of_abc + "\"}");
-  EXPECT_EQ(cksm("MD5", "/s"), md5_of_abc);
+  EXPECT_EQ(cksm("MD5", "/s"), MD5_OF_ABC);
   EXPECT_EQ(box_script.sent.size(), 4u);
   EXPECT_TRUE(cached("/s")->has_metadata);
   // A range whose digest is not the file's is not recorded; a failed record does not fail the command.
@@ -163,12 +163,12 @@ TEST_F(CommandTest, ComputesAndRecordsDigests) {
   EXPECT_THAT(box_script.sent.back().headers, ElementsAre("Authorization: Bearer T", "Range: bytes=1-"));
   free(std::exchange(cached("/s")->md5, nullptr));
   box_script.expect({redirect_answer(), code(200, "abc"), code(403)});
-  EXPECT_EQ(cksm("MD5", "/s", 1), md5_of_abc);
+  EXPECT_EQ(cksm("MD5", "/s", 1), MD5_OF_ABC);
   const Sent& patch = box_script.sent.back();
   EXPECT_THAT(patch.line, testing::StartsWith("PUT "));
   EXPECT_THAT(patch.headers, ElementsAre("Authorization: Bearer T", "Content-Type: application/json-patch+json"));
   EXPECT_EQ(patch.body, std::string(R"([{"op":"add","path":"/tarvex-md5","value":")") + md5_of_abc + "\"}]");
-  EXPECT_STREQ(cached("/s")->md5, md5_of_abc);
+  EXPECT_STREQ(cached("/s")->md5, MD5_OF_ABC);
 }
 
 TEST_F(CommandTest, FailsChecksums) {

@@ -116,14 +116,14 @@ void in_processes(int count, Work work) {
 
 TEST_F(RetryTest, SeveralProcessesKeepTheSpacing) {
   box_script.real_time = true;
-  constexpr int processes = 4;
-  constexpr int requests = 5;
+  constexpr int PROCESSES = 4;
+  constexpr int REQUESTS = 5;
   const std::filesystem::path stamps = home / "stamps";
-  in_processes(processes, [&] {
+  in_processes(PROCESSES, [&] {
     tarvex_box_retry_t retry{};
     tarvex_i_box_retry_state_create("u", 100, &retry);
     const int out = open(stamps.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
-    for (int i = 0; i < requests; ++i) {
+    for (int i = 0; i < REQUESTS; ++i) {
       tarvex_i_box_retry_delay(0, &retry);
       const std::string line = std::to_string(retry.shared->last.tv_sec * 1000000 + retry.shared->last.tv_nsec / 1000);
       if (write(out, (line + "\n").c_str(), line.size() + 1) < 0) _exit(2);
@@ -135,7 +135,7 @@ TEST_F(RetryTest, SeveralProcessesKeepTheSpacing) {
   std::ifstream in(stamps);
   for (int64_t time = 0; in >> time;) times.push_back(time);
   std::sort(times.begin(), times.end());
-  ASSERT_EQ(times.size(), static_cast<size_t>(processes * requests));
+  ASSERT_EQ(times.size(), static_cast<size_t>(PROCESSES * REQUESTS));
   // A stamp may have been read after the next process wrote its own: those are equal.
   times.erase(std::unique(times.begin(), times.end()), times.end());
   for (size_t i = 1; i < times.size(); ++i) EXPECT_GE(times[i] - times[i - 1], 10000);

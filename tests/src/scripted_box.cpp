@@ -12,8 +12,8 @@ ScriptedBox box_script;
 
 namespace {
 
-constexpr int retryable_number = 7001;
-constexpr int final_number = 7002;
+constexpr int RETRYABLE_NUMBER = 7001;
+constexpr int FINAL_NUMBER = 7002;
 
 std::string body_of(tarvex_dsi_rest_write_t write, void* argument);
 
@@ -102,7 +102,7 @@ tarvex_result_t tarvex_dsi_rest_request(const char* method, const char* uri, con
   const Answer answer = box_script.answers.front();
   box_script.answers.pop_front();
   if (answer.transport != Answer::arrives) {
-    const int number = answer.transport == Answer::may_be_retried ? retryable_number : final_number;
+    const int number = answer.transport == Answer::may_be_retried ? RETRYABLE_NUMBER : FINAL_NUMBER;
     return tarvex_error_put(
         tarvex_error_construct_error(nullptr, nullptr, number, "box", "box", 1, "transport %d", number));
   }
@@ -112,7 +112,7 @@ tarvex_result_t tarvex_dsi_rest_request(const char* method, const char* uri, con
 }
 
 bool tarvex_dsi_rest_error_is_retryable(tarvex_result_t result) {
-  return tarvex_error_get_type(tarvex_error_peek(result)) == retryable_number;
+  return tarvex_error_get_type(tarvex_error_peek(result)) == RETRYABLE_NUMBER;
 }
 
 void tarvex_time_now(timeval* now) {

@@ -10,7 +10,7 @@ using testing::HasSubstr;
 
 namespace {
 
-constexpr char root_listing[] =
+constexpr char ROOT_LISTING[] =
     "GET https://api.box.com/2.0/folders/0/items?fields=type,id,name,parent,size,content_modified_at,sha1"
     "&usemarker=true&marker&limit=300";
 
@@ -173,7 +173,7 @@ TEST_F(SessionTest, ActivatesAndRegisters) {
   EXPECT_EQ(tarvex_module_deactivate(&tarvex_gridftp_server_box_module), 0);
   box_script.expect({code(429, "", "60"), code(503)});
   EXPECT_EQ(start(), "INTERNAL_ERROR");
-  EXPECT_THAT(box_script.take_lines(), ElementsAre(root_listing, root_listing));
+  EXPECT_THAT(box_script.take_lines(), ElementsAre(ROOT_LISTING, ROOT_LISTING));
   EXPECT_THAT(box_script.take_waits(), ElementsAre("25.0"));
 }
 

@@ -11,8 +11,8 @@ using testing::StartsWith;
 
 namespace {
 
-constexpr char upload[] = "https://upload.box.com/api/2.0/files";
-constexpr char fields[] = "?fields=type,id,name,parent,size,content_modified_at,sha1";
+constexpr char UPLOAD[] = "https://upload.box.com/api/2.0/files";
+constexpr char FIELDS[] = "?fields=type,id,name,parent,size,content_modified_at,sha1";
 
 class UploadTest : public PluginTest {
  protected:
@@ -39,7 +39,7 @@ TEST_F(UploadTest, SendsSmallFilesInOneRequest) {
   box_script.expect({stored_answer()});
   EXPECT_EQ(recv("/n", 8), "");
   const Sent& sent = box_script.sent.back();
-  EXPECT_EQ(sent.line, std::string("POST ") + upload + "/content" + fields);
+  EXPECT_EQ(sent.line, std::string("POST ") + UPLOAD + "/content" + FIELDS);
   EXPECT_THAT(sent.headers,
               ElementsAre("Authorization: Bearer T", MatchesRegex("Content-Type: multipart/form-data; boundary=tarvex_"
                                                                   "[0-9a-f-]{36}")));
@@ -96,7 +96,7 @@ TEST_F(UploadTest, SendsLargeFilesInParts) {
   EXPECT_EQ(framework.received, 10);
   ASSERT_EQ(box_script.sent.size(), 8u);
   const auto& sent = box_script.sent;
-  EXPECT_EQ(sent[0].line, std::string("POST ") + upload + "/upload_sessions");
+  EXPECT_EQ(sent[0].line, std::string("POST ") + UPLOAD + "/upload_sessions");
   EXPECT_EQ(sent[0].body, R"({"folder_id":"0","file_size":10,"file_name":"n"})");
   EXPECT_THAT(sent[0].headers, ElementsAre("Authorization: Bearer T", "Content-Type: application/json",
                                            "Content-Length: 48", "Transfer-Encoding: "));
@@ -106,14 +106,14 @@ TEST_F(UploadTest, SendsLargeFilesInParts) {
       "xLXIa9V32j2T/qfInLphx4tI5Yk=", "g3h/BgpZSTrv3NSyNpmQ5zA+GG4=", "FrBr2bc4g14tE0/o1ZbpqwCGqYU="};
   for (size_t i = 0; i < 3; ++i) {
     const Sent& part = sent[i + 1];
-    EXPECT_EQ(part.line, std::string("PUT ") + upload + "/upload_sessions/S");
+    EXPECT_EQ(part.line, std::string("PUT ") + UPLOAD + "/upload_sessions/S");
     EXPECT_EQ(part.body, bodies[i]);
     EXPECT_EQ(part.timeout_ms, 60000);
     EXPECT_THAT(part.headers, ElementsAre("Authorization: Bearer T", "Content-Type: application/octet-stream",
                                           std::string("Content-Range: bytes ") + ranges[i] + "/10",
                                           std::string("digest: sha=") + digests[i]));
   }
-  EXPECT_EQ(sent[4].line, std::string("POST ") + upload + "/upload_sessions/S/commit" + fields);
+  EXPECT_EQ(sent[4].line, std::string("POST ") + UPLOAD + "/upload_sessions/S/commit" + FIELDS);
   EXPECT_EQ(sent[6].body, R"({"attributes":{"content_modified_at":"1970-01-01T00:00:00Z"},)"
                           R"("parts":[{"part_id":"1"},{"part_id":"2"},{"part_id":"3"}]})");
   EXPECT_EQ(sent[6].headers.back(), "digest: sha=h6zsF82dzSCnFsws9nQXtxyKcBY=");

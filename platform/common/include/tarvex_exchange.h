@@ -7,10 +7,10 @@
 /// several threads make requests, and must not make requests themselves.
 #pragma once
 
+#include "tarvex_common.h"
+
 #include <stdbool.h>
 #include <stdint.h>
-
-#include "tarvex_common.h"
 
 #ifdef __cplusplus
 extern "C" {

@@ -11,13 +11,13 @@
 /// afterwards.
 #pragma once
 
+#include "tarvex_common.h"
+
 #include <stdbool.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <sys/types.h>
 #include <time.h>
-
-#include "tarvex_common.h"
 
 #ifdef __cplusplus
 extern "C" {

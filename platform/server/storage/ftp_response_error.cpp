@@ -1,6 +1,5 @@
-#include "tarvex_gridftp_server.h"
-
 #include "tarvex_common.hpp"
+#include "tarvex_gridftp_server.h"
 
 #include <cstring>
 #include <memory>

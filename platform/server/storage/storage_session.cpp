@@ -8,7 +8,6 @@
 
 #include <boost/asio/async_result.hpp>
 #include <boost/asio/use_awaitable.hpp>
-
 #include <malloc.h>
 
 #include <algorithm>

@@ -11,12 +11,12 @@
 
 namespace {
 
-constexpr char variable[] = "TARVEX_TEST_DEBUG";
+constexpr char VARIABLE[] = "TARVEX_TEST_DEBUG";
 
 tarvex_debug_handle_t init(const char* value) {
-  value == nullptr ? unsetenv(variable) : setenv(variable, value, 1);
+  value == nullptr ? unsetenv(VARIABLE) : setenv(VARIABLE, value, 1);
   tarvex_debug_handle_t handle = {1, 1, stdout, true, true};
-  tarvex_debug_init(variable, "TRACE DEBUG INFO WARN  ERROR", &handle);
+  tarvex_debug_init(VARIABLE, "TRACE DEBUG INFO WARN  ERROR", &handle);
   return handle;
 }
 
@@ -57,7 +57,7 @@ TEST(Debug, UnreadableValuesDisableTheLogAndSaySoOnce) {
       EXPECT_FALSE(handle.using_file || handle.thread_ids);
     }
     const std::string said = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(said.find(std::string(variable) + "=" + value + ": "), 0u) << said;
+    EXPECT_EQ(said.find(std::string(VARIABLE) + "=" + value + ": "), 0u) << said;
     EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
   }
 }

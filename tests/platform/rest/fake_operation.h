@@ -12,19 +12,19 @@
 /// An operation whose client is the test: reads and writes are completed in order on a thread of their own, as the
 /// server's I/O thread does. Reads and writes are numbered from 0.
 struct tarvex_gfs_operation_s {
-  static constexpr std::size_t never = std::string::npos;
+  static constexpr std::size_t NEVER = std::string::npos;
 
   tarvex_gfs_operation_s();
   ~tarvex_gfs_operation_s();
   tarvex_result_t enqueue(std::function<void()> completion);
 
   std::string sends;                ///< what the client sends up to its end of data
-  std::size_t piece_bytes = never;  ///< of one read at most
+  std::size_t piece_bytes = NEVER;  ///< of one read at most
   bool eof_with_data = true;        ///< the last bytes come with the end of data
-  std::size_t failing_read = never;
-  std::size_t refused_read = never;
-  std::size_t failing_write = never;  ///< and all after it
-  std::size_t refused_write = never;
+  std::size_t failing_read = NEVER;
+  std::size_t refused_read = NEVER;
+  std::size_t failing_write = NEVER;  ///< and all after it
+  std::size_t refused_write = NEVER;
   std::function<void()> before;  ///< runs on the I/O thread before each completion
 
   // To be looked at once the request is over.

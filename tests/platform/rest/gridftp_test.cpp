@@ -16,11 +16,11 @@ std::string pattern(std::size_t size) {
   return text;
 }
 
-constexpr std::size_t never = tarvex_gfs_operation_s::never;
-constexpr std::size_t megabyte = 1 << 20;
+constexpr std::size_t NEVER = tarvex_gfs_operation_s::NEVER;
+constexpr std::size_t MEGABYTE = 1 << 20;
 
 TEST(GridftpDownload, WritesTheRangeAndNothingElse) {
-  const std::string large = pattern(5 * megabyte + 13), whole = answer(200, large);
+  const std::string large = pattern(5 * MEGABYTE + 13), whole = answer(200, large);
   const std::string part = answer(206, "cde", "Content-Range: bytes 2-4/9\r\n");
   const std::string other_part = answer(206, "abc", "Content-Range: bytes 0-2/9\r\n");
   struct {
@@ -30,22 +30,22 @@ TEST(GridftpDownload, WritesTheRangeAndNothingElse) {
     const char* range;
     std::optional<std::string> got;  // what the client gets, where it is certain
     const char* failure = "";        // empty: success
-    std::size_t failing_write = never;
-    std::size_t refused_write = never;
+    std::size_t failing_write = NEVER;
+    std::size_t refused_write = NEVER;
   } const rows[] = {
       {"whole file", whole, 0, -1, nullptr, large},
       {"empty file", answer(200, ""), 0, -1, nullptr, ""},
       {"range", part, 2, 3, "bytes=2-4", "cde"},
-      {"more than the range", whole, 0, 3 * megabyte, nullptr, large.substr(0, 3 * megabyte)},
+      {"more than the range", whole, 0, 3 * MEGABYTE, nullptr, large.substr(0, 3 * MEGABYTE)},
       {"nothing wanted", answer(200, "abc"), 0, 0, nullptr, ""},
       {"range ignored by the server", answer(200, "abcdefghi"), 2, 3, "bytes=2-4", "cde"},
       {"another range", other_part, 2, 3, "bytes=2-4", "", "another range"},
       {"redirect", answer(302, "moved"), 0, -1, nullptr, ""},
       {"error", answer(416, "bad range"), 0, -1, nullptr, ""},
-      {"cut short", whole.substr(0, 2 * megabyte), 0, -1, nullptr, std::nullopt, "cut short"},
+      {"cut short", whole.substr(0, 2 * MEGABYTE), 0, -1, nullptr, std::nullopt, "cut short"},
       {"client gone", whole, 0, -1, nullptr, std::nullopt, "write failed", 2},
       {"client gone at the last write", answer(200, "abc"), 0, -1, nullptr, "", "write failed", 0},
-      {"data channel gone", whole, 0, -1, nullptr, std::nullopt, "write refused", never, 1},
+      {"data channel gone", whole, 0, -1, nullptr, std::nullopt, "write refused", NEVER, 1},
       {"negative offset", whole, -1, -1, nullptr, "", "range"},
   };
   for (const auto& row : rows) {
@@ -70,7 +70,7 @@ TEST(GridftpDownload, WritesTheRangeAndNothingElse) {
 }
 
 TEST(GridftpDownload, WaitsForASlowClientWithFewBuffers) {
-  const std::string large = pattern(16 * megabyte);
+  const std::string large = pattern(16 * MEGABYTE);
   scripted_server server({{answer(200, large)}});
   tarvex_gfs_operation_s operation;
   operation.before = [&] { std::this_thread::sleep_for(std::chrono::milliseconds(20)); };
@@ -102,34 +102,34 @@ TEST(GridftpDownload, HandsOnWhatHasArrivedWhileTheServerPauses) {
 }
 
 TEST(GridftpUpload, SendsAWholeBodyOrNone) {
-  const std::string large = pattern(5 * megabyte + 13);
+  const std::string large = pattern(5 * MEGABYTE + 13);
   const auto size = static_cast<tarvex_off_t>(large.size());
   struct {
     const char* name;
     std::string sends;
     tarvex_off_t length;
     const char* failure = "";  // empty: success
-    std::size_t piece_bytes = never;
+    std::size_t piece_bytes = NEVER;
     bool eof_with_data = true;
-    std::size_t failing_read = never;
-    std::size_t refused_read = never;
+    std::size_t failing_read = NEVER;
+    std::size_t refused_read = NEVER;
   } const rows[] = {
       {"length unknown", large, -1},
       {"empty, length unknown", "", -1},
       {"length known", large, size},
       {"empty, length known", "", 0},
       {"short reads", large, size, "", 70001},
-      {"end of data on its own", large, size, "", never, false},
+      {"end of data on its own", large, size, "", NEVER, false},
       {"end on its own, length unknown", large, -1, "", 70001, false},
       {"too little", large, size + 1, "ended after"},
       {"too much", large, size - 1, "too much data"},
       {"something where nothing was announced", "x", 0, "too much data"},
-      {"first read fails", large, -1, "read failed", never, true, 0},
-      {"later read fails", large, size, "read failed", never, true, 5},
-      {"later read fails, length unknown", large, -1, "read failed", never, true, 5},
-      {"first read refused", large, -1, "read refused", never, true, never, 0},
-      {"later read refused", large, -1, "read refused", never, true, never, 6},
-      {"refused behind the end of data", "abc", -1, "", never, true, never, 1},
+      {"first read fails", large, -1, "read failed", NEVER, true, 0},
+      {"later read fails", large, size, "read failed", NEVER, true, 5},
+      {"later read fails, length unknown", large, -1, "read failed", NEVER, true, 5},
+      {"first read refused", large, -1, "read refused", NEVER, true, NEVER, 0},
+      {"later read refused", large, -1, "read refused", NEVER, true, NEVER, 6},
+      {"refused behind the end of data", "abc", -1, "", NEVER, true, NEVER, 1},
   };
   for (const auto& row : rows) {
     for (const bool multipart : {false, true}) {
