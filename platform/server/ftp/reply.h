@@ -1,7 +1,5 @@
 #pragma once
 
-#include "tarvex_common.h"
-
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,12 +23,5 @@ std::string reply_block_inner(std::string_view line);
 
 /// A line as it may stand in a reply: control bytes replaced, a byte 255 doubled.
 std::string reply_clean(std::string_view line);
-
-/// The reply that a failed operation gets: the code of its FTP response error (or `default_code` where it has none),
-/// then class word, message and causes, a line each. Does not release `result`.
-std::string reply_from_error(tarvex_result_t result, int default_code);
-
-/// The lines of that reply without code, for the log: joined by "; ".
-std::string error_text(tarvex_result_t result);
 
 }  // namespace tarvex::server
