@@ -55,7 +55,9 @@ function(tarvex_test name)
   target_include_directories(${name} PRIVATE ${ARG_INCLUDES})
   list(LENGTH ARG_SOURCES count)
   if(count GREATER 3)
-    tarvex_precompile(${name} <gtest/gtest.h> <functional> <string> <vector>)
+    # A C source among the tests has no use for the headers.
+    tarvex_precompile(${name} "$<$<COMPILE_LANGUAGE:CXX>:<gtest/gtest.h$<ANGLE-R>>" "$<$<COMPILE_LANGUAGE:CXX>:<string$<ANGLE-R>>"
+                      "$<$<COMPILE_LANGUAGE:CXX>:<vector$<ANGLE-R>>")
   endif()
   target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} GTest::gtest GTest::gmock GTest::gtest_main)
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)

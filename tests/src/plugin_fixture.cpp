@@ -28,14 +28,6 @@ void Framework::complete(tarvex_result_t result) {
   error = text_of(result);
 }
 
-std::string text_of(tarvex_result_t result) {
-  char* const text = tarvex_error_print_chain(tarvex_error_peek(result));
-  std::string copy = text;
-  free(text);
-  tarvex_result_release(result);
-  return copy;
-}
-
 extern "C" {
 
 tarvex_result_t tarvex_gridftp_server_get_config_data(tarvex_gfs_operation_t op, const char* key, char** value) {
@@ -101,7 +93,7 @@ void tarvex_gridftp_server_get_write_range(tarvex_gfs_operation_t op, tarvex_off
 tarvex_result_t tarvex_gridftp_server_get_recv_modification_time(tarvex_gfs_operation_t op, time_t* time) {
   *time = of(op).modification_time;
   if (!of(op).modification_time_fails) return TARVEX_SUCCESS;
-  return tarvex_error_put(tarvex_error_construct_error(nullptr, nullptr, 1, "f", "f", 1, "no time"));
+  return failure("no time");
 }
 
 tarvex_result_t tarvex_gridftp_server_register_read(tarvex_gfs_operation_t op, unsigned char* buffer, size_t length,
@@ -113,11 +105,8 @@ tarvex_result_t tarvex_gridftp_server_register_read(tarvex_gfs_operation_t op, u
   if (!framework.blocks.empty()) framework.blocks.pop_front();
   framework.io.emplace_back([=] {
     std::memcpy(buffer, block.data.data(), block.data.size());
-    const tarvex_result_t result =
-        block.fails ? tarvex_error_put(tarvex_error_construct_error(nullptr, nullptr, 1, "f", "f", 1, "cable pulled"))
-                    : tarvex_result_t{TARVEX_SUCCESS};
-    callback(op, result, buffer, block.data.size(), 0, block.eof || block.fails, user_arg);
-    tarvex_result_release(result);
+    const tarvex::owned_result result(block.fails ? failure("cable pulled") : tarvex_result_t{});
+    callback(op, result.get(), buffer, block.data.size(), 0, block.eof || block.fails, user_arg);
   });
   return TARVEX_SUCCESS;
 }

@@ -2,6 +2,7 @@
 /// The server framework as the plug-in sees it, counting completions, and a session on it.
 #pragma once
 
+#include "../platform/common/results.h"
 #include "scripted_box.h"
 #include "tarvex_box_common.h"
 
@@ -51,8 +52,6 @@ struct Framework {
   tarvex_gfs_operation_t op() { return reinterpret_cast<tarvex_gfs_operation_t>(this); }
   void complete(tarvex_result_t result);
 };
-
-std::string text_of(tarvex_result_t result);  ///< printed chain; releases the result
 
 /// Starts each case with a fresh home directory, script, framework and settings.
 class PluginTest : public testing::Test {

@@ -1,5 +1,6 @@
 #include "scripted_box.h"
 
+#include "../platform/common/results.h"
 #include "tarvex_box_common.h"
 
 #include <gtest/gtest.h>
@@ -32,10 +33,7 @@ std::string multipart_of(const tarvex_dsi_rest_write_multipart_arg_t& multipart)
 std::string body_of(tarvex_dsi_rest_write_t write, void* argument) {
   if (write == nullptr) return "";
   if (write == tarvex_dsi_rest_write_json) {
-    char* const text = json_dumps(static_cast<json_t*>(argument), JSON_COMPACT);
-    std::string copy = text;
-    free(text);
-    return copy;
+    return tarvex::c_string(json_dumps(static_cast<json_t*>(argument), JSON_COMPACT)).get();
   }
   if (write == tarvex_dsi_rest_write_block) {
     const auto& block = *static_cast<tarvex_dsi_rest_write_block_arg_t*>(argument);
@@ -103,8 +101,7 @@ tarvex_result_t tarvex_dsi_rest_request(const char* method, const char* uri, con
   box_script.answers.pop_front();
   if (answer.transport != Answer::arrives) {
     const int number = answer.transport == Answer::may_be_retried ? RETRYABLE_NUMBER : FINAL_NUMBER;
-    return tarvex_error_put(
-        tarvex_error_construct_error(nullptr, nullptr, number, "box", "box", 1, "transport %d", number));
+    return failure(("transport " + std::to_string(number)).c_str(), number);
   }
   give_headers(answer, *callbacks);
   give_body(answer, *callbacks, sent);

@@ -233,8 +233,8 @@ TARVEX_API int tarvex_cond_broadcast(tarvex_cond_t* cond);
 
 /* ---- Cancellation --------------------------------------------------------------------------------------------- */
 
-/// A wish, from another thread, that what a thread does should end. Sleeps and HTTP requests of a thread to which the
-/// source is bound end early; everything else goes on until it next asks.
+/// A wish, from another thread, that what a thread does should end. Sleeps, HTTP requests and interruptible calls of a
+/// thread to which the source is bound end early; everything else goes on until it next asks.
 typedef struct tarvex_cancel_s* tarvex_cancel_t;
 
 /// Makes a source that has not been cancelled. \return 0, `ENOMEM`, or the errno of the event descriptor.
@@ -252,6 +252,11 @@ TARVEX_API bool tarvex_cancel_requested(void);
 /// A descriptor that is readable once the calling thread's source was cancelled, for poll; never read or closed by
 /// the caller; -1 when none is bound.
 TARVEX_API int tarvex_cancel_fd(void);
+
+/// Runs `call`, which makes one system call that may block and returns 0 or its errno, again whenever that is EINTR. A
+/// cancellation of the calling thread's source ends the wait: the thread gets SIGURG, whose handler does nothing.
+/// \return what the last run returned; `ECANCELED` without a run once the source is cancelled.
+TARVEX_API int tarvex_cancel_interruptible(int (*call)(void* argument), void* argument);
 
 /* ---- Time ----------------------------------------------------------------------------------------------------- */
 

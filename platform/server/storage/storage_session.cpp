@@ -6,9 +6,9 @@
 #include "storage/operation_run.h"
 #include "storage/transfer.h"
 
+#include <malloc.h>
 #include <boost/asio/async_result.hpp>
 #include <boost/asio/use_awaitable.hpp>
-#include <malloc.h>
 
 #include <algorithm>
 #include <system_error>

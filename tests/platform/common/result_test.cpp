@@ -1,13 +1,10 @@
-#include "tarvex_common.h"
+#include "results.h"
 
 #include <gtest/gtest.h>
 #include <malloc.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -20,13 +17,12 @@ tarvex_object_t* make_error(int type, const char* message, tarvex_object_t* caus
   return tarvex_error_construct_error(&tarvex_i_common_module, cause, type, "file.c", "func", 7, "%s", message);
 }
 
-std::string take_text(char* text) {
-  const std::unique_ptr<char, decltype(&std::free)> owned(text, std::free);
-  return text == nullptr ? "(null)" : text;
+/// The printed chain of a result or an error that lives on.
+std::string print(tarvex_object_t* error) {
+  return tarvex::c_string(tarvex_error_print_chain(error)).get();
 }
-
-std::string print_result(tarvex_result_t result) {
-  return take_text(tarvex_error_print_chain(tarvex_error_peek(result)));
+std::string print(tarvex_result_t result) {
+  return print(tarvex_error_peek(result));
 }
 
 /// An error type of a module's own, whose instance data is a counted string.
@@ -38,25 +34,25 @@ void* new_string(const char* text) {
   return strdup(text);
 }
 
-void copy_string(void* source, void** copy) {
-  if (!copies_fail) *copy = new_string(static_cast<const char*>(source));
-}
-
-void free_string(void* data) {
-  --strings_alive;
-  std::free(data);
-}
-
-char* print_string(tarvex_object_t* error) {
-  return strdup(static_cast<const char*>(tarvex_object_get_instance_data(error)));
-}
-
-const tarvex_object_type_t string_error_type = {&TARVEX_ERROR_TYPE_BASE_DEFINITION, copy_string, free_string,
-                                                reinterpret_cast<void*>(print_string)};
-const tarvex_object_type_t silent_error_type = {&string_error_type, nullptr, nullptr, nullptr};
+const tarvex_object_type_t STRING_ERROR_TYPE = {
+    .parent_type = &TARVEX_ERROR_TYPE_BASE_DEFINITION,
+    .copy_func =
+        [](void* source, void** copy) {
+          if (!copies_fail) *copy = new_string(static_cast<const char*>(source));
+        },
+    .destructor =
+        [](void* data) {
+          --strings_alive;
+          std::free(data);
+        },
+    .class_data = reinterpret_cast<void*>(+[](tarvex_object_t* error) {
+      return strdup(static_cast<const char*>(tarvex_object_get_instance_data(error)));
+    }),
+};
+const tarvex_object_type_t SILENT_ERROR_TYPE = {&STRING_ERROR_TYPE, nullptr, nullptr, nullptr};
 
 tarvex_object_t* make_string_error(const char* text, tarvex_object_t* cause = nullptr) {
-  tarvex_object_t* error = tarvex_object_construct(&string_error_type);
+  tarvex_object_t* error = tarvex_object_construct(&STRING_ERROR_TYPE);
   tarvex_object_set_instance_data(error, new_string(text));
   tarvex_error_set_cause(error, cause);
   return error;
@@ -64,8 +60,8 @@ tarvex_object_t* make_string_error(const char* text, tarvex_object_t* cause = nu
 
 TEST(Result, SpecialValuesHaveFixedErrors) {
   EXPECT_EQ(tarvex_error_peek(TARVEX_SUCCESS), nullptr);
-  EXPECT_EQ(print_result(TARVEX_FAILURE), "Operation failed.");
-  EXPECT_EQ(print_result(0x00123456), "Operation failed.") << "never given out";
+  EXPECT_EQ(print(TARVEX_FAILURE), "Operation failed.");
+  EXPECT_EQ(print(tarvex_result_t{0x00123456}), "Operation failed.") << "never given out";
   const tarvex_result_t out_of_memory = tarvex_error_put(nullptr);
   EXPECT_NE(out_of_memory, uint32_t{TARVEX_SUCCESS});
   for (const tarvex_result_t result : {TARVEX_FAILURE, out_of_memory, tarvex_result_t{TARVEX_SUCCESS}}) {
@@ -74,38 +70,34 @@ TEST(Result, SpecialValuesHaveFixedErrors) {
     tarvex_object_free(error);
     tarvex_result_release(result);
   }
-  EXPECT_EQ(print_result(out_of_memory), "Out of memory.") << "still there, and unchanged";
+  EXPECT_EQ(print(out_of_memory), "Out of memory.") << "still there, and unchanged";
 }
 
 TEST(Result, StaleHandlesAreRecognisedWhileSlotsAreReused) {
-  const tarvex_result_t stale = tarvex_error_put(make_error(1, "gone"));
+  const tarvex_result_t stale = failure("gone");
   tarvex_result_release(stale);
   const size_t in_use = mallinfo2().uordblks;
   for (int i = 0; i < 200000; ++i) {
-    const tarvex_result_t result = tarvex_error_put(make_error(2, "other"));
-    ASSERT_NE(result, stale);
-    ASSERT_NE(result, TARVEX_FAILURE);
-    tarvex_result_release(result);
+    const tarvex::owned_result result(failure("other"));
+    ASSERT_TRUE(result.get() != stale && result.get() != TARVEX_FAILURE);
   }
   EXPECT_LT(mallinfo2().uordblks, in_use + 4096);
   tarvex_result_release(stale);
   tarvex_object_free(tarvex_error_get(stale));
-  EXPECT_EQ(print_result(stale), "Operation failed.");
+  EXPECT_EQ(print(stale), "Operation failed.");
 }
 
 TEST(Result, FullTableFallsBackToTheOutOfMemoryError) {
-  tarvex_object_t* error = make_error(3, "one of many");
+  const tarvex::object_ptr error(make_error(3, "one of many"));
   std::vector<tarvex_result_t> results;
   do {
-    tarvex_object_reference(error);
-    results.push_back(tarvex_error_put(error));
-    ASSERT_NE(results.back(), TARVEX_FAILURE);
-    ASSERT_NE(results.back(), uint32_t{TARVEX_SUCCESS});
-  } while (tarvex_error_peek(results.back()) == error && results.size() < 1u << 24);
-  EXPECT_EQ(print_result(results.back()), "Out of memory.");
+    tarvex_object_reference(error.get());
+    results.push_back(tarvex_error_put(error.get()));
+    ASSERT_TRUE(results.back() != TARVEX_FAILURE && results.back() != uint32_t{TARVEX_SUCCESS});
+  } while (tarvex_error_peek(results.back()) == error.get() && results.size() < 1u << 24);
+  EXPECT_EQ(print(results.back()), "Out of memory.");
   for (const auto result : results) tarvex_result_release(result);
-  EXPECT_EQ(print_result(results.front()), "Operation failed.");
-  tarvex_object_free(error);
+  EXPECT_EQ(print(results.front()), "Operation failed.");
 }
 
 TEST(Result, ThreadsDoNotMixTheirErrors) {
@@ -114,12 +106,9 @@ TEST(Result, ThreadsDoNotMixTheirErrors) {
   for (int id = 1; id <= 4; ++id) {
     threads.emplace_back([id, &mistakes] {
       for (int round = 0; round < 200; ++round) {
-        std::vector<tarvex_result_t> results;
-        for (int i = 0; i < 20; ++i) results.push_back(tarvex_error_put(make_error(id, "x")));
-        for (const auto result : results) {
-          if (tarvex_error_get_type(tarvex_error_peek(result)) != id) ++mistakes;
-          tarvex_result_release(result);
-        }
+        std::vector<tarvex::owned_result> results;
+        for (int i = 0; i < 20; ++i) results.emplace_back(failure("x", id));
+        for (const auto& result : results) mistakes += tarvex_error_get_type(tarvex_error_peek(result.get())) != id;
       }
     });
   }
@@ -128,20 +117,17 @@ TEST(Result, ThreadsDoNotMixTheirErrors) {
 }
 
 TEST(Error, ChainPrintsOutermostFirstWithoutEmptyLines) {
-  tarvex_object_t* silent = tarvex_object_construct(&silent_error_type);
+  tarvex_object_t* silent = tarvex_object_construct(&SILENT_ERROR_TYPE);
   tarvex_error_set_cause(silent, make_error(1, "disk\nfull"));
-  const struct {
-    tarvex_object_t* error;
-    const char* chain;
-  } rows[] = {
+  const std::pair<tarvex_object_t*, const char*> rows[] = {
       {nullptr, ""},
       {make_error(1, "alone"), "alone"},
       {make_string_error("outer", make_error(1, "middle", make_error(2, "inner"))), "outer\nmiddle\ninner"},
       {make_string_error("top", make_error(1, "", silent)), "top\ndisk\nfull"},
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(take_text(tarvex_error_print_chain(row.error)), row.chain);
-    tarvex_object_free(row.error);
+  for (const auto& [error, chain] : rows) {
+    EXPECT_EQ(print(error), chain);
+    tarvex_object_free(error);
   }
   EXPECT_EQ(strings_alive, 0);
 }
@@ -152,11 +138,9 @@ TEST(Error, CauseIsReplacedAndReleased) {
   tarvex_error_set_cause(error, second);
   EXPECT_EQ(strings_alive, 2);
   EXPECT_EQ(tarvex_error_get_cause(error), second);
-
   tarvex_object_reference(error);
   tarvex_error_set_cause(second, error);
   EXPECT_EQ(tarvex_error_get_cause(second), nullptr) << "a ring would never end";
-
   tarvex_object_reference(second);
   tarvex_object_free(error);
   EXPECT_EQ(strings_alive, 1) << "the second reference keeps the cause";
@@ -166,14 +150,14 @@ TEST(Error, CauseIsReplacedAndReleased) {
 
 TEST(Object, CopiesAreIndependentAndFailWhole) {
   tarvex_object_t* source = make_error(4, "top", make_string_error("below"));
-  tarvex_object_t* copy = tarvex_object_copy(source);
+  tarvex::object_ptr copy(tarvex_object_copy(source));
   copies_fail = true;
   EXPECT_EQ(tarvex_object_copy(source), nullptr) << "the cause could not be copied";
   copies_fail = false;
   tarvex_object_free(source);
-  EXPECT_EQ(take_text(tarvex_error_print_chain(copy)), "top\nbelow");
-  EXPECT_EQ(tarvex_error_get_type(copy), 4);
-  tarvex_object_free(copy);
+  EXPECT_EQ(print(copy.get()), "top\nbelow");
+  EXPECT_EQ(tarvex_error_get_type(copy.get()), 4);
+  copy.reset();
   EXPECT_EQ(strings_alive, 0);
 }
 

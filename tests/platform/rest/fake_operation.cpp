@@ -41,13 +41,13 @@ void tarvex_gfs_operation_s::complete_all() {
 tarvex_result_t tarvex_gridftp_server_register_read(tarvex_gfs_operation_t op, unsigned char* buffer, size_t length,
                                                     tarvex_gridftp_server_read_cb_t callback, void* user_arg) {
   const std::size_t number = op->reads++;
-  if (number == op->refused_read) return test_failure("read refused");
+  if (number == op->refused_read) return failure("read refused");
   return op->enqueue([=] {
     const std::size_t offset = op->sent, left = op->sends.size() - offset;
     const std::size_t amount = std::min({length, left, op->piece_bytes});
     tarvex_result_t result = TARVEX_SUCCESS;
-    if (number == op->failing_read) result = test_failure("read failed");
-    if (length == 0 && left > 0) result = test_failure("too much data");
+    if (number == op->failing_read) result = failure("read failed");
+    if (length == 0 && left > 0) result = failure("too much data");
     std::memcpy(buffer, op->sends.data() + offset, amount);
     op->sent += amount;
     const bool over = amount == left && (op->eof_with_data || amount == 0);
@@ -59,16 +59,14 @@ tarvex_result_t tarvex_gridftp_server_register_read(tarvex_gfs_operation_t op, u
 tarvex_result_t tarvex_gridftp_server_register_write(tarvex_gfs_operation_t op, unsigned char* buffer, size_t length,
                                                      tarvex_off_t offset, int,
                                                      tarvex_gridftp_server_write_cb_t callback, void* user_arg) {
-  if (op->writes == op->refused_write) return test_failure("write refused");
+  if (op->writes == op->refused_write) return failure("write refused");
   return op->enqueue([=, number = op->writes++] {
-    tarvex_result_t result = TARVEX_SUCCESS;
-    if (number >= op->failing_write) result = test_failure("write failed");
+    const tarvex::owned_result result(number >= op->failing_write ? failure("write failed") : tarvex_result_t{});
     if (number == 0) op->got_offset = offset;
     const bool in_order = offset == op->got_offset + static_cast<tarvex_off_t>(op->got.size());
-    if (result == TARVEX_SUCCESS && !in_order) op->got_offset = -1;
-    if (result == TARVEX_SUCCESS) op->got.append(reinterpret_cast<char*>(buffer), length);
-    callback(op, result, buffer, length, user_arg);
-    tarvex_result_release(result);
+    if (result.ok() && !in_order) op->got_offset = -1;
+    if (result.ok()) op->got.append(reinterpret_cast<char*>(buffer), length);
+    callback(op, result.get(), buffer, length, user_arg);
   });
 }
 

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <memory>
 
 namespace {
 
@@ -161,13 +160,6 @@ rest_call& rest_call::run() {
   const tarvex_result_t result = tarvex_dsi_rest_request(method, url.c_str(), &query_array, &header_array, &all);
   succeeded = result == TARVEX_SUCCESS;
   retryable = tarvex_dsi_rest_error_is_retryable(result);
-  const std::unique_ptr<char, decltype(&std::free)> text(tarvex_error_print_chain(tarvex_error_peek(result)),
-                                                         std::free);
-  message = text.get();
-  tarvex_result_release(result);
+  message = text_of(result);
   return *this;
-}
-
-tarvex_result_t test_failure(const char* text) {
-  return tarvex_error_put(tarvex_error_construct_error(nullptr, nullptr, 1, __FILE__, __func__, __LINE__, "%s", text));
 }

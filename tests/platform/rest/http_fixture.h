@@ -1,5 +1,6 @@
 #pragma once
 
+#include "../common/results.h"
 #include "tarvex_dsi_rest.h"
 
 #include <condition_variable>
@@ -74,6 +75,3 @@ struct rest_call {
 
   rest_call& run();
 };
-
-/// Makes a failure whose message is `text`.
-tarvex_result_t test_failure(const char* text);

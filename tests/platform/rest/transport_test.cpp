@@ -118,31 +118,19 @@ TEST(Transport, CancellationEndsARequestAtOnce) {
   tarvex_cancel_destroy(&cancel);
 }
 
-tarvex_result_t failing_response(void*, int, const tarvex_dsi_rest_key_array_t*) {
-  return test_failure("callback");
-}
-tarvex_result_t failing_writer(void*, void*, size_t, size_t*) {
-  return test_failure("callback");
-}
-tarvex_result_t failing_reader(void*, void*, size_t) {
-  return test_failure("callback");
-}
-tarvex_result_t failing_progress(void*, uint64_t, uint64_t, uint64_t) {
-  return test_failure("callback");
-}
-tarvex_result_t nested_request(void*, void*, size_t) {
-  return tarvex_dsi_rest_request("GET", "http://127.0.0.1:1/", nullptr, nullptr, nullptr);
-}
-
 TEST(Transport, AFailedCallbackEndsTheRequestWithItsError) {
   for (int position = 0; position < 5; ++position) {
     scripted_server server({{position == 3 ? "" : answer(200, "body"), then::hang}});
     rest_call call = {.method = "PUT", .url = server.url()};
-    if (position == 0) call.callbacks.response_callback = failing_response;
-    if (position == 1) call.writer = failing_writer;
-    if (position == 2) call.reader = failing_reader;
-    if (position == 3) call.callbacks.progress_callback = failing_progress;
-    if (position == 4) call.reader = nested_request;
+    if (position == 0) call.callbacks.response_callback = [](auto...) { return failure("callback"); };
+    if (position == 1) call.writer = [](auto...) { return failure("callback"); };
+    if (position == 2) call.reader = [](auto...) { return failure("callback"); };
+    if (position == 3) call.callbacks.progress_callback = [](auto...) { return failure("callback"); };
+    if (position == 4) {
+      call.reader = [](auto...) {
+        return tarvex_dsi_rest_request("GET", "http://127.0.0.1:1/", nullptr, nullptr, nullptr);
+      };
+    }
     call.run();
     EXPECT_TRUE(!call.succeeded && !call.retryable && call.completions == 1) << position;
     EXPECT_THAT(call.message, HasSubstr("callback"));

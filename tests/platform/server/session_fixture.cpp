@@ -1,5 +1,6 @@
 #include "session_fixture.h"
 
+#include "config/accounts_cache.h"
 #include "session_process.h"
 #include "storage/change_slots.h"
 #include "storage/change_view.h"
