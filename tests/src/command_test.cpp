@@ -16,7 +16,7 @@ class CommandTest : public PluginTest {
  protected:
   CommandTest() {
     login({item_json("folder", "1", "d"), item_json("folder", "2", "e"), item_json("file", "3", "f"),
-           item_json("file", "4", "s", "0", std::string(R"(,"sha1":")") + sha1_of_abc + "\"")});
+           item_json("file", "4", "s", "0", std::string(R"(,"sha1":")") + SHA1_OF_ABC + "\"")});
     for (const char* const folder : {"/d", "/e"}) cached(folder)->listed = true;
   }
 };
@@ -153,7 +153,7 @@ TEST_F(CommandTest, ComputesAndRecordsDigests) {
   EXPECT_THAT(box_script.sent[2].headers, ElementsAre("Authorization: Bearer T"));
   EXPECT_EQ(box_script.sent[3].line, std::string("POST ") + API + "/files/4/metadata/global/properties");
   EXPECT_THAT(box_script.sent[3].headers, ElementsAre("Authorization: Bearer T", "Content-Type: application/json"));
-  EXPECT_EQ(box_script.sent[3].body, std::string(R"({"tarvex-md5":")") + md5_of_abc + "\"}");
+  EXPECT_EQ(box_script.sent[3].body, std::string(R"({"tarvex-md5":")") + MD5_OF_ABC + "\"}");
   EXPECT_EQ(cksm("MD5", "/s"), MD5_OF_ABC);
   EXPECT_EQ(box_script.sent.size(), 4u);
   EXPECT_TRUE(cached("/s")->has_metadata);
@@ -167,7 +167,7 @@ TEST_F(CommandTest, ComputesAndRecordsDigests) {
   const Sent& patch = box_script.sent.back();
   EXPECT_THAT(patch.line, testing::StartsWith("PUT "));
   EXPECT_THAT(patch.headers, ElementsAre("Authorization: Bearer T", "Content-Type: application/json-patch+json"));
-  EXPECT_EQ(patch.body, std::string(R"([{"op":"add","path":"/tarvex-md5","value":")") + md5_of_abc + "\"}]");
+  EXPECT_EQ(patch.body, std::string(R"([{"op":"add","path":"/tarvex-md5","value":")") + MD5_OF_ABC + "\"}]");
   EXPECT_STREQ(cached("/s")->md5, MD5_OF_ABC);
 }
 

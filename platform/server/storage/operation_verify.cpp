@@ -147,7 +147,9 @@ bool missing_for_want_of_a_look(const operation& op, const exchange_summary& hea
 }  // namespace
 
 void note_default_code(operation& op, const exchange_summary& heard) {
-  op.default_code = heard.last.sent > 0 && status_may_pass(heard.last.status) ? 451 : 550;
+  // An answer that was lost makes what Box says to the repetition an effect of that.
+  const bool passing = heard.last.doubtful || (heard.last.sent > 0 && status_may_pass(heard.last.status));
+  op.default_code = passing ? 451 : 550;
 }
 
 void operation_verify(operation& op) {

@@ -51,6 +51,15 @@ spool::spool(spool&& other) noexcept
       size_(std::exchange(other.size_, 0)),
       disk_taken_(std::exchange(other.disk_taken_, 0)) {}
 
+spool& spool::operator=(spool&& other) noexcept {
+  std::swap(options_, other.options_);
+  std::swap(blocks_, other.blocks_);
+  std::swap(file_, other.file_);
+  std::swap(size_, other.size_);
+  std::swap(disk_taken_, other.disk_taken_);
+  return *this;
+}
+
 spool::~spool() {
   give_memory_back();
   if (disk_taken_ == 0) return;

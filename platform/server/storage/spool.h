@@ -24,13 +24,13 @@ struct spool_options {
 };
 
 /// Holds a stored file whose size is not known yet. The file has no name, so it is gone with its owner, however that
-/// ends. Movable (what was moved from may only be destroyed); one thread at a time.
+/// ends. Movable (what was moved from may only be destroyed or assigned to); one thread at a time.
 class spool {
  public:
   explicit spool(spool_options options) : options_(std::move(options)) {}
   ~spool();
   spool(spool&& other) noexcept;
-  spool& operator=(spool&&) = delete;
+  spool& operator=(spool&& other) noexcept;
 
   /// Adds bytes at the end.
   /// \return 0; `EFBIG` beyond the limit; `ENOMEM`; what making or writing the file failed with (`ENOSPC`, `EDQUOT`,
