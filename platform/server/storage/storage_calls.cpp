@@ -184,7 +184,7 @@ asio::awaitable<command_answer> storage_session::command(operation_subject subje
 
 asio::awaitable<outcome> storage_session::look_at_place(std::string verb, std::string path,
                                                         std::shared_ptr<place> found) {
-  operation op(*this, operation_kind::stat, {.verb = std::move(verb), .path = std::move(path)});
+  operation op(*this, operation_kind::stat, {.verb = std::move(verb), .path = std::move(path), .adds = true});
   op.work = [found](operation& started) { place_find(started, *found); };
   co_await run(op);
   co_return operation_outcome(op);
