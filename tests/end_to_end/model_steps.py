@@ -49,7 +49,9 @@ def random_fault(rng, verb):
         cut = "cut_request_after" if method in ("POST", "PUT") and "/api/" in path else "cut_answer_after"
         row[cut] = rng.choice((0, 1, 100, 5000))
     else:
-        row.update({"status": kind, "store": rng.random() < 0.3})
+        # A removal that Box confirms is believed: there is nothing to tell it from a lie.
+        done = method == "DELETE" and kind in (200, 204)
+        row.update({"status": kind, "store": done or rng.random() < 0.3})
         row.update(rng.choice(({"text": ""}, {"html": "<html>no</html>"}, {"body": {"code": "odd"}})))
     return {"kind": kind, "row": row}
 

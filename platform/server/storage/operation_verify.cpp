@@ -138,10 +138,16 @@ void verify_store(operation& op, const exchange_summary& heard) {
 }
 
 /// Whether the failure says that something is not there, or is, though the listing that would know it failed.
-bool missing_for_want_of_a_look(const operation& op, const exchange_summary& heard) {
-  const bool about_names = result_missing(op.result.get()) || result_class(op.result.get()) == "PATH_EXISTS";
+bool missing_for_want_of_a_look(operation& op, const exchange_summary& heard) {
+  const std::string_view word = result_class(op.result.get());
   const int status = heard.reads.status;
-  return about_names && heard.reads.sent > 0 && (status == 0 || (status >= 400 && status != 404));
+  if (heard.reads.sent == 0 || (!result_missing(op.result.get()) && word != "PATH_EXISTS")) return false;
+  if (status == 0 || (status >= 400 && status != 404)) return true;
+  if (word != "NOT_A_DIRECTORY" || !op.subject.adds) return false;
+  // What a storage could not list it takes for no folder; what it has seen as one is.
+  std::optional<item_stat> above;
+  const owned_result known = stat_inside(op, path_parent(op.subject.path), above);
+  return known.ok() ? above && above->folder() : !result_missing(known.get());
 }
 
 }  // namespace
