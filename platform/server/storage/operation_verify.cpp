@@ -144,8 +144,9 @@ bool missing_for_want_of_a_look(operation& op, const exchange_summary& heard) {
   if (heard.reads.sent == 0 || (!result_missing(op.result.get()) && word != "PATH_EXISTS")) return false;
   if (status == 0 || (status >= 400 && status != 404)) return true;
   if (word != "NOT_A_DIRECTORY" || !op.subject.adds) return false;
-  // What a storage could not list it takes for no folder; what it has seen as one is.
-  std::optional<item_stat> above;
+  // What a storage could not list it takes for no folder; what it has seen as one is, unless a file has the name itself.
+  std::optional<item_stat> above, taken;
+  if (stat_inside(op, op.subject.path, taken).ok() && taken) return false;
   const owned_result known = stat_inside(op, path_parent(op.subject.path), above);
   return known.ok() ? above && above->folder() : !result_missing(known.get());
 }
