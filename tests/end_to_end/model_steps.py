@@ -49,9 +49,10 @@ def random_fault(rng, verb):
         cut = "cut_request_after" if method in ("POST", "PUT") and "/api/" in path else "cut_answer_after"
         row[cut] = rng.choice((0, 1, 100, 5000))
     else:
-        # A removal that Box confirms is believed: there is nothing to tell it from a lie.
+        # A removal that Box confirms, and a plain refusal, are believed: there is nothing to tell them from a lie.
         done = method == "DELETE" and kind in (200, 204)
-        row.update({"status": kind, "store": done or rng.random() < 0.3})
+        refused = kind in (400, 403, 404, 409, 429)
+        row.update({"status": kind, "store": done or (rng.random() < 0.3 and not refused)})
         row.update(rng.choice(({"text": ""}, {"html": "<html>no</html>"}, {"body": {"code": "odd"}})))
     return {"kind": kind, "row": row}
 

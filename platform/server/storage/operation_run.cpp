@@ -70,6 +70,7 @@ void run_and_tell(operation& op) {
     if (op.subject.lists && ended_well(op)) view.note_listed(op.subject.path, when);
   } else {
     note_default_code(op, log.summary());
+    doubt_what_was_not_seen(op, log.summary());
   }
   log.end();
   if (touched(op)) enter(op, who_knows(op));

@@ -159,6 +159,11 @@ void note_default_code(operation& op, const exchange_summary& heard) {
   op.default_code = passing ? 451 : 550;
 }
 
+void doubt_what_was_not_seen(operation& op, const exchange_summary& heard) {
+  if (!op.result.ok() && missing_for_want_of_a_look(op, heard))
+    op.result = failure("TRY_AGAIN", "Box could not be asked what is at " + op.subject.path + "; try again.");
+}
+
 void operation_verify(operation& op) {
   const exchange_summary heard = op.storage.exchanges().summary();
   note_default_code(op, heard);
@@ -175,8 +180,7 @@ void operation_verify(operation& op) {
     verify_folder(op, heard);
   if (op.store && !op.result.ok() && (heard.deletes.status == 200 || heard.deletes.status == 204))
     op.remark = "The former " + op.subject.path + " is in the trash of Box.";
-  if (!op.result.ok() && missing_for_want_of_a_look(op, heard))
-    op.result = failure("TRY_AGAIN", "Box could not be asked what is at " + op.subject.path + "; try again.");
+  doubt_what_was_not_seen(op, heard);
 }
 
 }  // namespace tarvex::server
