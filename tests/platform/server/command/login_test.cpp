@@ -106,9 +106,10 @@ TEST_F(SessionTest, FailedLoginsSayWhetherToTryAgain) {
   for (const auto& row : rows) {
     script.start = [&row](auto op, auto*) {
       if (row.status >= 0) play({"GET", row.status});
-      const tarvex_result_t result = row.code == 0 ? TARVEX_FAILURE
-                                                   : tarvex_error_put(tarvex_gfs_ftp_response_error_construct(
-                                                         nullptr, nullptr, row.code, "WORD", "why"));
+      const tarvex_result_t result =
+          row.code == 0
+              ? TARVEX_FAILURE
+              : tarvex_error_put(tarvex_gfs_ftp_response_error_construct(nullptr, nullptr, row.code, "WORD", "why"));
       tarvex_gridftp_server_finished_session_start(op, result, nullptr, nullptr, nullptr);
     };
     connect();

@@ -60,7 +60,7 @@ TEST_F(SessionTest, WhatIsNotTheWholeFileIsNoSuccess) {
     tarvex_off_t offset = 0, length = 0;
     tarvex_gridftp_server_get_read_range(op, &offset, &length);
     tarvex_gridftp_server_begin_transfer(op, 0, nullptr);
-    if (!sent.empty()) EXPECT_TRUE(write_and_wait(op, sent, offset));
+    EXPECT_TRUE(sent.empty() || write_and_wait(op, sent, offset));
     tarvex_gridftp_server_finished_transfer(op, TARVEX_SUCCESS);
   };
   log_in();

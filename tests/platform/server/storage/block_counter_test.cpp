@@ -17,11 +17,11 @@ TEST(BlockCounter, KnowsWhereTheBlockBeginsThatWasNotFilled) {
   } rows[] = {
       {{{10, 10, 0, false}, {10, 10, 10, false}}, {}},
       {{{10, 10, 0, false}, {10, 0, 10, true}}, 10},
-      {{{10, 10, 0, false}, {10, 4, 10, false}, {6, 0, 14, true}}, 10},                    // within a block
+      {{{10, 10, 0, false}, {10, 4, 10, false}, {6, 0, 14, true}}, 10},  // within a block
       {{{10, 4, 0, false}, {6, 6, 4, false}, {10, 4, 10, false}, {6, 1, 14, true}}, 10},
-      {{{10, 4, 0, false}, {10, 3, 4, true}}, 4},                                          // not what was left over
-      {{{10, 4, 0, true}, {6, 0, 4, true}, {10, 0, 10, true}}, 0},                         // the first counts
-      {{{10, 10, 100, false}, {0, 0, 110, true}}, 100},  // asks for what is left of a full block
+      {{{10, 4, 0, false}, {10, 3, 4, true}}, 4},                   // not what was left over
+      {{{10, 4, 0, true}, {6, 0, 4, true}, {10, 0, 10, true}}, 0},  // the first counts
+      {{{10, 10, 100, false}, {0, 0, 110, true}}, 100},             // asks for what is left of a full block
   };
   int row_number = 0;
   for (const auto& row : rows) {

@@ -33,17 +33,12 @@ TEST_F(ChangeView, OthersChangesMakeStaleWhatLiesAtOrBelowThem) {
     const char *entered, *asked;
     bool stale, unseen;
   } rows[] = {
-      {OTHER, false, "/a", "/a", true, false},
-      {OTHER, false, "/a", "/a/b/c", true, false},
-      {OTHER, false, "/a/b", "/a", false, false},
-      {OTHER, false, "/a/b", "/a/bc", false, false},
+      {OTHER, false, "/a", "/a", true, false},    {OTHER, false, "/a", "/a/b/c", true, false},
+      {OTHER, false, "/a/b", "/a", false, false}, {OTHER, false, "/a/b", "/a/bc", false, false},
       {OTHER, false, "/", "/a", false, false},  // the root does not change
-      {OTHER, true, "/a/b", "/a/b", false, true},
-      {OTHER, true, "/a", "/a/b", false, false},
-      {I, false, "/a", "/a/b", false, false},
-      {I, true, "/a", "/a", false, false},
-      {NOBODY, false, "/a", "/a/b", true, false},
-      {NOBODY, true, "/a", "/a", false, true},
+      {OTHER, true, "/a/b", "/a/b", false, true}, {OTHER, true, "/a", "/a/b", false, false},
+      {I, false, "/a", "/a/b", false, false},     {I, true, "/a", "/a", false, false},
+      {NOBODY, false, "/a", "/a/b", true, false}, {NOBODY, true, "/a", "/a", false, true},
   };
   int account = 0;
   for (const auto& row : rows) {

@@ -80,8 +80,8 @@ TEST(Spool, AllSessionsSpoolsHoldNoMoreTogetherThanTheyMay) {
   budget->memory_limit_bytes = 2 * MIB;
   budget->disk_limit_bytes = 3 * MIB;
   const auto make = [&](std::size_t share) {
-    return std::make_unique<spool>(spool_options{
-        .memory_bytes = 10 * MIB, .directory = folder.path(), .budget = budget.get(), .share = share});
+    return std::make_unique<spool>(
+        spool_options{.memory_bytes = 10 * MIB, .directory = folder.path(), .budget = budget.get(), .share = share});
   };
   const auto held = [&](std::size_t share) {
     return std::pair(budget->shares[share].memory_bytes / MIB, budget->shares[share].disk_bytes / MIB);

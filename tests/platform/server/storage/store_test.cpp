@@ -297,7 +297,8 @@ TEST_F(StoreTest, AnnouncedDataAreHereBeforeWhatExistsIsTouched) {
       command(allo);
       expect("STOR file", "150 ");
       if (comes) data.write("some");
-      if (comes) while (command("STAT").find(" 4 bytes received") == std::string::npos) continue;
+      if (comes)
+        while (command("STAT").find(" 4 bytes received") == std::string::npos) continue;
       expect("ABOR", "426 ");
       expect_reply("226 ");
       EXPECT_EQ(calls, 0) << allo << comes;

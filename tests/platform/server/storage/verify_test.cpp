@@ -201,9 +201,9 @@ TEST_F(VerifyTest, RefusedChangesLeaveADoubtToo) {
   EXPECT_EQ(starts, 1);
   busy_start = true;
   others_change("/file");
-  expect({{"SIZE file", "451 "}, {"CWD /dir", "250 "}});
+  expect({{"SIZE /file", "451 "}, {"CWD /dir", "250 "}});
   busy_start = false;
-  expect("SIZE file", "213 ");
+  expect("SIZE /file", "213 ");
 }
 
 /// That something is missing, or there, is said only after a look that succeeded.
@@ -268,10 +268,8 @@ TEST_F(VerifyTest, StoresThatBoxWasTooBusyForAreRunAgain) {
     int calls;
     const char* reply;
   } rows[] = {
-      {"NOOP", {upload(429)}, false, 2, "226 "},
-      {"NOOP", {upload(429)}, true, 1, "451 TOO_BUSY"},
-      {"NOOP", {commit(429)}, false, 1, "451 TOO_BUSY"},
-      {"NOOP", {upload(0), upload(429)}, false, 1, "451 TOO_BUSY"},
+      {"NOOP", {upload(429)}, false, 2, "226 "},           {"NOOP", {upload(429)}, true, 1, "451 TOO_BUSY"},
+      {"NOOP", {commit(429)}, false, 1, "451 TOO_BUSY"},   {"NOOP", {upload(0), upload(429)}, false, 1, "451 TOO_BUSY"},
       {"ALLO 5", {upload(429)}, false, 1, "451 TOO_BUSY"},
   };
   for (const auto& row : rows) {
