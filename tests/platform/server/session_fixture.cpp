@@ -5,6 +5,7 @@
 #include "storage/change_slots.h"
 #include "storage/change_view.h"
 #include "storage/plugin.h"
+#include "tarvex_exchange.h"
 
 #include <crypt.h>
 #include <sys/stat.h>
@@ -103,6 +104,7 @@ SessionTest::SessionTest() : server_(std::make_unique<server_side>()) {
                                          "\"\ncredential = \"" + folder_.path("alice.json") + "\"\n");
   chmod(config.accounts_file.c_str(), 0600);
   config.storage_dsi = "scripted";
+  config.end_grace_ms = 0;
   server_->storage.module = &MODULE;
 }
 
@@ -184,6 +186,21 @@ std::string SessionTest::fetch(const std::string& line) {
 
 bool SessionTest::ended() {
   return server_->status.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+}
+
+void play(const exchange& over) {
+  const auto* const observer = static_cast<const tarvex_exchange_observer_t*>(
+      tarvex_extension_registry_lookup(&tarvex_i_exchange_observer_registry, TARVEX_EXCHANGE_OBSERVER_NAME));
+  ASSERT_NE(observer, nullptr);
+  tarvex_exchange_t about{};
+  about.method = over.method;
+  about.request_type = over.type;
+  about.digest = over.digest;
+  about.authorised = true;
+  EXPECT_EQ(observer->gate(observer->user_arg, &about), TARVEX_SUCCESS);
+  about.status = over.status;
+  about.may_have_arrived = over.status == 0;
+  observer->observe(observer->user_arg, &about);
 }
 
 void answer_item(tarvex_gfs_operation_t op, bool folder, tarvex_off_t size) {

@@ -76,6 +76,16 @@ class SessionTest : public ::testing::Test {
   std::unique_ptr<server_side> server_;
 };
 
+/// A request of the storage's to Box, and its answer, as a REST client tells of them.
+struct exchange {
+  const char* method = "GET";
+  int status = 200;  ///< 0: no answer came, and the request may have arrived
+  const char* type = nullptr;
+  const char* digest = nullptr;
+};
+/// Tells the server.
+void play(const exchange& over);
+
 /// Answers a stat with one entry.
 void answer_item(tarvex_gfs_operation_t op, bool folder, tarvex_off_t size);
 /// Answers a listing in batches: "." and then `count` files "f0", "f1", ...

@@ -59,7 +59,7 @@ TEST_F(SessionTest, FailedListingsAreNoSuccess) {
     if (begun) tarvex_gridftp_server_finished_stat_partial(op, TARVEX_SUCCESS, &entry, 1);
     tarvex_gridftp_server_finished_stat(op, begun ? not_found("/") : tarvex_result_t{TARVEX_FAILURE}, nullptr, 0);
   };
-  expect("NLST", "500 Operation failed.\r\n");
+  expect("NLST", "550 Operation failed.\r\n");
   begun = true;
   EXPECT_THAT(fetch("NLST"), testing::AnyOf("", "first\r\n"));
   expect_reply("550-");

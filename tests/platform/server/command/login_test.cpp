@@ -94,6 +94,31 @@ TEST_F(SessionTest, StorageMayRefuseALoginAndTakeTheNext) {
           {"PWD", "257 \"/dir\" is the current folder.\r\n"}});
 }
 
+/// 530 is for a credential that was refused; clients do not try that again.
+TEST_F(SessionTest, FailedLoginsSayWhetherToTryAgain) {
+  const struct {
+    int status;  ///< of Box's answer; -1: it was not asked
+    int code;    ///< of the storage's error; 0: it has none
+    const char* reply;
+  } rows[] = {
+      {401, 550, "530-"}, {429, 550, "421-"}, {503, 500, "421-"}, {0, 0, "421 "}, {-1, 0, "530 "}, {-1, 421, "421-"},
+  };
+  for (const auto& row : rows) {
+    script.start = [&row](auto op, auto*) {
+      if (row.status >= 0) play({"GET", row.status});
+      const tarvex_result_t result =
+          row.code == 0
+              ? TARVEX_FAILURE
+              : tarvex_error_put(tarvex_gfs_ftp_response_error_construct(nullptr, nullptr, row.code, "WORD", "why"));
+      tarvex_gridftp_server_finished_session_start(op, result, nullptr, nullptr, nullptr);
+    };
+    connect();
+    expect({{"USER alice", "331 "}, {"PASS secret", row.reply}});
+    EXPECT_TRUE(row.reply[0] == '5' || ended());
+    close_session();
+  }
+}
+
 TEST_F(SessionTest, HandsOverConfigurationData) {
   config.storage_policy = "{\"rate\": 1}";
   std::vector<std::string> values;

@@ -3,6 +3,7 @@
 namespace tarvex::server::test {
 namespace {
 
+/// The file has five bytes.
 TEST_F(SessionTest, RestartOffsetIsUsedOnce) {
   std::vector<tarvex_off_t> asked;
   script.send = [&](auto op, auto*) {
@@ -11,36 +12,93 @@ TEST_F(SessionTest, RestartOffsetIsUsedOnce) {
     tarvex_gridftp_server_get_read_range(op, &offset, &length);
     asked.push_back(offset);
     EXPECT_EQ(length, -1);
+    EXPECT_TRUE(write_and_wait(op, std::string("hello").substr(static_cast<std::size_t>(offset)), offset));
     tarvex_gridftp_server_get_read_range(op, &offset, &length);
     EXPECT_EQ(length, 0);
     tarvex_gridftp_server_finished_transfer(op, TARVEX_SUCCESS);
   };
   log_in();
+  using offsets = std::vector<tarvex_off_t>;
   const struct {
     std::vector<std::pair<std::string, std::string>> lines;
-    tarvex_off_t expected;
+    offsets expected;
+    const char* reply;
   } rows[] = {
-      {{{"REST 100", "350 "}}, 100},
-      {{}, 0},
-      {{{"REST 9223372036854775807", "350 "}}, 9223372036854775807},
-      {{{"REST 9223372036854775808", "501 "}}, 0},
-      {{{"REST 7", "350 "}, {"REST -1", "501 "}}, 0},
-      {{{"REST 7", "350 "}, {"REST 7x", "501 "}}, 0},
-      {{{"REST 7", "350 "}, {"TYPE I", "200 "}}, 7},
-      {{{"REST 7", "350 "}, {"SIZE file", "213 "}}, 0},
+      {{{"REST 3", "350 "}}, {3}, "226 "},
+      {{}, {0}, "226 "},
+      {{{"REST 5", "350 "}}, {}, "226 Transfer complete; 0 bytes"},  // storages refuse to send nothing
+      {{{"REST 9223372036854775808", "501 "}}, {0}, "226 "},
+      {{{"REST 2", "350 "}, {"REST -1", "501 "}}, {0}, "226 "},
+      {{{"REST 2", "350 "}, {"REST 2x", "501 "}}, {0}, "226 "},
+      {{{"REST 2", "350 "}, {"TYPE I", "200 "}}, {2}, "226 "},
+      {{{"REST 2", "350 "}, {"SIZE file", "213 "}}, {0}, "226 "},
   };
   for (const auto& row : rows) {
+    asked.clear();
     const loopback_socket early = passive();
     expect(row.lines);
     expect("RETR file", "150 ");
-    expect_reply("226 ");
-    EXPECT_EQ(asked.back(), row.expected) << testing::PrintToString(row.lines);
+    expect_reply(row.reply);
+    EXPECT_EQ(asked, row.expected) << testing::PrintToString(row.lines);
+  }
+}
+
+/// A transfer is complete when as many bytes went out as the file has; when others change it, as it has by now.
+TEST_F(SessionTest, WhatIsNotTheWholeFileIsNoSuccess) {
+  tarvex_off_t listed = 0, known = 5;
+  std::string sent;
+  script.stat = [&](auto op, tarvex_gfs_stat_info_t* info) {
+    const bool folder = std::string_view(info->pathname) == "/";
+    if (info->file_only) return answer_item(op, folder, folder ? 0 : known);
+    std::string name = listed == 0 ? "other" : "file";
+    tarvex_gridftp_server_control_stat_t entry{};
+    entry.name = name.data();
+    entry.size = listed;
+    tarvex_gridftp_server_finished_stat(op, TARVEX_SUCCESS, &entry, 1);
+  };
+  script.send = [&](auto op, auto*) {
+    tarvex_off_t offset = 0, length = 0;
+    tarvex_gridftp_server_get_read_range(op, &offset, &length);
+    tarvex_gridftp_server_begin_transfer(op, 0, nullptr);
+    EXPECT_TRUE(sent.empty() || write_and_wait(op, sent, offset));
+    tarvex_gridftp_server_finished_transfer(op, TARVEX_SUCCESS);
+  };
+  log_in();
+  const struct {
+    const char *rest, *sent;
+    tarvex_off_t listed;  ///< the size that a look again shows; 0: it is gone
+    const char *first, *last;
+  } rows[] = {
+      {"NOOP", "hello", 0, "150 ", "226 "},
+      {"NOOP", "", 5, "150 ", "451 The storage sent the file up to byte 0, though it has 5 bytes"},
+      {"NOOP", "hell", 5, "150 ", "451 "},
+      {"NOOP", "{\"error\": 1}", 5, "150 ", "451 "},
+      {"NOOP", "hell", 0, "150 ", "451 "},
+      {"NOOP", "longer", 6, "150 ", "226 "},
+      {"REST 3", "lo", 0, "150 ", "226 "},
+      {"REST 3", "hello", 5, "150 ", "451 "},
+      {"REST 6", "x", 7, "150 ", "226 "},
+      {"REST 6", "", 6, "150 ", "226 Transfer complete; 0 bytes"},
+      {"REST 6", "", 5, "551 The file has 5 bytes", "200 "},
+      {"REST 9223372036854775807", "", 5, "551 ", "200 "},
+      {"REST 6", "", 0, "550 ", "200 "},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::Message() << row.rest << " " << row.sent << row.listed);
+    sent = row.sent;
+    listed = row.listed;
+    const loopback_socket data = passive();
+    command(row.rest);
+    expect("RETR file", row.first);
+    if (row.last[0] == '2' && row.last[1] == '0') control.write("NOOP\r\n");
+    expect_reply(row.last);
   }
 }
 
 /// A download that is tried again goes on where it stopped; one that leaves bytes out fails.
 TEST_F(SessionTest, SentBytesAreTrimmedAndGapsRefused) {
   bool gap = false;
+  script.stat = [](auto op, auto*) { answer_item(op, false, 60); };
   script.send = [&](auto op, auto*) {
     tarvex_off_t offset = 0, length = 0;
     tarvex_gridftp_server_get_read_range(op, &offset, &length);
@@ -59,7 +117,7 @@ TEST_F(SessionTest, SentBytesAreTrimmedAndGapsRefused) {
     const loopback_socket data = passive();
     expect({{"REST 50", "350 "}, {"RETR file", "150 "}});
     EXPECT_EQ(data.read_all(), with_gap ? "01234567" : "0123456789");
-    expect_reply(with_gap ? "500 " : "226 ");
+    expect_reply(with_gap ? "550 " : "226 ");
   }
 }
 
@@ -71,6 +129,7 @@ TEST_F(SessionTest, OutstandingWritesAreSentBeforeTheEnd) {
   std::string expected;
   for (int i = 0; i < BLOCKS; ++i) expected += blocks.emplace_back(BLOCK, static_cast<char>('a' + i));
   std::vector<unsigned char*> done;
+  script.stat = [&](auto op, auto*) { answer_item(op, false, static_cast<tarvex_off_t>(expected.size())); };
   script.send = [&](auto op, auto*) {
     tarvex_gridftp_server_begin_transfer(op, 0, nullptr);
     for (std::size_t i = 0; i < blocks.size(); ++i) {

@@ -125,7 +125,7 @@ TEST_F(StoreTest, HopelessStoresAreRefusedBeforeAnythingIsTouched) {
   } const rows[] = {
       {{"STOR new"}, "425 "},
       {{"EPSV", "STOR missing/new"}, "550-PATH_NOT_FOUND\r\n550-GridFTP-Path: \"/missing\"\r\n550 End.\r\n"},
-      {{"EPSV", "STOR file/new"}, "553-NOT_A_DIRECTORY\r\n553-GridFTP-Path: \"/file\"\r\n553 End.\r\n"},
+      {{"EPSV", "STOR file/new"}, "550-PATH_NOT_FOUND\r\n550-GridFTP-Path: \"/file/new\"\r\n550 End.\r\n"},
       {{"EPSV", "STOR dir"}, "553 "},
       {{"EPSV", "STOR /"}, "553 "},
       {{"EPSV", "APPE file"}, "553 "},

@@ -48,9 +48,11 @@ class InterruptionTest : public SessionTest {
   void expect_life() {
     script.send = [](auto op, auto*) {
       EXPECT_FALSE(tarvex_cancel_requested());
+      tarvex_gridftp_server_begin_transfer(op, 0, nullptr);
+      EXPECT_TRUE(write_and_wait(op, "hello", 0));
       tarvex_gridftp_server_finished_transfer(op, TARVEX_SUCCESS);
     };
-    EXPECT_EQ(fetch("RETR file"), "");
+    EXPECT_EQ(fetch("RETR file"), "hello");
     expect_reply("226 ");
     expect("ABOR", "225 ");
   }
