@@ -86,6 +86,7 @@ asio::awaitable<void> conversation::serve() {
 /// now is, as long as nothing waits before it.
 void conversation::attend() {
   if (!busy_) return;
+  if (!client_.control.lines().empty()) client_.note_line();
   for (auto& line : client_.control.lines())
     if (line.abort && !line.aborted) line.aborted = client_.storage.cancel(426, "Transfer aborted.");
   while (!client_.control.lines().empty() && command_need_not_wait(client_.control.lines().front())) {

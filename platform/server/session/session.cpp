@@ -43,7 +43,7 @@ std::shared_ptr<transfer> session::make_transfer(const std::string& path) {
       .stall_limit = std::chrono::seconds(config.idle_timeout_s),
       .opening = [this, path] { reply(150, "Opening data connection for " + path + "."); },
       .present = [this] { return control.present(); },
-      .speaks = [this] { return !control.lines().empty(); },
+      .speaks = [this](std::chrono::steady_clock::time_point since) { return last_line_ > since; },
       .end_grace = end_grace(),
   });
 }

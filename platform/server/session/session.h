@@ -45,6 +45,9 @@ class session {
   /// A use of the data channel for a command about `path`.
   std::shared_ptr<transfer> make_transfer(const std::string& path);
 
+  /// The client has said something.
+  void note_line() { last_line_ = std::chrono::steady_clock::now(); }
+
   /// Ends the session: cancels what runs, sends what is waiting. `log_reason` goes to the log.
   void end(std::string_view log_reason);
   bool ending() const { return ending_; }
@@ -64,6 +67,7 @@ class session {
   std::chrono::milliseconds end_grace() const;
 
   bool ending_ = false;
+  std::chrono::steady_clock::time_point last_line_;
   std::function<void()> ending_call_, sent_call_;
   wake end_wake_;
 };

@@ -37,11 +37,14 @@ bool change_view::stale(std::string_view path) const {
   return false;
 }
 
-bool change_view::addition_unseen(std::string_view path) const {
-  if (!slots_) return false;
+/// The count when the folder of `path` was last listed.
+std::uint64_t change_view::seen_since(std::string_view path) const {
   const auto listed = listed_.find(path_parent(path));
-  const std::uint64_t since = listed == listed_.end() ? opened_ : std::max(opened_, listed->second);
-  return !known(change_slot(*slots_, account_, path).added, since);
+  return listed == listed_.end() ? opened_ : std::max(opened_, listed->second);
+}
+
+bool change_view::addition_unseen(std::string_view path) const {
+  return slots_ && !known(change_slot(*slots_, account_, path).added, seen_since(path));
 }
 
 void change_view::note_listed(const std::string& folder, std::uint64_t when) {
@@ -51,16 +54,23 @@ void change_view::note_listed(const std::string& folder, std::uint64_t when) {
   listed_[folder] = when;
 }
 
-std::uint64_t change_view::stamp(maker by) {
-  return change_stamp{++slots_->count, by == maker::self ? tag_ : change_stamp::NOBODY}.word();
+/// What somebody else has entered, and this session has not seen, must not be hidden by its own: nobody knows both.
+void change_view::enter(std::atomic<std::uint64_t>& word, std::uint64_t since, maker by) {
+  const std::uint64_t number = ++slots_->count;
+  std::uint64_t before = word;
+  while (true) {
+    const bool mine = by == maker::self && known(before, since);
+    const std::uint64_t later = std::max(number, change_stamp::of(before).number);
+    if (word.compare_exchange_weak(before, change_stamp{later, mine ? tag_ : change_stamp::NOBODY}.word())) return;
+  }
 }
 
 void change_view::enter_change(std::string_view path, maker by) {
-  if (slots_) change_slot(*slots_, account_, path).changed = stamp(by);
+  if (slots_) enter(change_slot(*slots_, account_, path).changed, opened_, by);
 }
 
 void change_view::enter_addition(std::string_view path, maker by) {
-  if (slots_) change_slot(*slots_, account_, path).added = stamp(by);
+  if (slots_) enter(change_slot(*slots_, account_, path).added, seen_since(path), by);
 }
 
 }  // namespace tarvex::server

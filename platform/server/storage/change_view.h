@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -40,8 +41,9 @@ class change_view {
   void enter_addition(std::string_view path, maker by);
 
  private:
+  std::uint64_t seen_since(std::string_view path) const;
   bool known(std::uint64_t word, std::uint64_t since) const;
-  std::uint64_t stamp(maker by);
+  void enter(std::atomic<std::uint64_t>& word, std::uint64_t since, maker by);
 
   change_slots* slots_ = nullptr;
   std::string account_;

@@ -62,9 +62,14 @@ spool& spool::operator=(spool&& other) noexcept {
 
 spool::~spool() {
   give_memory_back();
-  if (disk_taken_ == 0) return;
+  give_disk_back(disk_taken_);
+}
+
+void spool::give_disk_back(std::uint64_t bytes) {
+  if (!options_.budget || bytes == 0) return;
   spool_budget& all = *options_.budget;
-  budget_give_back(all.total.disk_bytes, all.shares[options_.share].disk_bytes, disk_taken_);
+  budget_give_back(all.total.disk_bytes, all.shares[options_.share].disk_bytes, bytes);
+  disk_taken_ -= bytes;
 }
 
 bool spool::take_memory() {
@@ -95,10 +100,16 @@ int spool::append(std::span<const std::byte> bytes) {
   if (in_memory() && bytes.size() <= options_.memory_bytes - size_) error = append_to_memory(bytes);
   if (error == EAGAIN) {
     error = in_memory() ? move_to_file() : 0;
-    if (error == 0 && !take_disk(bytes.size())) error = EDQUOT;
-    if (error == 0) error = write_all(file_.get(), bytes, size_);
+    if (error == 0) error = append_to_file(bytes);
   }
   if (error == 0) size_ += bytes.size();
+  return error;
+}
+
+int spool::append_to_file(std::span<const std::byte> bytes) {
+  if (!take_disk(bytes.size())) return EDQUOT;
+  const int error = write_all(file_.get(), bytes, size_);
+  if (error != 0) give_disk_back(bytes.size());
   return error;
 }
 
@@ -131,11 +142,14 @@ std::span<std::byte> spool::memory_at(std::uint64_t offset) const {
 int spool::move_to_file() {
   if (!take_disk(size_)) return EDQUOT;
   descriptor file = open_unnamed(options_.directory.empty() ? default_directory() : options_.directory);
-  if (file.get() < 0) return errno;
-  for (std::uint64_t offset = 0; offset < size_; offset += BLOCK_BYTES) {
+  int error = file ? 0 : errno;
+  for (std::uint64_t offset = 0; error == 0 && offset < size_; offset += BLOCK_BYTES) {
     const std::size_t held = static_cast<std::size_t>(std::min<std::uint64_t>(BLOCK_BYTES, size_ - offset));
-    const int error = write_all(file.get(), memory_at(offset).first(held), offset);
-    if (error != 0) return error;
+    error = write_all(file.get(), memory_at(offset).first(held), offset);
+  }
+  if (error != 0) {
+    give_disk_back(size_);
+    return error;
   }
   file_ = std::move(file);
   give_memory_back();

@@ -53,6 +53,8 @@ class spool {
   [[nodiscard]] bool take_memory();
   [[nodiscard]] bool take_disk(std::uint64_t bytes);
   void give_memory_back();
+  void give_disk_back(std::uint64_t bytes);
+  [[nodiscard]] int append_to_file(std::span<const std::byte> bytes);
   [[nodiscard]] int append_to_memory(std::span<const std::byte> bytes);
   [[nodiscard]] int move_to_file();
   /// What is held in memory from `offset` on, up to the end of a block.

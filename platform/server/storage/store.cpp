@@ -199,7 +199,7 @@ bool store::read_spooled(data_read wanted) {
 /// Passes the end on once it counts: when the grace is over and the client is there, or has said something since.
 void store::pass_end(data_read wanted, read_outcome outcome) {
   if (!channel_->client_present()) channel_->note_failure(426, CLIENT_GONE);
-  const bool counts = std::chrono::steady_clock::now() >= end_counts_ || channel_->client_speaks();
+  const bool counts = std::chrono::steady_clock::now() >= end_counts_ || channel_->client_speaks(end_counts_ - channel_->end_grace());
   if (counts || channel_->broken()) {
     {
       const std::lock_guard lock(feed_mutex_);

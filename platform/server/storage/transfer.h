@@ -22,7 +22,8 @@ struct transfer_client {
   std::chrono::milliseconds stall_limit;  ///< how long nothing may move on the data connection
   std::function<void()> opening;          ///< says that the data connection is about to be opened (150)
   std::function<bool()> present;          ///< whether the client's control connection is there
-  std::function<bool()> speaks;           ///< whether the client has said something that waits to be dealt with
+  /// Whether the client has said something since then.
+  std::function<bool(std::chrono::steady_clock::time_point since)> speaks;
   std::chrono::milliseconds end_grace;    ///< how long a client that is dead may look alive
 };
 
@@ -49,7 +50,7 @@ class transfer : public std::enable_shared_from_this<transfer> {
   [[nodiscard]] bool push_text(std::string text);
   data_receiver& receiver() { return *receiver_; }           ///< of one that receives
   bool client_present() const { return client_.present(); }  ///< I/O thread
-  bool client_speaks() const { return client_.speaks(); }    ///< I/O thread
+  bool client_speaks(std::chrono::steady_clock::time_point since) const { return client_.speaks(since); }    ///< I/O thread
   std::chrono::milliseconds end_grace() const { return client_.end_grace; }
   bool broken() const { return broken_; }  ///< a failure was noted
   bool receives() const { return receiver_ != nullptr; }
