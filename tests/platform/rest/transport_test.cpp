@@ -54,6 +54,14 @@ TEST(Transport, ReportsARefusedConnection) {
               testing::MatchesRegex("The server did not answer: Connection refused \\(127.0.0.1:[0-9]+\\)"));
 }
 
+TEST(Transport, GoesOnAfterANameThatDidNotResolve) {
+  const rest_call lost = rest_call{.url = "http://files.invalid/"}.run();
+  EXPECT_TRUE(!lost.succeeded && lost.retryable) << lost.message;
+  scripted_server server({{answer(200, "body")}});
+  const rest_call call = rest_call{.url = server.url()}.run();
+  EXPECT_EQ(call.body, "body") << call.message;
+}
+
 TEST(Transport, ReadsAnAnswerInAnyPiecesAndNoPrefixOfIt) {
   const std::string whole = answer(200, "body", "A: b\r\n");
   std::vector<reply> replies;
