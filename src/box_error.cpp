@@ -117,6 +117,32 @@ char* tarvex_l_box_error_printable(tarvex_object_t* error) {
   }
 }
 
+/// Box may send empty values, which do not print.
+char* tarvex_l_box_response_printable(tarvex_object_t* error) {
+  const auto* const info = static_cast<const key_array*>(tarvex_object_get_instance_data(error));
+  try {
+    return strdup(info != nullptr ? tarvex_l_box_printed(*info).c_str() : "");
+  } catch (...) {
+    return nullptr;
+  }
+}
+
+/// A box error with what Box answered: any list of pairs prints.
+const tarvex_object_type_t RESPONSE_ERROR_TYPE = {
+    .parent_type = &TARVEX_BOX_ERROR_TYPE_DEFINITION,
+    .copy_func = tarvex_l_box_error_copy,
+    .destructor = tarvex_l_box_error_free,
+    .class_data = reinterpret_cast<void*>(tarvex_l_box_response_printable),
+};
+
+tarvex_object_t* tarvex_l_box_construct(const tarvex_object_type_t& type, const key_array* info) {
+  const tarvex::box::trace_scope scope("tarvex_box_error_construct");
+  tarvex::object_ptr object(tarvex_object_construct(&type));
+  if (tarvex_box_error_initialize(object.get(), nullptr, nullptr, info) == nullptr) object.reset();
+  scope.leave();
+  return object.release();
+}
+
 key_value* tarvex_l_box_pair_find(key_array& info, const char* key) {
   for (size_t i = 0; i < info.count; ++i) {
     key_value& pair = info.key_value[i];
@@ -159,16 +185,9 @@ const tarvex_object_type_t TARVEX_BOX_ERROR_TYPE_DEFINITION = {
 
 extern "C" {
 
-tarvex_object_t* tarvex_box_error_construct(const tarvex_module_descriptor_t* module, tarvex_object_t* cause,
+tarvex_object_t* tarvex_box_error_construct(const tarvex_module_descriptor_t*, tarvex_object_t*,
                                             const tarvex_dsi_rest_key_array_t* info) {
-  const tarvex::box::trace_scope scope;
-  tarvex_object_t* object = tarvex_object_construct(&TARVEX_BOX_ERROR_TYPE_DEFINITION);
-  if (object != nullptr && tarvex_box_error_initialize(object, module, cause, info) == nullptr) {
-    tarvex_object_free(object);
-    object = nullptr;
-  }
-  scope.leave();
-  return object;
+  return tarvex_l_box_construct(TARVEX_BOX_ERROR_TYPE_DEFINITION, info);
 }
 
 tarvex_object_t* tarvex_box_error_initialize(tarvex_object_t* object, const tarvex_module_descriptor_t*,
@@ -217,3 +236,11 @@ void tarvex_box_error_add_info(tarvex_object_t* error, const tarvex_dsi_rest_key
 }
 
 }  // extern "C"
+
+namespace tarvex::box {
+
+tarvex_object_t* error_response_info(const tarvex_dsi_rest_key_array_t& info) {
+  return tarvex_l_box_construct(RESPONSE_ERROR_TYPE, &info);
+}
+
+}  // namespace tarvex::box

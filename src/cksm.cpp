@@ -71,6 +71,12 @@ tarvex_result_t tarvex_l_box_fetch(cksm_command& command) {
   return tarvex_box_path_resolve(command.box, command.info->pathname, &command.item, nullptr);
 }
 
+void tarvex_l_box_digests_begin(tarvex_i_box_cksm_state_t& state) {
+  state.total_bytes = 0;
+  tarvex::box::md5_begin(state.md5_ctx);
+  tarvex::box::sha1_begin(state.sha_ctx);
+}
+
 /// Downloads the range once into the digests.
 tarvex_result_t tarvex_l_box_download(const cksm_command& command, tarvex_i_box_cksm_state_t& state) {
   const auto range = tarvex::box::range_headers(command.info->cksm_offset, command.info->cksm_length);
@@ -84,11 +90,15 @@ tarvex_result_t tarvex_l_box_download(const cksm_command& command, tarvex_i_box_
       .url = content.location,
       .headers = range,
       .reads_document = false,
-      .read = tarvex_i_box_cksm_cb,  // a second attempt feeds the same digests on, on purpose
+      .read = tarvex_i_box_cksm_cb,  // by default a second attempt feeds the same digests on, on purpose
       .read_arg = &state,
       .shared_retries = &retries,
       .pacing = &command.box->user_retry,
-      .before_attempt = [&] { tarvex_l_box_progress(state); },
+      .before_attempt =
+          [&] {
+            if (tarvex_i_box_cksm_restart == 1) tarvex_l_box_digests_begin(state);
+            tarvex_l_box_progress(state);
+          },
   };
   tarvex::box::answer ignored;
   return request_perform(command.box, call, ignored);
@@ -110,8 +120,7 @@ tarvex_result_t tarvex_l_box_compute(cksm_command& command) {
   state.op = command.op;
   tarvex_gridftp_server_get_update_interval(command.op, &state.response_freq);
   if (state.response_freq > 0) state.response_due = tarvex_l_box_seconds() + state.response_freq;
-  tarvex::box::md5_begin(state.md5_ctx);
-  tarvex::box::sha1_begin(state.sha_ctx);
+  tarvex_l_box_digests_begin(state);
   if (command.info->cksm_length != 0) {
     do {  // an explicit length is hashed again and again until a request fails, on purpose
       const tarvex_result_t result = tarvex_l_box_download(command, state);

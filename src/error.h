@@ -56,6 +56,9 @@ struct error_place {
 /// A box error with these pairs, the caller's; null when memory is out.
 [[nodiscard]] tarvex_object_t* error_info(std::initializer_list<tarvex_dsi_rest_key_value_t> pairs);
 
+/// A box error with pairs out of an answer of Box, whose values may be empty; null when memory is out.
+[[nodiscard]] tarvex_object_t* error_response_info(const tarvex_dsi_rest_key_array_t& info);
+
 /// A pair for `error_info` and the REST client, which take writable strings and write to none.
 tarvex_dsi_rest_key_value_t pair(const char* key, const char* value);
 

@@ -69,6 +69,8 @@ tarvex_box_path_info_t* tarvex_box_path_cache_query(tarvex_hashtable_t* cache, c
 
 tarvex_result_t tarvex_box_path_cache_remove(tarvex_hashtable_t* cache, const char* path) {
   return traced([&]() -> tarvex_result_t {
+    // The root's record stays for the session's life: nothing would find a path again without it.
+    if (std::strcmp(path, "/") == 0) return TARVEX_SUCCESS;
     tarvex_box_path_info_free(static_cast<tarvex_box_path_info_t*>(tarvex_hashtable_remove(cache, path_key(path))));
     return TARVEX_SUCCESS;
   });

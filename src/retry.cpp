@@ -88,8 +88,7 @@ extern "C" {
 
 void tarvex_i_box_retry_state_create(const char* name, int per_second, tarvex_box_retry_t* retry) {
   const tarvex::box::trace_scope scope;
-  // A rate of 0 is a fault of the caller; the policy cannot set it.
-  retry->delay = static_cast<unsigned>(1000000 / per_second);
+  retry->delay = per_second != 0 ? static_cast<unsigned>(1000000 / per_second) : 0;
   const tarvex::box::shared_file file = tarvex::box::shared_file_open(tarvex_i_box_retry_path, name, PACING_FILE);
   retry->fd = file.fd;
   retry->shared = static_cast<tarvex_box_retry_shared_s*>(file.start);

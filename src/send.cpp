@@ -39,11 +39,18 @@ tarvex_result_t tarvex_l_box_send_range(tarvex_gfs_operation_t op, tarvex_box_se
                                {.op = op, .offset = start_byte, .length = byte_count, .eof = false});
 }
 
+/// Ends what the REST client remembers of the operation, before it is finished.
+struct reading_scope {
+  tarvex_gfs_operation_t op;
+  ~reading_scope() { tarvex_dsi_rest_operation_over(op); }
+};
+
 tarvex_result_t tarvex_l_box_send(tarvex_gfs_operation_t op, tarvex_box_session_t* box, const char* pathname) {
   tarvex_box_path_info_t* path_info = nullptr;
   tarvex_result_t result = tarvex_box_token_refresh(box, op);
   if (result == TARVEX_SUCCESS) result = tarvex_box_path_resolve(box, pathname, &path_info, nullptr);
   if (result != TARVEX_SUCCESS) return result;
+  const reading_scope scope = {op};
   tarvex_gridftp_server_begin_transfer(op, 0, nullptr);
   tarvex_off_t start_byte = 0;
   tarvex_off_t byte_count = 0;

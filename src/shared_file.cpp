@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <optional>
 
 namespace tarvex::box {
 
@@ -18,9 +19,11 @@ namespace {
 
 constexpr int OPEN_ATTEMPTS = 10;
 
-bool tarvex_l_box_size_is(int fd, size_t size) {
+/// Whether the file has that size; nothing when it cannot be told.
+std::optional<bool> tarvex_l_box_size_is(int fd, size_t size) {
   struct stat status {};
-  return fstat(fd, &status) == 0 && status.st_size == static_cast<off_t>(size);
+  if (fstat(fd, &status) != 0) return std::nullopt;
+  return status.st_size == static_cast<off_t>(size);
 }
 
 int tarvex_l_box_open(const std::string& path) {
@@ -70,16 +73,16 @@ bool tarvex_l_box_initialise(int& fd, const shared_file_kind& kind) {
 bool tarvex_l_box_make_ready(int& fd, const shared_file_kind& kind) {
   static constexpr timespec SECOND = {.tv_sec = 1, .tv_nsec = 0};
   for (;;) {
-    const int code = shared_file_lock(fd, F_WRLCK, false);
-    if (code == 0) {
-      if (!tarvex_l_box_size_is(fd, kind.size)) return tarvex_l_box_initialise(fd, kind);
+    if (shared_file_lock(fd, F_WRLCK, false) == 0) {
+      if (!tarvex_l_box_size_is(fd, kind.size).value_or(false)) return tarvex_l_box_initialise(fd, kind);
       (void)shared_file_lock(fd, F_UNLCK, false);
       return true;
     }
-    if (tarvex_l_box_size_is(fd, kind.size)) return true;
-    // Another process is at it. A file system without locks, or a cancelled session, never gets further.
-    const bool held_elsewhere = code == EAGAIN || code == EACCES;
-    if (held_elsewhere && tarvex_sleep(&SECOND) == 0) continue;
+    const std::optional<bool> made = tarvex_l_box_size_is(fd, kind.size);
+    if (made.value_or(false)) return true;
+    // Another process is at it, or the lock cannot be had for now; only a cancelled session stops waiting.
+    if (made.has_value()) (void)tarvex_sleep(&SECOND);
+    if (!tarvex_cancel_requested()) continue;
     close(fd);
     fd = -1;
     return false;
@@ -102,6 +105,21 @@ int tarvex_l_box_open_ready(const char* directory_template, const char* name, co
   directory_ensure(path.substr(0, slash).c_str());
   fd = tarvex_l_box_open(path);
   return fd != -1 && tarvex_l_box_make_ready(fd, kind);
+}
+
+/// One call of fcntl with a lock of the whole file.
+struct lock_request {
+  int fd;
+  int command;
+  short type;
+};
+
+int tarvex_l_box_lock_once(void* argument) {
+  const auto& request = *static_cast<const lock_request*>(argument);
+  struct flock lock {};
+  lock.l_type = request.type;
+  lock.l_whence = SEEK_SET;
+  return fcntl(request.fd, request.command, &lock) == 0 ? 0 : errno;
 }
 
 }  // namespace
@@ -129,13 +147,11 @@ shared_file shared_file_open(const char* directory_template, const char* name, c
 }
 
 int shared_file_lock(int fd, short type, bool wait) noexcept {
-  struct flock lock {};
-  lock.l_type = type;
-  lock.l_whence = SEEK_SET;
-  while (fcntl(fd, wait ? F_SETLKW : F_SETLK, &lock) == -1) {
-    if (errno != EINTR) return errno;
-  }
-  return 0;
+  lock_request request = {.fd = fd, .command = wait ? F_SETLKW : F_SETLK, .type = type};
+  if (wait) return tarvex_cancel_interruptible(tarvex_l_box_lock_once, &request);
+  int code = EINTR;
+  while (code == EINTR) code = tarvex_l_box_lock_once(&request);
+  return code;
 }
 
 tarvex_result_t shared_file_lock_result(int fd, short type, bool wait) noexcept {

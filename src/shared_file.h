@@ -29,7 +29,7 @@ struct shared_file {
 /// private.
 shared_file shared_file_open(const char* directory_template, const char* name, const shared_file_kind& kind) noexcept;
 
-/// Locks (F_WRLCK) or unlocks (F_UNLCK) the whole file, waiting for the lock or not.
+/// Locks (F_WRLCK) or unlocks (F_UNLCK) the whole file, waiting for the lock or not. A cancellation ends the wait.
 /// \return 0 or an errno value.
 int shared_file_lock(int fd, short type, bool wait) noexcept;
 

@@ -22,8 +22,12 @@ tarvex_result_t tarvex_l_box_read_policy(tarvex_gfs_operation_t op) {
 }
 
 tarvex_result_t tarvex_l_box_obtain_token(tarvex_box_session_t* session, tarvex_gfs_operation_t op) {
-  if (const tarvex_result_t result = tarvex_box_token_refresh(session, op); result != TARVEX_SUCCESS) return result;
-  if (session->access_token != nullptr) return TARVEX_SUCCESS;
+  const tarvex_result_t result = tarvex_box_token_refresh(session, op);
+  if (session->access_token != nullptr) return result;
+  // Without any credential the refresh speaks of a failed renewal, and of nothing else with details.
+  const bool renewal = tarvex_box_error_get_info(tarvex_error_peek(result), "Box-Details") != nullptr;
+  if (result != TARVEX_SUCCESS && !renewal) return result;
+  tarvex_result_release(result);
   return error_ftp(500, "INTERNAL_ERROR", "GridFTP-Error: User's Box credentials are not available.");
 }
 
@@ -56,7 +60,9 @@ tarvex_result_t tarvex_l_box_start(tarvex_gfs_operation_t op, const tarvex_gfs_s
   if (result == TARVEX_SUCCESS) result = tarvex_box_path_cache_init(&session->upload_state);
   if (result == TARVEX_SUCCESS) result = tarvex_box_get_folder_items(session.get(), "0", "/", nullptr, nullptr);
   if (result != TARVEX_SUCCESS) return result;
-  return tarvex_gridftp_server_set_checksum_support(op, "SHA1:1;MD5:8;");
+  // A server that does not take the announcement computes checksums itself.
+  tarvex_result_release(tarvex_gridftp_server_set_checksum_support(op, "SHA1:1;MD5:8;"));
+  return TARVEX_SUCCESS;
 }
 
 }  // namespace

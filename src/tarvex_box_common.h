@@ -30,6 +30,9 @@ TARVEX_API extern int tarvex_i_box_max_retries;          ///< kept for configura
 TARVEX_API extern int tarvex_i_box_progress_timeout_ms;  ///< a request without progress for so long is abandoned
 TARVEX_API extern int tarvex_i_box_chunked_minimum;      ///< announced sizes above this are uploaded in parts
 TARVEX_API extern int tarvex_i_box_commit_attempts;      ///< commits of an upload session, the first included
+/// What a download for a checksum does with the digests and the count when it is tried again: 0: they go on, 1: they
+/// start afresh.
+TARVEX_API extern int tarvex_i_box_cksm_restart;
 TARVEX_API extern const char* tarvex_i_box_retry_path;   ///< template of the directory of the pacing files
 TARVEX_API extern const char* tarvex_i_box_upload_path;  ///< template of the directory of the upload state files
 
@@ -105,7 +108,7 @@ typedef struct tarvex_box_retry_s {
 
 /// Opens the pacing file `name` under the retry path, making both when missing. Always yields a usable handle: where no
 /// file can be used, pacing holds within this process.
-/// \param per_second  requests per second, not 0
+/// \param per_second  requests per second; 0: without spacing
 TARVEX_API void tarvex_i_box_retry_state_create(const char* name, int per_second, tarvex_box_retry_t* retry);
 TARVEX_API void tarvex_i_box_retry_state_destroy(tarvex_box_retry_t* retry);
 
@@ -145,9 +148,8 @@ TARVEX_API void tarvex_i_box_recv(tarvex_gfs_operation_t op, tarvex_gfs_transfer
 /// \param rate  takes requests per second
 TARVEX_API tarvex_result_t tarvex_box_config_parse_json(const char* text, int* rate) TARVEX_NODISCARD;
 
-/// Renews the session's token when fewer than 100 seconds remain. Success without a token when the framework never had
-/// a credential for the session.
-/// \return 500 INTERNAL_ERROR when the renewed token is about to expire as well, or there is none.
+/// Renews the session's token when fewer than 100 seconds remain, and judges by its expiry alone.
+/// \return 500 INTERNAL_ERROR when the renewed token is about to expire as well, or the session never had one.
 TARVEX_API tarvex_result_t tarvex_box_token_refresh(tarvex_box_session_t* session,
                                                     tarvex_gfs_operation_t op) TARVEX_NODISCARD;
 
@@ -263,7 +265,7 @@ TARVEX_API tarvex_result_t tarvex_box_path_cache_update(tarvex_hashtable_t* cach
 /// \return the cache's record, valid until its entry changes; null: none.
 TARVEX_API tarvex_box_path_info_t* tarvex_box_path_cache_query(tarvex_hashtable_t* cache, const char* path);
 
-/// Drops an entry. Always success.
+/// Drops an entry; the root's stays. Always success.
 TARVEX_API tarvex_result_t tarvex_box_path_cache_remove(tarvex_hashtable_t* cache, const char* path);
 
 /* ---- Commands ------------------------------------------------------------------------------------------------- */

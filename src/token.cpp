@@ -53,6 +53,11 @@ tarvex_result_t tarvex_l_box_parse_token_json(const char* text, char** user_id, 
     const auto message = std::string("GridFTP-Error: Error unpacking user credential: ") + error.text + "\n";
     return error_ftp(500, "INTERNAL_ERROR", message.c_str());
   }
+  // It names the pacing files: whatever else it held could lead out of their directory.
+  if (*sub == '\0' || sub[std::strspn(sub, "0123456789")] != '\0') {
+    return error_ftp(500, "INTERNAL_ERROR",
+                     "GridFTP-Error: The user credential's \"sub\" is not a Box user id, which has digits only.");
+  }
   time_t expires = 0;
   if (const tarvex_result_t result = tarvex_i_box_parse_date(expiry, &expires); result != TARVEX_SUCCESS) return result;
   c_string token_copy(strdup(token));
@@ -80,9 +85,7 @@ tarvex_result_t tarvex_l_box_get_token(tarvex_box_session_t* session, tarvex_gfs
 
 tarvex_result_t tarvex_l_box_refresh(tarvex_box_session_t* session, tarvex_gfs_operation_t op) {
   if (const tarvex_result_t result = tarvex_box_get_kelm_token(session, op); result != TARVEX_SUCCESS) return result;
-  // The user never had a credential: session start says so in its own words.
-  if (session->access_token == nullptr && session->access_token_exp == 0) return TARVEX_SUCCESS;
-  if (session->access_token != nullptr && tarvex_l_box_token_fresh(*session)) return TARVEX_SUCCESS;
+  if (tarvex_l_box_token_fresh(*session)) return TARVEX_SUCCESS;
   tarvex_object_t* const cause = tarvex::box::error_info(
       {tarvex::box::pair("Box-Details", "Token renewal failed. Newly requested token is expired."),
        tarvex::box::pair("Box-Details", nullptr), tarvex::box::pair("Box-Path", nullptr)});

@@ -17,11 +17,9 @@ using key_value = tarvex_dsi_rest_key_value_t;
 
 constexpr std::array<const char*, 4> BODY_KEYS = {"code", "request_id", "message", "help_url"};
 
-/// \return the member when it is a string with text, borrowed; null else. An empty value counts as absent, since a box
-/// error must not hold one.
+/// \return the member when it is a string, borrowed; null else.
 const char* tarvex_l_box_text(json_t* object, const char* key) {
-  const char* const text = json_string_value(json_object_get(object, key));
-  return text != nullptr && *text != '\0' ? text : nullptr;
+  return json_string_value(json_object_get(object, key));
 }
 
 /// The box error with what Box says: code, request_id, message, help_url, in that order, absent ones left empty.
@@ -32,7 +30,7 @@ tarvex_object_t* tarvex_l_box_body_error(json_t* document) {
     if (value != nullptr) slots[i] = tarvex::box::pair(BODY_KEYS[i], value);
   }
   const tarvex_dsi_rest_key_array_t info = {.count = slots.size(), .key_value = slots.data()};
-  return tarvex_box_error_construct(nullptr, nullptr, &info);
+  return tarvex::box::error_response_info(info);
 }
 
 /// Messages of REFUSALS, out of Box's context_info.
@@ -80,16 +78,17 @@ constexpr std::array REFUSALS = {
 };
 
 tarvex_result_t tarvex_l_box_translate_body(json_t* document) {
+  tarvex::object_ptr body_error(tarvex_l_box_body_error(document));
   const char* const code = tarvex_l_box_text(document, "code");
   if (code == nullptr) return error_ftp(500, "INTERNAL_ERROR", "");
-  tarvex_object_t* const body_error = tarvex_l_box_body_error(document);
   for (const refusal& row : REFUSALS) {
     if (row.code != code) continue;
     const std::string message =
         row.message != nullptr ? row.message(json_object_get(document, "context_info")) : std::string();
-    return error_ftp(row.reply, row.class_word, row.message != nullptr ? message.c_str() : nullptr, body_error);
+    return error_ftp(row.reply, row.class_word, row.message != nullptr ? message.c_str() : nullptr,
+                     body_error.release());
   }
-  return tarvex_error_put(body_error);
+  return tarvex_error_put(body_error.release());
 }
 
 tarvex_result_t tarvex_l_box_translate_status(int status, bool& retryable) {

@@ -24,11 +24,16 @@ class client_lease {
   /// Makes the client when this is the thread's first request.
   [[nodiscard]] tarvex_result_t acquire();
 
+  /// The request failed: its handle is not used again. One whose name did not resolve keeps its buffer, and refuses to
+  /// be given the size of another. The connections stay.
+  void spoil() noexcept { spoilt_ = true; }
+
   [[nodiscard]] CURL* easy() const noexcept { return client_->easy.get(); }
   [[nodiscard]] CURLM* multi() const noexcept { return client_->multi.get(); }
 
  private:
   client* client_ = nullptr;
+  bool spoilt_ = false;
 };
 
 }  // namespace tarvex::rest

@@ -115,6 +115,8 @@ CURLcode exchange::set_options(const char* method, const target& where, const re
       .set(CURLOPT_TCP_KEEPALIVE, 1L)
       .set(CURLOPT_BUFFERSIZE, RECEIVE_BUFFER_BYTES)
       .set(CURLOPT_UPLOAD_BUFFERSIZE, SEND_BUFFER_BYTES)
+      .set(CURLOPT_PROXY, proxy().c_str())  // an empty one also keeps libcurl from the environment's
+      .set(CURLOPT_NOPROXY, "localhost,127.0.0.0/8,::1")
       .set(CURLOPT_URL, where.url.c_str())
       .set(CURLOPT_HTTPHEADER, headers.list());
   if (const std::string& file = certificate_authorities_file(); !file.empty()) {

@@ -1,11 +1,12 @@
 #include "body.h"
+#include "content_range.h"
 #include "error.h"
+#include "file_version.h"
 #include "first_failure.h"
 #include "gridftp_buffers.h"
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <condition_variable>
 #include <cstring>
 #include <memory>
@@ -13,18 +14,6 @@
 
 namespace tarvex::rest {
 namespace {
-
-/// First byte of the part that a 206 answer carries, from "Content-Range: bytes FIRST-LAST/SIZE" (RFC 9110 section
-/// 14.4); nothing when the header is missing or has another form.
-std::optional<std::int64_t> content_range_start(const char* value) {
-  constexpr std::string_view UNIT = "bytes ";
-  const std::string_view range = value == nullptr ? "" : value;
-  if (!range.starts_with(UNIT)) return std::nullopt;
-  std::int64_t first = -1;
-  const auto [end, error] = std::from_chars(range.data() + UNIT.size(), range.data() + range.size(), first);
-  if (error != std::errc() || end == range.data() + range.size() || *end != '-') return std::nullopt;
-  return first;
-}
 
 /// Hands an answer's body to the client's data channel through a ring of buffers.
 ///
@@ -43,10 +32,14 @@ class gridftp_writer {
 
   tarvex_result_t start(const response_head& head) {
     dropping_ = head.status() >= 300;
+    if (const tarvex_result_t changed = check_file_version(argument_.op, head); changed != TARVEX_SUCCESS) {
+      dropping_ = true;
+      return changed;
+    }
     if (dropping_ || !asked_start_) return TARVEX_SUCCESS;
     // A server may ignore a Range header and send the whole (RFC 9110 section 14.2).
     if (head.status() != 206) skip_bytes_ = static_cast<std::uint64_t>(*asked_start_);
-    const auto first = content_range_start(head.find("Content-Range"));
+    const auto first = parse_content_range(head.find("Content-Range")).first;
     if (head.status() != 206 || first.value_or(*asked_start_) == *asked_start_) return TARVEX_SUCCESS;
     dropping_ = true;
     return fail(attempt::useless, "The server sent another range of the file than it was asked for.");

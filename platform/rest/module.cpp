@@ -14,13 +14,20 @@ namespace tarvex::rest {
 namespace {
 
 std::atomic<bool> active{false};
-std::string authorities_file;  // written before `active` is set
+// Written before `active` is set.
+std::string authorities_file;
+std::string proxy_address;
+
+std::string environment_text(const char* variable) {
+  const char* const value = std::getenv(variable);
+  return value == nullptr ? "" : value;
+}
 
 int activate() noexcept {
   if (const int failed = tarvex_module_activate(&tarvex_i_common_module); failed != 0) return failed;
   const auto initialise = [] {
-    const char* const file = std::getenv("TARVEX_DSI_REST_CA_FILE");
-    authorities_file = file == nullptr ? "" : file;
+    authorities_file = environment_text("TARVEX_DSI_REST_CA_FILE");
+    proxy_address = environment_text("TARVEX_DSI_REST_PROXY");
     return curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK ? 0 : EIO;
   };
   int failed = ENOMEM;
@@ -44,6 +51,10 @@ int deactivate() noexcept {
 
 bool module_active() noexcept {
   return active;
+}
+
+const std::string& proxy() noexcept {
+  return proxy_address;
 }
 
 const std::string& certificate_authorities_file() noexcept {

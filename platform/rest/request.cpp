@@ -30,6 +30,7 @@ tarvex_result_t perform(const char* method, const char* uri, const tarvex_dsi_re
     result = running.run();
     report.tell(running);
   }
+  if (result != TARVEX_SUCCESS) lease.spoil();
   if (tarvex_dsi_rest_response_arg_t* const record = stock_record(callbacks); record != nullptr) {
     record->request_bytes_uploaded = running.bytes_sent();
     record->response_bytes_downloaded = running.bytes_received();

@@ -190,6 +190,16 @@ TEST_F(CommandTest, FailsChecksums) {
   EXPECT_THAT(box_script.sent.back().headers, ElementsAre("Authorization: Bearer T", "Range: bytes=0-1"));
 }
 
+TEST_F(CommandTest, FeedsDigestsOnOrAfreshAfterACut) {
+  const Answer half = {.body = "ab", .transport = Answer::may_be_retried};
+  for (const auto& [restart, digest] : {std::pair{0, "609abcf987a6fb3611cd129416532d08c74fa3c1"}, {1, SHA1_OF_ABC}}) {
+    tarvex_i_box_cksm_restart = restart;
+    box_script.expect({redirect_answer(), half, code(200, "abc")});
+    EXPECT_EQ(cksm("SHA1", "/f"), digest);
+  }
+  tarvex_i_box_cksm_restart = 0;
+}
+
 TEST_F(CommandTest, TellsProgress) {
   tarvex_i_box_cksm_state_t state{};
   state.op = framework.op();

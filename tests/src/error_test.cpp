@@ -96,11 +96,11 @@ TEST(TranslateTest, TellsWhatAnAnswerMeans) {
        "INCORRECT_CHECKSUM\nGridFTP-Computed-Checksum: computed\nGridFTP-Expected-Checksum: expected\n"
        "code: \"bad_digest\"",
        false},
-      // The pairs come in their own order; what is empty, absent or no string is left out.
+      // The pairs come in their own order; what is empty, absent or no string does not print.
       {429, R"({"help_url":"h","message":"","request_id":"r","code":"rate_limit_exceeded"})", "5",
        "code: \"rate_limit_exceeded\"\nrequest_id: \"r\"\nhelp_url: \"h\"", true},
       {500, R"({"message":"m"})", nullptr, "INTERNAL_ERROR", false},
-      {500, R"({"code":"","message":"m"})", nullptr, "INTERNAL_ERROR", false},
+      {500, R"({"code":"","message":"m"})", nullptr, "message: \"m\"", false},  // an empty code is a code
       {500, R"({"code":5})", nullptr, "INTERNAL_ERROR", false},
       {500, "[]", nullptr, "INTERNAL_ERROR", false},
       {200, nullptr, nullptr, "TOO_BUSY", true},
@@ -129,6 +129,28 @@ TEST(TranslateTest, TellsWhatAnAnswerMeans) {
     tarvex_result_release(tarvex_box_translate_response(&response, document, nullptr, nullptr));
     json_decref(document);
   }
+}
+
+TEST(TranslateTest, KeepsWhatBoxSaidEmpty) {
+  tarvex_dsi_rest_response_arg_t response{};
+  response.response_code = 404;
+  json_t* const document = json_loads(R"({"code":"not_found","message":""})", 0, nullptr);
+  const tarvex::owned_result result(tarvex_box_translate_response(&response, document, nullptr, nullptr));
+  EXPECT_STREQ(tarvex_box_error_get_info(tarvex_error_peek(result.get()), "message"), "");
+  EXPECT_EQ(tarvex_box_error_get_info(tarvex_error_peek(result.get()), "help_url"), nullptr);
+  json_decref(document);
+}
+
+TEST(TranslateTest, MakesABoxErrorOfEveryBody) {
+  char* text = nullptr;
+  size_t size = 0;
+  tarvex_i_TARVEX_BOX_debug_handle = {TARVEX_BOX_TRACE, 0, open_memstream(&text, &size), false, false};
+  tarvex_dsi_rest_response_arg_t response{};
+  json_t* const document = json_loads("{}", 0, nullptr);
+  tarvex_result_release(tarvex_box_translate_response(&response, document, nullptr, nullptr));
+  fclose(std::exchange(tarvex_i_TARVEX_BOX_debug_handle, {}).file);
+  EXPECT_THAT(tarvex::c_string(text).get(), testing::HasSubstr("tarvex_box_error_construct: enter"));
+  json_decref(document);
 }
 
 }  // namespace

@@ -100,6 +100,14 @@ TEST_F(NamespaceTest, NeverReplacesTheRoot) {
   EXPECT_NE(text_of(tarvex_box_path_cache_update(&session->cache, &info, "/")), "");
   EXPECT_STREQ(cached("/")->id, "0");
   for (int i = 0; i < 2; ++i) EXPECT_EQ(tarvex_box_path_cache_remove(&session->cache, "/x"), TARVEX_SUCCESS);
+  // Neither a path that begins with two slashes nor a removal that Box refuses takes the root's record away.
+  box_script.expect({code(200, page_json({item_json("file", "2", "f")}))});
+  const Found missing = resolve("//f");
+  EXPECT_THAT(missing.error, testing::StartsWith("PATH_NOT_FOUND"));
+  EXPECT_STREQ(missing.parent, "0");
+  box_script.expect({code(403)});
+  EXPECT_EQ(command(TARVEX_GFS_CMD_RMD, "/"), "PERMISSION_DENIED");
+  EXPECT_STREQ(resolve("/f").entry, "2");
 }
 
 TEST_F(NamespaceTest, ListsPageByPage) {

@@ -40,7 +40,7 @@ tarvex_result_t tarvex_gridftp_server_get_config_data(tarvex_gfs_operation_t op,
 
 tarvex_result_t tarvex_gridftp_server_set_checksum_support(tarvex_gfs_operation_t op, const char* algorithms) {
   of(op).checksums = algorithms;
-  return TARVEX_SUCCESS;
+  return of(op).checksums_fail ? failure("no checksums") : tarvex_result_t{};
 }
 
 void tarvex_gridftp_server_finished_session_start(tarvex_gfs_operation_t op, tarvex_result_t result, void* session,

@@ -35,6 +35,7 @@ struct Framework {
   std::string text = "(null)";  ///< of the command's completion, or the home directory
   void* session = nullptr;
   std::string checksums;
+  bool checksums_fail = false;
   std::vector<std::vector<std::string>> batches;  ///< names of stat batches; the last is the final one
   std::vector<tarvex_gridftp_server_control_stat_t> entries;
   std::vector<std::string> progress;

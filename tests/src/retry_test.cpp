@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <fstream>
 
 using testing::ElementsAre;
@@ -95,6 +96,43 @@ TEST_F(RetryTest, UsesOnlyFilesOfItsUser) {
   }
 }
 
+TEST_F(RetryTest, TriesAgainForALockThatCannotBeHad) {
+  const struct {
+    const char* name;
+    std::deque<int> lock_errors;
+    int failing_fstats;
+    std::vector<std::string> waits;
+  } rows[] = {
+      {"held", {EAGAIN, EACCES}, 0, {"1.0", "1.0"}},
+      {"no-locks-for-now", {ENOLCK}, 0, {"1.0"}},
+      {"no-status", {EAGAIN}, 1, {}},  // tried again at once
+  };
+  for (const auto& row : rows) {
+    tarvex_box_upload_state_t state{};
+    tarvex_box_retry_t retry{};
+    for (const bool pacing : {false, true}) {
+      box_script.lock_errors = row.lock_errors;
+      box_script.failing_fstats = row.failing_fstats;
+      pacing ? tarvex_i_box_retry_state_create(row.name, 16, &retry)
+             : tarvex_i_box_upload_state_create(row.name, &state);
+      EXPECT_EQ(std::exchange(box_script.waits, {}), row.waits) << row.name;
+      EXPECT_GE(pacing ? retry.fd : state.fd, 0) << row.name;
+      EXPECT_EQ(box_script.failing_fstats, 0);
+    }
+    tarvex_i_box_upload_state_destroy(&state);
+    tarvex_i_box_retry_state_destroy(&retry);
+  }
+}
+
+TEST_F(RetryTest, TakesARateOfNoneForNoSpacing) {
+  tarvex_box_retry_t retry{};
+  tarvex_i_box_retry_state_create("u", 0, &retry);
+  tarvex_i_box_retry_delay(0, &retry);
+  tarvex_i_box_retry_delay(0, &retry);
+  EXPECT_EQ(box_script.waits.size(), 0u);
+  tarvex_i_box_retry_state_destroy(&retry);
+}
+
 /// Runs `work` in so many processes at once, and waits for them.
 template <typename Work>
 void in_processes(int count, Work work) {
@@ -139,6 +177,35 @@ TEST_F(RetryTest, SeveralProcessesKeepTheSpacing) {
   // A stamp may have been read after the next process wrote its own: those are equal.
   times.erase(std::unique(times.begin(), times.end()), times.end());
   for (size_t i = 1; i < times.size(); ++i) EXPECT_GE(times[i] - times[i - 1], 10000);
+}
+
+TEST_F(RetryTest, ACancellationEndsTheWaitForItsTurn) {
+  tarvex_box_retry_t retry{};
+  tarvex_i_box_retry_state_create("u", 16, &retry);
+  int holds[2];
+  ASSERT_EQ(pipe(holds), 0);
+  const pid_t holder = fork();
+  if (holder == 0) {
+    const bool locked = tarvex_i_box_retry_state_lock(&retry, true) == TARVEX_SUCCESS;
+    _exit(locked && write(holds[1], "x", 1) == 1 ? pause() : 1);
+  }
+  char byte = 0;
+  ASSERT_EQ(read(holds[0], &byte, 1), 1);
+  tarvex_cancel_t cancel = nullptr;
+  ASSERT_EQ(tarvex_cancel_init(&cancel), 0);
+  std::jthread waiter([&] {
+    tarvex_cancel_bind(cancel);
+    tarvex_i_box_retry_delay(0, &retry);
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  tarvex_cancel_request(cancel);
+  waiter.join();  // for ever, where the lock must come first
+  EXPECT_EQ(retry.shared->last.tv_sec, 0);
+  tarvex_cancel_destroy(&cancel);
+  kill(holder, SIGKILL);
+  waitpid(holder, nullptr, 0);
+  for (const int end : holds) close(end);
+  tarvex_i_box_retry_state_destroy(&retry);
 }
 
 TEST_F(RetryTest, KeepsAStateFileForUploads) {

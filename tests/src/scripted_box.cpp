@@ -3,9 +3,13 @@
 #include "../platform/common/results.h"
 #include "tarvex_box_common.h"
 
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
+#include <sys/stat.h>
 
+#include <cstdarg>
 #include <cstring>
 #include <utility>
 
@@ -99,13 +103,13 @@ tarvex_result_t tarvex_dsi_rest_request(const char* method, const char* uri, con
   }
   const Answer answer = box_script.answers.front();
   box_script.answers.pop_front();
-  if (answer.transport != Answer::arrives) {
-    const int number = answer.transport == Answer::may_be_retried ? RETRYABLE_NUMBER : FINAL_NUMBER;
-    return failure(("transport " + std::to_string(number)).c_str(), number);
+  if (answer.transport == Answer::arrives || !answer.body.empty()) {
+    give_headers(answer, *callbacks);
+    give_body(answer, *callbacks, sent);
   }
-  give_headers(answer, *callbacks);
-  give_body(answer, *callbacks, sent);
-  return TARVEX_SUCCESS;
+  if (answer.transport == Answer::arrives) return TARVEX_SUCCESS;
+  const int number = answer.transport == Answer::may_be_retried ? RETRYABLE_NUMBER : FINAL_NUMBER;
+  return failure(("transport " + std::to_string(number)).c_str(), number);
 }
 
 bool tarvex_dsi_rest_error_is_retryable(tarvex_result_t result) {
@@ -125,6 +129,28 @@ int tarvex_sleep(const timespec* duration) {
   if (box_script.real_time) return nanosleep(duration, nullptr);
   box_script.waits.push_back(std::to_string(duration->tv_sec) + "." + std::to_string(duration->tv_nsec));
   return 0;
+}
+
+// What a file system without locks, or one that is gone, says.
+TARVEX_API int fcntl64(int fd, int command, ...) {
+  va_list arguments;
+  va_start(arguments, command);
+  void* const argument = va_arg(arguments, void*);
+  va_end(arguments);
+  static const auto real = reinterpret_cast<int (*)(int, int, void*)>(dlsym(RTLD_NEXT, "fcntl64"));
+  const bool locks = command == F_SETLK || command == F_SETLKW;
+  if (!locks || box_script.lock_errors.empty()) return real(fd, command, argument);
+  errno = box_script.lock_errors.front();
+  box_script.lock_errors.pop_front();
+  return errno == 0 ? real(fd, command, argument) : -1;
+}
+
+TARVEX_API int fstat64(int fd, struct stat64* status) {
+  static const auto real = reinterpret_cast<int (*)(int, struct stat64*)>(dlsym(RTLD_NEXT, "fstat64"));
+  if (!box_script.lock_errors.empty() || box_script.failing_fstats == 0) return real(fd, status);
+  --box_script.failing_fstats;
+  errno = EIO;
+  return -1;
 }
 
 // The password entry of a user whose home is a directory of the test, with strings beyond the first buffer.

@@ -14,7 +14,11 @@ struct Answer {
   int status = 200;
   std::string body = {};  ///< JSON for a document; empty: none
   std::vector<std::pair<std::string, std::string>> headers = {};
-  enum { arrives, may_be_retried, is_final } transport = arrives;  ///< how the exchange goes
+  enum {
+    arrives,
+    may_be_retried,
+    is_final
+  } transport = arrives;  ///< how it goes; what has a body breaks off behind it
 };
 
 /// An answer with this status, body and Retry-After header; exchanges that break off.
@@ -37,7 +41,9 @@ struct ScriptedBox {
   std::vector<std::string> waits;  ///< "SECONDS.NANOSECONDS"
   timeval now{.tv_sec = 1600000000, .tv_usec = 0};
   bool real_time = false;
-  std::string user_home;  ///< home directory of the password entry
+  std::string user_home;             ///< home directory of the password entry
+  std::deque<int> lock_errors = {};  ///< errno of the next calls to fcntl; 0: the call is made
+  int failing_fstats = 0;            ///< so many calls to fstat fail, once the errors of locks are over
 
   void expect(std::initializer_list<Answer> more) { answers.insert(answers.end(), more); }
   /// The lines of all requests, and forgets them.

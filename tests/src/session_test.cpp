@@ -32,6 +32,7 @@ class SessionTest : public PluginTest {
 
 TEST_F(SessionTest, StartsWithTheRootListed) {
   framework.config["config"] = {R"({"user_api_rate_limit":20,"other":[]})"};
+  framework.checksums_fail = true;  // is no reason to refuse a login
   login({item_json("folder", "11", "a")});
   EXPECT_EQ(framework.text, "/");
   EXPECT_EQ(framework.checksums, "SHA1:1;MD5:8;");
@@ -53,6 +54,9 @@ TEST_F(SessionTest, StartsWithTheRootListed) {
 TEST_F(SessionTest, RefusesToStart) {
   const std::string creds = framework.config["creds"].front(), internal = "INTERNAL_ERROR\nGridFTP-Error: ";
   const std::string undated = R"({"access_token":"T","token_expiry":"soon","sub":"1","max_upload":1})";
+  const auto with_sub = [](const std::string& sub) {
+    return R"({"access_token":"T","token_expiry":"2030-01-01T00:00:00.0+00:00","sub":")" + sub + R"(","max_upload":1})";
+  };
   const struct {
     std::deque<std::string> value;
     Row row;
@@ -64,6 +68,8 @@ TEST_F(SessionTest, RefusesToStart) {
       {{"x"}, {"creds", {}, "Error loading user credential: "}},
       {{"{}"}, {"creds", {}, internal + "Error unpacking user credential: "}},
       {{undated}, {"creds", {}, "Error parsing time string: soon"}},
+      {{with_sub("../../x")}, {"creds", {}, internal + "The user credential's \"sub\" is not a Box user id"}},
+      {{with_sub("")}, {"creds", {}, internal + "The user credential's \"sub\" is not a Box user id"}},
       {{creds}, {"creds", {code(401)}, "PERMISSION_DENIED"}},
       {{creds}, {"creds", {dead}, "transport 7002"}},
   };
@@ -128,6 +134,15 @@ TEST_F(SessionTest, RenewsTheToken) {
     EXPECT_EQ(framework.asked.size(), row.expiry == now + 100 ? 0u : 1u);
     EXPECT_STREQ(session->access_token, row.token);
   }
+  // Without a token the expiry alone is looked at.
+  for (const auto& [expiry, error] : {std::pair{time_t{0}, "INTERNAL_ERROR"}, {now + 100, ""}}) {
+    next().config["creds"] = {};
+    free(std::exchange(session->access_token, nullptr));
+    session->access_token_exp = expiry;
+    EXPECT_THAT(text_of(tarvex_box_token_refresh(session, framework.op())), testing::StartsWith(error));
+    EXPECT_EQ(text_of(tarvex_box_get_kelm_token(session, framework.op())), "");
+  }
+  session->access_token_exp = now + 99;
   // A token lost in a failed renewal is asked for as a new one, and its absence is no success.
   next().config["creds"] = {};
   EXPECT_NE(text_of(tarvex_box_token_refresh(session, framework.op())), "");

@@ -4,7 +4,11 @@
 /// Every thread has a client of its own, kept for its life: connections, TLS sessions and HTTP/2 are reused from one
 /// request to the next. Redirects are never followed. Only the http and https schemes are spoken, and https answers
 /// are verified against the system's certificate authorities, or those in the file named by the environment variable
-/// `TARVEX_DSI_REST_CA_FILE`, read at activation.
+/// `TARVEX_DSI_REST_CA_FILE`. Requests to hosts other than this one go through the proxy in `TARVEX_DSI_REST_PROXY`
+/// ("http://proxy:3128"; unset or empty: directly); other variables of the environment name no proxy. Both are read at
+/// activation.
+///
+/// The host program is asked before each request and told of its outcome: see tarvex_exchange.h.
 ///
 /// Nothing here writes header values or bodies to a log.
 #pragma once
@@ -172,6 +176,11 @@ TARVEX_API tarvex_result_t tarvex_dsi_rest_write_gridftp_op(void* argument, void
 /// (more than that in an answer ends the request with success once the range is full), and never writes the body of an
 /// answer of 300 or above. All writes are over when the request returns.
 TARVEX_API tarvex_result_t tarvex_dsi_rest_read_gridftp_op(void* argument, void* buffer, size_t length);
+
+/// Forgets what is remembered of an operation that the callback above wrote to: which version of a file it got. All its
+/// answers must be of one, by validator and total length; one that differs ends its request with 451 FILE_CHANGED.
+/// Whoever used the callback calls this before the operation is finished.
+TARVEX_API void tarvex_dsi_rest_operation_over(tarvex_gfs_operation_t op);
 
 /// A JSON document from the answer: the argument is a `json_t**` that holds null before the call. It gets a new
 /// reference, the caller's, or stays null when the body is empty or no JSON (an HTML error page). Bodies above

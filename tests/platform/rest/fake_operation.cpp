@@ -9,6 +9,7 @@
 tarvex_gfs_operation_s::tarvex_gfs_operation_s() : io_thread_([this] { complete_all(); }) {}
 
 tarvex_gfs_operation_s::~tarvex_gfs_operation_s() {
+  tarvex_dsi_rest_operation_over(this);
   const std::lock_guard lock(mutex_);
   stopping_ = true;
   changed_.notify_all();

@@ -69,6 +69,40 @@ TEST(GridftpDownload, WritesTheRangeAndNothingElse) {
   }
 }
 
+TEST(GridftpDownload, NeverMixesVersions) {
+  const auto part = [](const char* range, const std::string& version) {
+    return answer(206, "cd", version + "Content-Range: bytes 2-3/" + range + "\r\n");
+  };
+  const std::string tag = "ETag: \"1\"\r\n", other = "ETag: \"2\"\r\n", date = "Last-Modified: then\r\n";
+  const struct {
+    std::string first, second;
+    bool same;
+  } rows[] = {
+      {answer(200, "abcd", tag), answer(200, "abcd", tag), true},
+      {answer(200, "abcd", tag), answer(200, "abcd", other), false},
+      {answer(200, "abcd", tag), answer(200, "abcde", tag), false},
+      {answer(200, "abcd", tag), part("4", tag + date), true},
+      {part("4", tag), part("5", tag), false},
+      {part("*", tag), part("5", ""), true},  // what is not told cannot differ
+      {answer(200, "abcd", date), answer(200, "abcd", "Last-Modified: now\r\n"), false},
+      {answer(404, "x", tag), answer(200, "abcd", other), true},  // an error is no version of the file
+      {answer(200, "abcd", tag), answer(503, "later", other), true},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.first + row.second);
+    scripted_server server({{row.first.substr(0, row.first.size() - 1), reply::then::close}, {row.second}});
+    tarvex_gfs_operation_s operation;
+    tarvex_dsi_rest_gridftp_op_arg_t argument = {&operation, 0, -1, false};
+    for (const bool second : {false, true}) {
+      rest_call call = {.url = server.url(), .reader = tarvex_dsi_rest_read_gridftp_op};
+      call.reader_argument = &argument;
+      EXPECT_EQ(call.run().succeeded, second && row.same) << call.message;
+      EXPECT_EQ(call.retryable, !second);
+      EXPECT_EQ(call.message.starts_with("FILE_CHANGED\nGridFTP-Error: "), second && !row.same) << call.message;
+    }
+  }
+}
+
 TEST(GridftpDownload, WaitsForASlowClientWithFewBuffers) {
   const std::string large = pattern(16 * MEGABYTE);
   scripted_server server({{answer(200, large)}});

@@ -54,6 +54,14 @@ TEST(Transport, ReportsARefusedConnection) {
               testing::MatchesRegex("The server did not answer: Connection refused \\(127.0.0.1:[0-9]+\\)"));
 }
 
+TEST(Transport, GoesOnAfterANameThatDidNotResolve) {
+  const rest_call lost = rest_call{.url = "http://files.invalid/"}.run();
+  EXPECT_TRUE(!lost.succeeded && lost.retryable) << lost.message;
+  scripted_server server({{answer(200, "body")}});
+  const rest_call call = rest_call{.url = server.url()}.run();
+  EXPECT_EQ(call.body, "body") << call.message;
+}
+
 TEST(Transport, ReadsAnAnswerInAnyPiecesAndNoPrefixOfIt) {
   const std::string whole = answer(200, "body", "A: b\r\n");
   std::vector<reply> replies;
@@ -135,6 +143,25 @@ TEST(Transport, AFailedCallbackEndsTheRequestWithItsError) {
     EXPECT_TRUE(!call.succeeded && !call.retryable && call.completions == 1) << position;
     EXPECT_THAT(call.message, HasSubstr("callback"));
   }
+}
+
+TEST(Transport, GoesThroughTheNamedProxyAlone) {
+  const struct {
+    bool named, elsewhere, proxied;
+  } rows[] = {{false, true, false}, {true, true, true}, {true, false, false}};
+  for (const auto& row : rows) {
+    scripted_server proxy({{answer(200, "proxied")}}), server({{answer(200, "direct")}});
+    ASSERT_EQ(tarvex_module_deactivate(&tarvex_i_dsi_rest_module), 0);
+    row.named ? setenv("TARVEX_DSI_REST_PROXY", proxy.url("").c_str(), 1) : unsetenv("TARVEX_DSI_REST_PROXY");
+    setenv("http_proxy", proxy.url("").c_str(), 1);
+    ASSERT_EQ(tarvex_module_activate(&tarvex_i_dsi_rest_module), 0);
+    const rest_call call = rest_call{.url = row.elsewhere ? "http://files.invalid/" : server.url()}.run();
+    EXPECT_EQ(call.body, row.proxied ? "proxied" : row.elsewhere ? "" : "direct") << call.message;
+    EXPECT_EQ(proxy.requests().size(), row.proxied ? 1U : 0U);
+  }
+  unsetenv("TARVEX_DSI_REST_PROXY");
+  ASSERT_EQ(tarvex_module_deactivate(&tarvex_i_dsi_rest_module), 0);
+  ASSERT_EQ(tarvex_module_activate(&tarvex_i_dsi_rest_module), 0);
 }
 
 }  // namespace
