@@ -45,11 +45,11 @@ bool conversation::open() {
   control_channel::events events;
   events.on_queued = [this] { attend(); };
   events.on_lost = [this] { client_.end("connection lost"); };
-  // Who has said all may still read: only a store, whose data such a client may not have sent to the end, counts it
-  // gone.
+  // Who has said all may still read its replies. Of one whose data are on their way it is the sign that it died: a
+  // killed client's connections end like this, and nobody would take what is still to come.
   events.on_half_closed = [this] {
     const operation* const running = client_.storage.running();
-    if (running && running->store) (void)client_.storage.cancel(426, "The client is gone.");
+    if (running && running->transfer) client_.end("connection lost");
   };
   if (!client_.control.start(std::move(events))) return false;
   client_.loop.on_signal(SIGTERM, [this] {

@@ -163,20 +163,6 @@ def test_no_download_begins_beyond_the_end(scene):
     assert scene.ask(client, "RETR {}/f")[0] == 551
 
 
-def test_a_download_is_of_one_version(box, scene):
-    client = scene.session()
-    box.fault(method="GET", path="/d/**", cut_answer_after=50_000, piece_bytes=10_000, piece_delay_ms=100)
-    data = client.data()
-    assert client.command(f"RETR /{scene.name}/f")[0] == 150
-    scene.foreign.change(scene.foreign.tree(), {"do": "store", "path": "/f", "seed": 5, "size": len(CONTENT)})
-    received = b""
-    while piece := data.recv(65536):
-        received += piece
-    answer = client.reply()
-    assert answer[0] == 451 and "changed" in answer[1]
-    assert CONTENT.startswith(received)
-
-
 def test_a_checksum_begins_anew_with_a_new_attempt(tmp_path, box, scene):
     server = Server(tmp_path, box, settings={"cksm_restart": 1})
     client = Client(server)

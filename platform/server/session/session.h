@@ -67,7 +67,7 @@ class session {
   std::chrono::milliseconds end_grace() const;
 
   bool ending_ = false;
-  std::chrono::steady_clock::time_point last_line_;
+  std::chrono::steady_clock::time_point last_line_{};
   std::function<void()> ending_call_, sent_call_;
   wake end_wake_;
 };

@@ -111,6 +111,8 @@ bool operation_learn(operation& op) {
   if (!name_is_taken && !result_missing(op.result.get())) return false;
   bool failed = false;
   bool listed = list_additions(op, op.subject.path, failed);
+  // That the name is taken is news to the storage, whatever was entered: its own entry may have come last.
+  if (name_is_taken && !listed && !failed) listed = list_folder(op, path_parent(op.subject.path)).ok();
   if (!failed && !op.subject.from_path.empty()) listed = list_additions(op, op.subject.from_path, failed) || listed;
   return listed && !failed && !op.cancelled;
 }

@@ -25,6 +25,10 @@ owned_result not_known(const operation& op) {
                                         " " + op.subject.path + " was done is not known. Look before trying again.");
 }
 
+bool is_plain_refusal(int status) {
+  return status == 400 || status == 401 || status == 403 || status == 404 || status == 409 || status == 429;
+}
+
 /// Whether requests of this kind leave open what they have done. Answers that Box gives to what it has done say that it
 /// was; refusals that the storage takes for refusals say that it was not, unless an earlier request may have done it.
 bool leaves_open(const operation& op, const request_fate& fate, std::initializer_list<int> done) {
@@ -32,8 +36,9 @@ bool leaves_open(const operation& op, const request_fate& fate, std::initializer
   if (fate.doubtful) return true;
   for (const int status : done)
     if (fate.status == status) return !op.result.ok();
-  // What the storage could not make sense of was no refusal of Box's.
-  return op.result.ok() || fate.status < 400 || result_class(op.result.get()).empty();
+  // What Box does not refuse plainly, and the storage makes no sense of, was perhaps no refusal.
+  const bool strange = !is_plain_refusal(fate.status) && result_class(op.result.get()).empty();
+  return op.result.ok() || fate.status < 400 || strange;
 }
 
 enum class seen { there, gone, unknown };
@@ -144,7 +149,8 @@ bool missing_for_want_of_a_look(operation& op, const exchange_summary& heard) {
   if (heard.reads.sent == 0 || (!result_missing(op.result.get()) && word != "PATH_EXISTS")) return false;
   if (status == 0 || (status >= 400 && status != 404)) return true;
   if (word != "NOT_A_DIRECTORY" || !op.subject.adds) return false;
-  // What a storage could not list it takes for no folder; what it has seen as one is, unless a file has the name itself.
+  // What a storage could not list it takes for no folder; what it has seen as one is, unless a file has the name
+  // itself.
   std::optional<item_stat> above, taken;
   if (stat_inside(op, op.subject.path, taken).ok() && taken) return false;
   const owned_result known = stat_inside(op, path_parent(op.subject.path), above);

@@ -42,7 +42,7 @@ outcome outcome_of(tarvex_result_t result, int default_code) {
   outcome failure;
   const int code = tarvex_gfs_ftp_response_error_code(outermost);
   // A syntax error to clients, which then give up what may pass; whether it may is known by what Box said.
-  const bool internal = code == 500 && result_class(result) == "INTERNAL_ERROR";
+  const bool internal = code == 500 && result_class(result) != "NOT_IMPLEMETED";
   failure.code = code == 0 || internal ? default_code : code;
   failure.class_word = result_class(result);
   append_lines(failure.lines, c_string(tarvex_error_print_chain(start)).get());

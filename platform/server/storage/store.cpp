@@ -14,6 +14,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <future>
 #include <utility>
 
 namespace tarvex::server {
@@ -23,7 +24,7 @@ namespace {
 constexpr std::size_t READ_AHEAD_BYTES = 16 << 20;  // while the plug-in is busy with what it has read
 constexpr std::size_t SPOOL_AHEAD_BYTES = 1 << 20;  // a disk is not waited for as long
 constexpr std::uint64_t BEGINNING_BYTES = 8 << 20;  // below what is read ahead, and about a part of Box's
-constexpr timespec POLL = {.tv_sec = 0, .tv_nsec = 5'000'000};
+constexpr timespec POLL = {.tv_sec = 0, .tv_nsec = 10'000'000};
 constexpr std::time_t LONGEST_WAIT_S = 4;
 constexpr std::chrono::milliseconds END_LOOK_INTERVAL{20};
 constexpr const char* CLIENT_GONE = "The client is gone.";
@@ -62,10 +63,8 @@ store::store(storage_session& storage, std::shared_ptr<transfer> channel, const 
     : storage_(storage), channel_(std::move(channel)), request_(request) {
   std::optional<std::uint64_t> expected;
   if (request.size > 0) expected = request.size - request.offset;
-  // Bytes that were counted need no grace; what is new is held back later.
-  const bool grace = !expected && request.replaces;
-  channel_->receive(expected, expected ? READ_AHEAD_BYTES : SPOOL_AHEAD_BYTES,
-                    grace ? channel_->end_grace() : std::chrono::milliseconds(0));
+  // Bytes that were counted need no grace; for others it follows once all are there.
+  channel_->receive(expected, expected ? READ_AHEAD_BYTES : SPOOL_AHEAD_BYTES, std::chrono::milliseconds(0));
   if (request.size <= storage_.chunked_minimum()) sha1_ = checksum_stream::create("SHA1");
 }
 
@@ -153,9 +152,29 @@ bool store::take_in(operation& op) {
   const bool counted = request_.size > 0;
   request_.size = held.size();
   spool_ = std::make_unique<spool>(std::move(held));
-  end_awaited_ = !counted && !request_.replaces && channel_->end_grace().count() > 0;
   end_counts_ = std::chrono::steady_clock::now() + channel_->end_grace();
-  return true;
+  if (counted || channel_->end_grace().count() == 0) return true;
+  end_awaited_ = !request_.replaces;
+  return end_awaited_ || await_life(op);
+}
+
+/// Waits until the end of the data counts. \return false when the client is gone; the channel has failed then.
+bool store::await_life(operation& op) {
+  while (!op.cancelled) {
+    // What the control connection says is known on the I/O thread only.
+    std::promise<std::pair<bool, bool>> told;
+    storage_.loop().post([this, &told] {
+      told.set_value({channel_->client_present(), channel_->client_speaks(end_counts_ - channel_->end_grace())});
+    });
+    const auto [present, speaks] = told.get_future().get();
+    if (!present) {
+      fail(426, CLIENT_GONE);
+      return false;
+    }
+    if (speaks || std::chrono::steady_clock::now() >= end_counts_) return true;
+    if (tarvex_sleep(&POLL) != 0) break;
+  }
+  return false;
 }
 
 /// The data are of no use any more.
@@ -199,7 +218,8 @@ bool store::read_spooled(data_read wanted) {
 /// Passes the end on once it counts: when the grace is over and the client is there, or has said something since.
 void store::pass_end(data_read wanted, read_outcome outcome) {
   if (!channel_->client_present()) channel_->note_failure(426, CLIENT_GONE);
-  const bool counts = std::chrono::steady_clock::now() >= end_counts_ || channel_->client_speaks(end_counts_ - channel_->end_grace());
+  const bool counts =
+      std::chrono::steady_clock::now() >= end_counts_ || channel_->client_speaks(end_counts_ - channel_->end_grace());
   if (counts || channel_->broken()) {
     {
       const std::lock_guard lock(feed_mutex_);

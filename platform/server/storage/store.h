@@ -101,6 +101,7 @@ class store {
  private:
   bool take_in(operation& op);
   bool await_beginning(operation& op);
+  bool await_life(operation& op);
   void call_plugin(operation& op);
   bool may_run_again(operation& op);
   void fail(int code, const std::string& text);

@@ -24,7 +24,7 @@ struct transfer_client {
   std::function<bool()> present;          ///< whether the client's control connection is there
   /// Whether the client has said something since then.
   std::function<bool(std::chrono::steady_clock::time_point since)> speaks;
-  std::chrono::milliseconds end_grace;    ///< how long a client that is dead may look alive
+  std::chrono::milliseconds end_grace;  ///< how long a client that is dead may look alive
 };
 
 /// One use of the data channel, from the 150 reply to the closed connection. The final reply is the caller's. It sends,
@@ -50,7 +50,9 @@ class transfer : public std::enable_shared_from_this<transfer> {
   [[nodiscard]] bool push_text(std::string text);
   data_receiver& receiver() { return *receiver_; }           ///< of one that receives
   bool client_present() const { return client_.present(); }  ///< I/O thread
-  bool client_speaks(std::chrono::steady_clock::time_point since) const { return client_.speaks(since); }    ///< I/O thread
+  bool client_speaks(std::chrono::steady_clock::time_point since) const {
+    return client_.speaks(since);
+  }  ///< I/O thread
   std::chrono::milliseconds end_grace() const { return client_.end_grace; }
   bool broken() const { return broken_; }  ///< a failure was noted
   bool receives() const { return receiver_ != nullptr; }

@@ -5,7 +5,6 @@
 #include "temporary_folder.h"
 
 #include <gtest/gtest.h>
-
 #include <sys/resource.h>
 #include <sys/stat.h>
 

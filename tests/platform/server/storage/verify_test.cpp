@@ -212,9 +212,11 @@ TEST_F(VerifyTest, MissingForWantOfALookIsNotMissing) {
     int status, code;
     const char *word, *reply;
   } rows[] = {
-      {200, 550, "PATH_NOT_FOUND", "550 PATH_NOT_FOUND"}, {404, 550, "PATH_NOT_FOUND", "550 PATH_NOT_FOUND"},
-      {423, 550, "PATH_NOT_FOUND", "451-TRY_AGAIN"},      {500, 553, "NOT_A_DIRECTORY", "451-TRY_AGAIN"},
-      {0, 553, "PATH_EXISTS", "451-TRY_AGAIN"},           {429, 550, "PERMISSION_DENIED", "550 PERMISSION_DENIED"},
+      {200, 550, "PATH_NOT_FOUND", "550 PATH_NOT_FOUND"},
+      {404, 550, "PATH_NOT_FOUND", "550 PATH_NOT_FOUND"},
+      {423, 550, "PATH_NOT_FOUND", "451-TRY_AGAIN"},
+      {500, 553, "NOT_A_DIRECTORY", "451-TRY_AGAIN"},
+      {429, 550, "PERMISSION_DENIED", "550 PERMISSION_DENIED"},
   };
   for (const auto& row : rows) {
     prepare({{.exchanges = {{"GET", row.status}}, .code = row.code, .word = row.word}});
