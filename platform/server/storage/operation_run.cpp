@@ -64,7 +64,8 @@ void run_and_tell(operation& op) {
   if (operation_prepare(op)) {
     const std::uint64_t when = view.now();
     operation_work(op);
-    if (!log.summary().touched() && operation_learn(op) && make_ready_again(op)) operation_work(op);
+    const bool harmless = op.subject.existing_may_be_new || !log.summary().touched();
+    if (harmless && operation_learn(op) && make_ready_again(op)) operation_work(op);
     log.end();
     operation_verify(op);
     if (op.subject.lists && ended_well(op)) view.note_listed(op.subject.path, when);
