@@ -149,7 +149,7 @@ TEST_F(VerifyTest, ChangesAreConfirmedWhenTheyAreDone) {
       {"RNTO new", {renaming(409)}, false, 553, "PATH_EXISTS", "553 PATH_EXISTS", 0},
       {"MKD new", {making(201)}, true, OK, "", "257 \"/new\"", 0},
       {"MKD new", {making(0)}, true, 1, "", "257 \"/new\"", 1},
-      {"MKD new", {making(0), making(409)}, true, 553, "PATH_EXISTS", "257 \"/new\"", 1},
+      {"MKD new", {making(0), making(409)}, true, 553, "PATH_EXISTS", "257 \"/new\"", 2},
       {"MKD new", {making(504)}, false, 1, "", "451 Operation failed.", 2},
       {"MKD new", {making(202)}, false, OK, "", "451-NOT_DONE", 2},
   };
