@@ -1,5 +1,6 @@
 #include "session_process.h"
 
+#include "base/leak_check.h"
 #include "base/log.h"
 #include "command/dispatch.h"
 #include "session/session.h"
@@ -151,7 +152,8 @@ int serve(const session_setup& setup) {
 int session_run(const session_setup& setup) {
   try {
     memory_set_up();
-    return serve(setup);
+    const int status = serve(setup);
+    return leak_check() ? status : 1;
   } catch (const std::exception& error) {
     log_error("a session cannot start: {}", error.what());
     return 1;
