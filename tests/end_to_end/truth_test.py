@@ -305,6 +305,37 @@ def test_what_is_there_is_left_until_its_replacement_is_on_its_way(scene, how):
         assert scene.holds("f") == sha1(CONTENT)
 
 
+@pytest.mark.parametrize("announce", [False, True])
+def test_what_is_renamed_while_its_replacement_comes_is_left_alone(scene, announce):
+    one, other = scene.session(), scene.session()
+    rename = "RNFR {0}/f RNTO {0}/g"
+    answer = scene.put(one, "f", NEW, announce, before_end=None if announce else lambda: scene.ask(other, rename))
+    if announce:
+        data = one.data()
+        one.command(f"ALLO {len(LARGE)}")
+        assert one.command(f"STOR /{scene.name}/f")[0] == 150
+        assert scene.ask(other, rename)[0] == 250
+        data.sendall(LARGE)
+        data.close()
+        answer = one.reply()
+    assert answer[0] == 226
+    assert scene.holds("g") == sha1(NEW if announce else CONTENT)
+    assert scene.holds("f") == sha1(LARGE if announce else NEW)
+
+
+def test_a_store_whose_deletion_lost_its_answer_is_sent_again(box, scene):
+    client = scene.session()
+    box.fault(method="DELETE", path="/2.0/files/*", cut_before_answer=True, store=True)
+    assert scene.put(client, "f", NEW)[0] == 226 and scene.holds("f") == sha1(NEW)
+
+
+@pytest.mark.parametrize("fault", [{"status": 206, "html": "<html>no</html>"}, {"status": 200, "html": "<html>no</html>"}])
+def test_a_checksum_of_a_range_is_of_the_file(box, scene, fault):
+    client = scene.session()
+    box.fault(method="GET", path="/d/**", times=LASTING, **fault)
+    assert refused(scene.ask(client, "CKSM SHA1 0 1 {0}/f"))
+
+
 def test_a_broken_upload_goes_on_whatever_else_is_done(scene):
     client = scene.session()
     answer = scene.put(client, "broken", LARGE[:90_000], announce=len(LARGE))
