@@ -3,6 +3,9 @@
 #include "command/handler.h"
 #include "config/accounts_cache.h"
 #include "ftp/path.h"
+#include "limits/account_seats.h"
+#include "limits/address_group.h"
+#include "limits/wrong_passwords.h"
 #include "session/session.h"
 
 #include <chrono>
@@ -17,12 +20,50 @@ namespace {
 constexpr unsigned FAILURES_MAX = 5;
 constexpr std::chrono::seconds FAILURE_DELAY{1};
 
+password_rules guessing_rules(const configuration& config) {
+  return {config.wrong_passwords, std::chrono::seconds(config.wrong_passwords_window_s)};
+}
+
+/// Whether the client's address has used its wrong passwords up, over all of its connections.
+bool guesses_used_up(const session& client) {
+  return client.limits && wrong_passwords_used_up(*client.limits, address_group(client.control.peer().address),
+                                                  guessing_rules(client.config), std::chrono::steady_clock::now());
+}
+
+void send_away(session& client, std::string_view reply, std::string_view reason) {
+  log_warning("{}: sent away: {}", client.who(), reason);
+  client.reply(421, reply);
+  client.end(reason);
+}
+
+/// Counts a wrong password. One that cannot be counted is the last of its connection.
+void count_wrong_password(session& client) {
+  if (!client.limits) return;
+  const bool counted = wrong_password_count(*client.limits, address_group(client.control.peer().address),
+                                            guessing_rules(client.config), std::chrono::steady_clock::now());
+  if (!counted) client.login.failures = FAILURES_MAX;
+}
+
+/// Counts the session for the account; sends the client away itself when that cannot be.
+bool take_seat(session& client, std::string_view account) {
+  if (!client.limits) return true;
+  const unsigned limit = client.config.sessions_per_account;
+  const seat_answer answer = account_seat_take(*client.limits, client.share, account, limit);
+  if (answer == seat_answer::taken || (answer == seat_answer::uncounted && limit == 0)) return true;
+  if (answer == seat_answer::uncounted) {
+    send_away(client, "The sessions of this account cannot be counted; try again later.", "too many accounts");
+  } else {
+    send_away(client, "This account has as many sessions as it may have; try again later.", "sessions_per_account");
+  }
+  return false;
+}
+
 /// Answers a failed login after a while, so that guessing takes its time.
 asio::awaitable<void> login_failed(session& client, outcome how) {
   co_await client.pause(FAILURE_DELAY);
   client.reply(how.code, how.lines);
   if (how.code == 421) co_return client.end("the storage did not start");
-  if (++client.login.failures < FAILURES_MAX) co_return;
+  if (++client.login.failures < FAILURES_MAX && !guesses_used_up(client)) co_return;
   client.reply(421, "Too many failed logins; closing the control connection.");
   client.end("too many failed logins");
 }
@@ -54,6 +95,8 @@ handled command_pass(session& client, std::string password) {
     client.reply(421, "The server has no resources for another session.");
     co_return client.end("no thread");
   }
+  if (guesses_used_up(client))
+    co_return send_away(client, "Too many wrong passwords came from your address; try again later.", "wrong_passwords");
   const std::string user = std::exchange(client.login.user, {});
   const std::string peer = client.control.peer().host();
   secret typed(std::move(password));
@@ -70,12 +113,15 @@ handled command_pass(session& client, std::string password) {
   outcome how = outcome_failure(530, "Login incorrect.");
   if (answer.verdict == login_verdict::refused) {
     log_info("login of {} from {} failed: wrong name or password", user, peer);
+    count_wrong_password(client);
     co_return co_await login_failed(client, std::move(how));
   }
+  if (!take_seat(client, answer.who->name)) co_return;
   storage_user served{.name = answer.who->name, .credential = answer.who->credential, .peer = peer};
   how = co_await client.storage.start(std::move(served));
   if (how.ok()) co_return logged_in(client, user);
   log_warning("login of {} from {} failed: {}", user, peer, how.text());
+  if (client.limits) account_seat_give_back(*client.limits, client.share);
   co_await login_failed(client, std::move(how));
 }
 

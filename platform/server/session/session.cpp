@@ -12,35 +12,44 @@ namespace tarvex::server {
 session::session(const session_setup& setup)
     : config(*setup.config),
       accounts(*setup.accounts),
-      control(loop, setup.control_socket),
+      control(loop, setup.control_socket, setup.config->line_length),
       data(loop),
       storage({.loop = loop,
                .config = config,
                .plugin = *setup.storage,
                .changes = setup.changes,
                .budget = setup.budget,
-               .budget_share = setup.budget_share,
+               .budget_share = setup.share,
                .who = [this] { return who(); }}),
-      end_wake_(loop) {}
+      limits(setup.limits),
+      share(setup.share),
+      end_wake_(loop) {
+  login.deadline = std::chrono::steady_clock::now() + std::chrono::seconds(config.login_timeout_s);
+}
 
 void session::reply(int code, std::string_view line) {
-  control.send(reply_format(code, line));
+  if (!replied_last_) control.send(reply_format(code, line));
+}
+
+void session::reply_last(int code, std::string_view line) {
+  reply(code, line);
+  replied_last_ = true;
 }
 
 void session::reply(int code, const std::vector<std::string>& lines) {
-  control.send(reply_format(code, lines));
+  if (!replied_last_) control.send(reply_format(code, lines));
 }
 
 void session::reply_block(int code, std::string_view first, const std::vector<std::string>& inner,
                           std::string_view last) {
-  control.send(server::reply_block(code, first, inner, last));
+  if (!replied_last_) control.send(server::reply_block(code, first, inner, last));
 }
 
 std::shared_ptr<transfer> session::make_transfer(const std::string& path) {
   return std::make_shared<transfer>(transfer_client{
       .loop = loop,
       .data = data,
-      .stall_limit = std::chrono::seconds(config.idle_timeout_s),
+      .stall_limit = std::chrono::seconds(config.stalled_timeout_s),
       .opening = [this, path] { reply(150, "Opening data connection for " + path + "."); },
       .present = [this] { return control.present(); },
       .speaks = [this](std::chrono::steady_clock::time_point since) { return last_line_ > since; },
