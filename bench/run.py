@@ -15,10 +15,13 @@ import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests" / "end_to_end"))
 from local import BUILD, PASSWORD, Box, Server  # noqa: E402
+import crowd as crowds  # noqa: E402
 from memory import private_bytes  # noqa: E402
 
 GIB = 1024**3
 ROWS = []
+# All clients come from one address, and log in one after the other.
+CROWDED = "[limits]\nconnections_per_minute = 0"
 
 
 def row(name, value, aim=""):
@@ -62,7 +65,7 @@ class Place:
         self.directory = tempfile.TemporaryDirectory(prefix="tarvex-bench-")
         path = pathlib.Path(self.directory.name)
         self.box = Box(path, *self.arguments[0])
-        self.server = Server(path, self.box, **self.arguments[1])
+        self.server = Server(path, self.box, **{"tables": CROWDED, **self.arguments[1]})
         return self.box, self.server
 
     def __exit__(self, *error):
@@ -382,7 +385,8 @@ class RclonePlace:
         make_certificate(self.top)
         self.box = Box(self.top, "--certificate", self.top / "cert.pem", "--key", self.top / "key.pem",
                        listen="127.0.0.1:443", ca=self.top / "ca.pem")
-        self.server = Server(self.top, self.box, api_base="https://127.0.0.1:443", ca=self.top / "ca.pem")
+        self.server = Server(self.top, self.box, api_base="https://127.0.0.1:443", ca=self.top / "ca.pem",
+                             tables=CROWDED)
         (self.top / "rclone.conf").write_text(f"[bx]\ntype = box\naccess_token = {self.box.token}\n")
         return self
 
@@ -461,6 +465,13 @@ def rclone():
         rclone_side_by_side(place, GIB, 300, 100)
 
 
+def crowd():
+    """500 idle sessions, and what one hostile client costs another."""
+    for measure in (crowds.idle_sessions, crowds.hostile_client):
+        with tempfile.TemporaryDirectory(prefix="tarvex-bench-") as directory:
+            measure(row, pathlib.Path(directory))
+
+
 def micro():
     """Pieces inside a process."""
     subprocess.run([BUILD / "bin/micro", "--benchmark_min_time=0.2"], check=True)
@@ -468,7 +479,7 @@ def micro():
 
 BENCHMARKS = {run.__name__: run for run in (
     download, listing, memory, logins, pacing, upload, upload_memory, checksum, small_files, four_sessions,
-    abort_under_pacing, rclone, micro)}
+    abort_under_pacing, crowd, rclone, micro)}
 
 
 def main():
