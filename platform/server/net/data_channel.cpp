@@ -42,7 +42,7 @@ data_connection success(tcp::socket socket) {
   error_code ignored;
   socket.set_option(asio::socket_base::keep_alive(true), ignored);
   socket.set_option(tcp::no_delay(true), ignored);
-  return {std::make_unique<data_socket>(data_socket{std::move(socket)}), {}};
+  return {std::make_unique<data_socket>(std::move(socket)), {}};
 }
 
 }  // namespace

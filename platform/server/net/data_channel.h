@@ -14,7 +14,7 @@
 
 namespace tarvex::server {
 
-struct data_socket;
+class data_socket;
 
 /// Either a connection, or none and what went wrong, as a sentence. Whoever owns one includes net/data_socket.h.
 struct data_connection {

@@ -12,7 +12,7 @@
 
 namespace tarvex::server {
 
-struct data_socket;
+class data_socket;
 
 /// What became of a read.
 struct read_outcome {
