@@ -3,6 +3,7 @@
 
 #include "base/log.h"
 #include "listening_socket.h"
+#include "net/tls_identity.h"
 #include "session_processes.h"
 
 #include <poll.h>
@@ -132,6 +133,12 @@ void end_sessions(listener& self) {
 }  // namespace
 
 int listener_run(const configuration& config, storage_plugin& storage) {
+  tls_identity_answer tls = tls_identity_load(config);
+  if (!tls.error.empty()) {
+    log_error("[tls]: {}", tls.error);
+    return 1;
+  }
+  if (tls.identity) tls_identity_log_expiry(*tls.identity, true);
   std::vector<descriptor> sockets;
   if (!open_sockets(config.listen, sockets)) return 1;
   sigset_t session_mask = {};
@@ -143,8 +150,7 @@ int listener_run(const configuration& config, storage_plugin& storage) {
     log_error("cannot start: {}", std::strerror(errno));
     return 1;
   }
-  if (!config.tls_certificate.empty())
-    log_warning("[tls] is set, but TLS is not offered yet: logins are in plain text");
+  self.sessions.use_tls(std::move(tls.identity));
   announce(self.sockets);
   serve(self);
   end_sessions(self);

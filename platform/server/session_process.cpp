@@ -23,18 +23,21 @@ constexpr std::string_view GREETING = "GridFTP server ready.";
 /// One session's loop: a command after the other, while what may not wait is dealt with beside it.
 class conversation {
  public:
-  explicit conversation(session& client) : client_(client), limit_(client.loop) {}
+  conversation(session& client, bool implicit_tls)
+      : client_(client), implicit_tls_(implicit_tls), limit_(client.loop) {}
 
   /// \return false when the socket is no connection.
   bool open();
 
  private:
   asio::awaitable<void> serve();
+  void greet();
   void attend();
   void watch_idleness();
   void stop_when_over();
 
   session& client_;
+  const bool implicit_tls_;
   loop_timer limit_;
   bool busy_ = false;    ///< a command is not over yet; later lines wait
   bool served_ = false;  ///< no more commands
@@ -51,7 +54,7 @@ bool conversation::open() {
     const operation* const running = client_.storage.running();
     if (running && running->transfer) client_.end("connection lost");
   };
-  if (!client_.control.start(std::move(events))) return false;
+  if (!client_.control.start(std::move(events), implicit_tls_)) return false;
   client_.loop.on_signal(SIGTERM, [this] {
     client_.reply(421, "The server is shutting down.");
     client_.end("server shutdown");
@@ -63,12 +66,17 @@ bool conversation::open() {
                    stop_when_over();
                  });
   client_.storage.on_run([this] { attend(); });
-  client_.reply(220, GREETING);
   client_.loop.spawn(serve());
   return true;
 }
 
 asio::awaitable<void> conversation::serve() {
+  bool ready = !implicit_tls_;
+  if (implicit_tls_) {
+    std::string no_invitation;
+    ready = co_await client_.secure(std::move(no_invitation));
+  }
+  if (ready) greet();
   while (!client_.ending()) {
     watch_idleness();
     const auto line = co_await client_.control.next_line();
@@ -80,6 +88,13 @@ asio::awaitable<void> conversation::serve() {
   client_.end("connection lost");
   served_ = true;
   stop_when_over();
+}
+
+/// Implicit TLS protects data connections from the start.
+void conversation::greet() {
+  client_.settings.protection_buffer_told = implicit_tls_;
+  client_.protect_data(implicit_tls_);
+  client_.reply(220, GREETING);
 }
 
 /// Lines that wait behind a running command: an ABOR cancels it now and is answered in its turn; what may be answered
@@ -135,7 +150,7 @@ void memory_set_up() {
 
 int serve(const session_setup& setup) {
   session client(setup);
-  conversation with_client(client);
+  conversation with_client(client, setup.implicit_tls && setup.tls);
   if (!with_client.open()) return 1;
   run_loop(client);
   if (!client.storage.finish(END_LIMIT)) {

@@ -91,7 +91,8 @@ void session_processes::become_session(descriptor control, pid_t parent, std::si
                      .changes = changes_.get(),
                      .budget = budget_.get(),
                      .budget_share = share,
-                     .control_socket = control.release()}));
+                     .control_socket = control.release(),
+                     .tls = tls_}));
 }
 
 void session_processes::start(descriptor control) {

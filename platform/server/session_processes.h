@@ -2,6 +2,7 @@
 
 #include "config/accounts_cache.h"
 #include "config/configuration.h"
+#include "net/tls_identity.h"
 #include "storage/change_slots.h"
 #include "storage/plugin.h"
 #include "storage/spool_budget.h"
@@ -14,6 +15,7 @@
 #include <cstddef>
 #include <memory>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace tarvex::server {
@@ -27,6 +29,9 @@ class session_processes {
 
   /// Sets up what all sessions share. \return false, with errno set, when there is no memory.
   [[nodiscard]] bool open();
+
+  /// Sessions that are started from now on offer TLS as this identity; null: none.
+  void use_tls(std::shared_ptr<const tls_identity> identity) { tls_ = std::move(identity); }
 
   /// Hands a connection to a new process; a 421 turns it away beyond `max_sessions` and when no process can be had.
   void start(descriptor control);
@@ -56,6 +61,7 @@ class session_processes {
   accounts_cache accounts_;
   storage_plugin& storage_;
   const sigset_t signal_mask_;
+  std::shared_ptr<const tls_identity> tls_;
   shared_memory<change_slots> changes_;
   shared_memory<spool_budget> budget_;
   std::unordered_map<pid_t, std::size_t> running_;  ///< and the share of the budget that each has
