@@ -27,7 +27,7 @@ constexpr const char* DEFAULT_CIPHERS =
 using certificate_ptr = owner<X509, X509_free>;
 
 /// OpenSSL keeps a list of errors per thread: the first is the cause, the rest is emptied for the next caller.
-std::string openssl_error(const std::string& what) {
+std::string tls_file_error(const std::string& what) {
   const unsigned long code = ERR_get_error();
   ERR_clear_error();
   const char* const reason = ERR_reason_error_string(code);
@@ -77,7 +77,7 @@ std::string read_blocks(const std::string& file, std::vector<pem_block>& out) {
 }
 
 /// The certificates of a file, in their order.
-std::string read_certificates(const std::string& file, std::vector<certificate_ptr>& out) {
+std::string read_certificate_file(const std::string& file, std::vector<certificate_ptr>& out) {
   std::vector<pem_block> blocks;
   std::string error = read_blocks(file, blocks);
   if (!error.empty()) return error;
@@ -85,20 +85,20 @@ std::string read_certificates(const std::string& file, std::vector<certificate_p
     if (block.name != PEM_STRING_X509 && block.name != PEM_STRING_X509_OLD) continue;
     const auto* bytes = reinterpret_cast<const unsigned char*>(block.content.text().data());
     out.emplace_back(d2i_X509(nullptr, &bytes, static_cast<long>(block.content.text().size())));
-    if (out.back() == nullptr) return openssl_error("a certificate in \"" + file + "\" cannot be read");
+    if (out.back() == nullptr) return tls_file_error("a certificate in \"" + file + "\" cannot be read");
   }
   return out.empty() ? "no certificate in PEM form can be read from \"" + file + "\"" : "";
 }
 
 std::string load_certificate(const std::string& file, SSL_CTX* context) {
   std::vector<certificate_ptr> chain;
-  std::string error = read_certificates(file, chain);
+  std::string error = read_certificate_file(file, chain);
   if (!error.empty()) return error;
   if (SSL_CTX_use_certificate(context, chain.front().get()) != 1)
-    return openssl_error("the certificate in \"" + file + "\" cannot be used");
+    return tls_file_error("the certificate in \"" + file + "\" cannot be used");
   for (std::size_t i = 1; i < chain.size(); ++i) {
     if (SSL_CTX_add1_chain_cert(context, chain[i].get()) != 1)
-      return openssl_error("the chain in \"" + file + "\" cannot be used");
+      return tls_file_error("the chain in \"" + file + "\" cannot be used");
   }
   return {};
 }
@@ -113,9 +113,9 @@ std::string load_key(const std::string& file, SSL_CTX* context) {
     const auto* bytes = reinterpret_cast<const unsigned char*>(block.content.text().data());
     const owner<EVP_PKEY, EVP_PKEY_free> key(
         d2i_AutoPrivateKey(nullptr, &bytes, static_cast<long>(block.content.text().size())));
-    if (key == nullptr) return openssl_error("the private key in \"" + file + "\" cannot be read");
+    if (key == nullptr) return tls_file_error("the private key in \"" + file + "\" cannot be read");
     if (SSL_CTX_use_PrivateKey(context, key.get()) != 1 || SSL_CTX_check_private_key(context) != 1)
-      return openssl_error("the private key in \"" + file + "\" does not fit the certificate");
+      return tls_file_error("the private key in \"" + file + "\" does not fit the certificate");
     return {};
   }
   return "no private key in PEM form can be read from \"" + file + "\"";
@@ -124,12 +124,12 @@ std::string load_key(const std::string& file, SSL_CTX* context) {
 /// Who may sign clients' certificates: no other authority of this machine counts.
 std::string load_client_authorities(const std::string& file, SSL_CTX* context) {
   std::vector<certificate_ptr> authorities;
-  std::string error = read_certificates(file, authorities);
+  std::string error = read_certificate_file(file, authorities);
   if (!error.empty()) return error;
   X509_STORE* const trusted = SSL_CTX_get_cert_store(context);  // borrowed
   for (const certificate_ptr& authority : authorities) {
     if (X509_STORE_add_cert(trusted, authority.get()) != 1 || SSL_CTX_add_client_CA(context, authority.get()) != 1)
-      return openssl_error("the authorities in \"" + file + "\" cannot be used");
+      return tls_file_error("the authorities in \"" + file + "\" cannot be used");
   }
   SSL_CTX_set_verify(context, SSL_VERIFY_PEER, nullptr);
   return {};
@@ -141,7 +141,7 @@ std::string tls_files_load(const configuration& config, SSL_CTX* context) {
   ERR_clear_error();
   const char* const ciphers = config.tls_ciphers.empty() ? DEFAULT_CIPHERS : config.tls_ciphers.c_str();
   if (SSL_CTX_set_cipher_list(context, ciphers) != 1)
-    return openssl_error("ciphers \"" + config.tls_ciphers + "\" name none that can be used");
+    return tls_file_error("ciphers \"" + config.tls_ciphers + "\" name none that can be used");
   std::string error = load_certificate(config.tls_certificate, context);
   if (error.empty()) error = load_key(config.tls_key, context);
   if (error.empty() && !config.tls_client_ca.empty()) error = load_client_authorities(config.tls_client_ca, context);
@@ -150,7 +150,7 @@ std::string tls_files_load(const configuration& config, SSL_CTX* context) {
 
 std::string tls_files_error(const configuration& config) {
   const owner<SSL_CTX, SSL_CTX_free> context(SSL_CTX_new(TLS_server_method()));
-  return context == nullptr ? openssl_error("TLS cannot be set up") : tls_files_load(config, context.get());
+  return context == nullptr ? tls_file_error("TLS cannot be set up") : tls_files_load(config, context.get());
 }
 
 }  // namespace tarvex::server

@@ -14,7 +14,7 @@ using boost::system::error_code;
 
 namespace {
 
-asio::awaitable<data_socket::moved> read(wire::pointer from, asio::mutable_buffer into) {
+asio::awaitable<data_socket::moved> wire_read(wire::pointer from, asio::mutable_buffer into) {
   while (true) {
     const auto [error, bytes] = from->read_now(into);
     if (error != asio::error::would_block) co_return data_socket::moved{error, bytes};
@@ -23,7 +23,7 @@ asio::awaitable<data_socket::moved> read(wire::pointer from, asio::mutable_buffe
   }
 }
 
-asio::awaitable<data_socket::moved> write(wire::pointer to, std::span<const asio::const_buffer> buffers) {
+asio::awaitable<data_socket::moved> wire_write(wire::pointer to, std::span<const asio::const_buffer> buffers) {
   const auto [error, bytes] = co_await wire::write_some(to, buffers);
   co_return data_socket::moved{error, bytes};
 }
@@ -51,7 +51,7 @@ certificate_names data_socket::peer_certificate() const {
 }
 
 asio::awaitable<data_socket::moved> data_socket::read_some(asio::mutable_buffer into) {
-  return read(wire_, into);
+  return wire_read(wire_, into);
 }
 
 data_socket::moved data_socket::read_now(asio::mutable_buffer into) {
@@ -64,7 +64,7 @@ asio::awaitable<error_code> data_socket::readable() {
 }
 
 asio::awaitable<data_socket::moved> data_socket::write_some(std::span<const asio::const_buffer> buffers) {
-  return write(wire_, buffers);
+  return wire_write(wire_, buffers);
 }
 
 bool data_socket::unsent() const {

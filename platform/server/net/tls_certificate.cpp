@@ -12,7 +12,7 @@ namespace tarvex::server {
 
 namespace {
 
-std::string fingerprint(const X509* certificate) {
+std::string fingerprint_text(const X509* certificate) {
   constexpr const char* DIGITS = "0123456789abcdef";
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest;
   unsigned length = 0;
@@ -25,7 +25,7 @@ std::string fingerprint(const X509* certificate) {
   return hex;
 }
 
-std::string subject(const X509* certificate, unsigned long flags) {
+std::string subject_text(const X509* certificate, unsigned long flags) {
   const owner<BIO, BIO_free_all> into(BIO_new(BIO_s_mem()));
   if (into == nullptr || X509_NAME_print_ex(into.get(), X509_get_subject_name(certificate), 0, flags) < 0) return {};
   char* text = nullptr;  // borrowed
@@ -39,10 +39,10 @@ certificate_names certificate_names_of(const X509* certificate) {
   if (certificate == nullptr) return {};
   constexpr unsigned long ESCAPED = XN_FLAG_RFC2253;
   constexpr unsigned long AS_IT_STANDS = ESCAPED & ~static_cast<unsigned long>(ASN1_STRFLGS_ESC_MSB);
-  const std::string digest = fingerprint(certificate);
+  const std::string digest = fingerprint_text(certificate);
   if (digest.empty()) return {};
-  return {"sha256:" + digest, "subject:" + subject(certificate, AS_IT_STANDS),
-          "subject:" + subject(certificate, ESCAPED)};
+  return {"sha256:" + digest, "subject:" + subject_text(certificate, AS_IT_STANDS),
+          "subject:" + subject_text(certificate, ESCAPED)};
 }
 
 }  // namespace tarvex::server

@@ -60,12 +60,12 @@ struct output_buffer {
   }
 };
 
-error_code system_error(int number) {
+error_code socket_error(int number) {
   return {number, asio::error::get_system_category()};
 }
 
 /// The cause of what has failed; the rest of OpenSSL's list is emptied for the next caller.
-error_code openssl_error() {
+error_code engine_error() {
   const unsigned long code = ERR_get_error();
   ERR_clear_error();
   if (code == 0) return asio::error::connection_aborted;
@@ -104,7 +104,7 @@ std::size_t tls_engine::state::receive(void* into, std::size_t most) {
   if (got == 0)
     broken = asio::error::eof;
   else if (errno != EAGAIN && errno != EINTR)
-    broken = system_error(errno);
+    broken = socket_error(errno);
   return 0;
 }
 
@@ -169,7 +169,7 @@ error_code tls_engine::handshake() {
   const int outcome = SSL_do_handshake(state_->ssl.get());
   if (outcome == 1) return {};
   if (SSL_get_error(state_->ssl.get(), outcome) == SSL_ERROR_WANT_READ) return asio::error::would_block;
-  return state_->broken ? state_->broken : openssl_error();
+  return state_->broken ? state_->broken : engine_error();
 }
 
 tls_engine::moved tls_engine::read(asio::mutable_buffer into) {
@@ -195,7 +195,7 @@ error_code tls_engine::state::end_of_reading(int outcome) {
   const int reason = SSL_get_error(ssl.get(), outcome);
   if (reason == SSL_ERROR_WANT_READ) return asio::error::would_block;
   if (broken && broken != asio::error::eof) return broken;
-  if (reason != SSL_ERROR_ZERO_RETURN && broken != asio::error::eof) return openssl_error();
+  if (reason != SSL_ERROR_ZERO_RETURN && broken != asio::error::eof) return engine_error();
   if ((SSL_get_shutdown(ssl.get()) & SSL_SENT_SHUTDOWN) == 0) (void)SSL_shutdown(ssl.get());
   ERR_clear_error();
   return broken ? error_code(asio::ssl::error::stream_truncated) : error_code(asio::error::eof);
@@ -237,12 +237,12 @@ tls_engine::moved tls_engine::write(std::span<const asio::const_buffer> buffers)
   for (asio::const_buffer piece : buffers) {
     while (piece.size() > 0 && taken.bytes < WRITE_MAX) {
       const std::size_t added = state_->add(piece, WRITE_MAX - taken.bytes);
-      if (added == 0) return {openssl_error(), 0};
+      if (added == 0) return {engine_error(), 0};
       piece += added;
       taken.bytes += added;
     }
   }
-  if (!state_->encrypt_small()) return {openssl_error(), 0};
+  if (!state_->encrypt_small()) return {engine_error(), 0};
   return taken;
 }
 
@@ -259,7 +259,7 @@ tls_engine::moved tls_engine::send_now() {
         send(state_->socket, out.bytes.data() + out.first, out.bytes.size() - out.first, MSG_DONTWAIT | MSG_NOSIGNAL);
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) {
-      sent.error = errno == EAGAIN ? error_code(asio::error::would_block) : system_error(errno);
+      sent.error = errno == EAGAIN ? error_code(asio::error::would_block) : socket_error(errno);
       return sent;
     }
     sent.bytes += static_cast<std::size_t>(count);

@@ -14,22 +14,22 @@ namespace tarvex::server {
 namespace {
 
 /// As SSL_CTX_set_tlsext_ticket_key_evp_cb wants them.
-constexpr int FAILED = -1;
+constexpr int TICKET_FAILED = -1;
 constexpr int NO_TICKET = 0;
-constexpr int USED = 1;
+constexpr int TICKET_USED = 1;
 
-constexpr std::size_t NAME_BYTES = 16;
+constexpr std::size_t TICKET_NAME_BYTES = 16;
 
-int role_index() {
+int ticket_role_index() {
   static const int INDEX = SSL_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
   return INDEX;
 }
 
-const tls_ticket_role* role_of(const SSL* connection) {
-  return static_cast<const tls_ticket_role*>(SSL_get_ex_data(connection, role_index()));
+const tls_ticket_role* ticket_role_of(const SSL* connection) {
+  return static_cast<const tls_ticket_role*>(SSL_get_ex_data(connection, ticket_role_index()));
 }
 
-bool set_authentication(EVP_MAC_CTX* mac, const tls_ticket_key& key) {
+bool set_ticket_authentication(EVP_MAC_CTX* mac, const tls_ticket_key& key) {
   std::array<unsigned char, 32> bytes = key.authentication;  // parameters are not constant, though they are read only
   char digest[] = "SHA256";
   const OSSL_PARAM parameters[] = {OSSL_PARAM_construct_octet_string(OSSL_MAC_PARAM_KEY, bytes.data(), bytes.size()),
@@ -40,33 +40,34 @@ bool set_authentication(EVP_MAC_CTX* mac, const tls_ticket_key& key) {
   return set;
 }
 
-int seal(const tls_ticket_key& key, unsigned char* name, unsigned char* iv, EVP_CIPHER_CTX* cipher, EVP_MAC_CTX* mac) {
-  if (RAND_bytes(iv, EVP_CIPHER_get_iv_length(EVP_aes_256_cbc())) != 1) return FAILED;
+int seal_ticket(const tls_ticket_key& key, unsigned char* name, unsigned char* iv, EVP_CIPHER_CTX* cipher,
+                EVP_MAC_CTX* mac) {
+  if (RAND_bytes(iv, EVP_CIPHER_get_iv_length(EVP_aes_256_cbc())) != 1) return TICKET_FAILED;
   std::copy(key.name.begin(), key.name.end(), name);
   const bool ready = EVP_EncryptInit_ex(cipher, EVP_aes_256_cbc(), nullptr, key.encryption.data(), iv) == 1 &&
-                     set_authentication(mac, key);
-  return ready ? USED : FAILED;
+                     set_ticket_authentication(mac, key);
+  return ready ? TICKET_USED : TICKET_FAILED;
 }
 
-int open(const tls_ticket_key& key, const unsigned char* name, const unsigned char* iv, EVP_CIPHER_CTX* cipher,
-         EVP_MAC_CTX* mac) {
+int unseal_ticket(const tls_ticket_key& key, const unsigned char* name, const unsigned char* iv, EVP_CIPHER_CTX* cipher,
+                  EVP_MAC_CTX* mac) {
   if (!std::equal(key.name.begin(), key.name.end(), name)) return NO_TICKET;
   const bool ready = EVP_DecryptInit_ex(cipher, EVP_aes_256_cbc(), nullptr, key.encryption.data(), iv) == 1 &&
-                     set_authentication(mac, key);
-  return ready ? USED : FAILED;
+                     set_ticket_authentication(mac, key);
+  return ready ? TICKET_USED : TICKET_FAILED;
 }
 
 int on_ticket(SSL* connection, unsigned char* name, unsigned char* iv, EVP_CIPHER_CTX* cipher, EVP_MAC_CTX* mac,
               int sealing) {
-  const tls_ticket_role* const role = role_of(connection);
+  const tls_ticket_role* const role = ticket_role_of(connection);
   if (role == nullptr) return NO_TICKET;
-  if (sealing == 0) return open(*role->key, name, iv, cipher, mac);
-  return role->issues ? seal(*role->key, name, iv, cipher, mac) : NO_TICKET;
+  if (sealing == 0) return unseal_ticket(*role->key, name, iv, cipher, mac);
+  return role->issues ? seal_ticket(*role->key, name, iv, cipher, mac) : NO_TICKET;
 }
 
 /// \return 1 when the reference that comes with the call was taken over.
 int on_new_session(SSL* connection, SSL_SESSION* made) {
-  const tls_ticket_role* const role = role_of(connection);
+  const tls_ticket_role* const role = ticket_role_of(connection);
   if (role == nullptr || !role->issues || SSL_version(connection) != TLS1_2_VERSION) return 0;
   role->remembered->reset(made);
   return 1;
@@ -74,7 +75,7 @@ int on_new_session(SSL* connection, SSL_SESSION* made) {
 
 SSL_SESSION* on_session_wanted(SSL* connection, const unsigned char* id, int length, int* take_reference) {
   *take_reference = 1;
-  const tls_ticket_role* const role = role_of(connection);
+  const tls_ticket_role* const role = ticket_role_of(connection);
   if (role == nullptr || *role->remembered == nullptr) return nullptr;
   unsigned own_length = 0;
   const unsigned char* const own = SSL_SESSION_get_id(role->remembered->get(), &own_length);
@@ -84,7 +85,7 @@ SSL_SESSION* on_session_wanted(SSL* connection, const unsigned char* id, int len
 }  // namespace
 
 tls_ticket_key::tls_ticket_key() {
-  static_assert(sizeof(name) == NAME_BYTES);
+  static_assert(sizeof(name) == TICKET_NAME_BYTES);
   if (RAND_bytes(name.data(), static_cast<int>(name.size())) != 1 ||
       RAND_bytes(encryption.data(), static_cast<int>(encryption.size())) != 1 ||
       RAND_bytes(authentication.data(), static_cast<int>(authentication.size())) != 1)
@@ -101,13 +102,13 @@ bool tls_tickets_enable(SSL_CTX* context) {
   SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_SERVER | SSL_SESS_CACHE_NO_INTERNAL);
   SSL_CTX_sess_set_new_cb(context, on_new_session);
   SSL_CTX_sess_set_get_cb(context, on_session_wanted);
-  return role_index() >= 0 && SSL_CTX_set_tlsext_ticket_key_evp_cb(context, on_ticket) == 1;
+  return ticket_role_index() >= 0 && SSL_CTX_set_tlsext_ticket_key_evp_cb(context, on_ticket) == 1;
 }
 
 /// TLS 1.3 has tickets of its own accord, which the callback could not do without: their number is what says none.
 bool tls_tickets_play(SSL* connection, const tls_ticket_role& role) {
   if (!role.issues && SSL_set_num_tickets(connection, 0) != 1) return false;
-  return SSL_set_ex_data(connection, role_index(), const_cast<tls_ticket_role*>(&role)) == 1;
+  return SSL_set_ex_data(connection, ticket_role_index(), const_cast<tls_ticket_role*>(&role)) == 1;
 }
 
 }  // namespace tarvex::server

@@ -17,7 +17,7 @@ namespace {
 
 constexpr int NO_SOCKET = -1;
 
-asio::awaitable<error_code> ready(wire::pointer self, tcp::socket::wait_type what) {
+asio::awaitable<error_code> socket_ready(wire::pointer self, tcp::socket::wait_type what) {
   const auto [error] = co_await self->socket.async_wait(what, asio::as_tuple(asio::use_awaitable));
   co_return error;
 }
@@ -28,7 +28,7 @@ asio::awaitable<error_code> send_some(wire::pointer self) {
     const auto sent = self->tls->send_now();
     if (sent.error != asio::error::would_block) co_return sent.error;
     if (sent.bytes > 0) co_return error_code();
-    const error_code error = co_await ready(self, tcp::socket::wait_write);
+    const error_code error = co_await socket_ready(self, tcp::socket::wait_write);
     if (error) co_return error;
   }
   co_return error_code();
@@ -59,7 +59,7 @@ asio::awaitable<error_code> wire::readable(pointer self) {
     co_await asio::post(self->socket.get_executor(), asio::use_awaitable);  // others have their turn first
     co_return error_code();
   }
-  co_return co_await ready(self, tcp::socket::wait_read);
+  co_return co_await socket_ready(self, tcp::socket::wait_read);
 }
 
 asio::awaitable<wire::moved> wire::write_some(pointer self, std::span<const asio::const_buffer> buffers) {
@@ -103,7 +103,7 @@ asio::awaitable<error_code> wire::secure(pointer self, std::unique_ptr<tls_engin
     }
     error = co_await send_all(self);
     if (error || !goes_on) co_return error;
-    error = co_await ready(self, tcp::socket::wait_read);
+    error = co_await socket_ready(self, tcp::socket::wait_read);
     if (error) co_return error;
   }
 }
