@@ -7,6 +7,7 @@
 #include "confine/privileges.h"
 #include "listening_doors.h"
 #include "listening_socket.h"
+#include "net/tls_identity.h"
 #include "reload.h"
 #include "service_manager.h"
 #include "session_processes.h"
@@ -78,6 +79,14 @@ void accept_some(listener& self, const listening_door& door) {
   if (refusals == REFUSALS_PER_ROUND) self.accept_again = steady::now() + REFUSAL_PAUSE;
 }
 
+/// Certificate and key may have been renewed. A pair that cannot be used leaves the one before in force.
+void renew_identity(listener& self) {
+  const tls_identity_answer tls = tls_identity_load(self.sessions.config());
+  if (!tls.error.empty()) return log_error("[tls]: {}; certificate and key stay as they were", tls.error);
+  if (tls.identity) tls_identity_log_expiry(*tls.identity, false);
+  self.sessions.use_tls(tls.identity);
+}
+
 /// A file with a mistake in it changes nothing.
 void reload(listener& self) {
   service_reloading();
@@ -91,6 +100,7 @@ void reload(listener& self) {
     log_error("{}: nothing is changed: {}", self.file, error);
   } else {
     for (const std::string& key : kept) log_warning("{}: {} has changed; that takes a restart", self.file, key);
+    renew_identity(self);
     log_info("{} is read again; it counts for sessions from now on", self.file);
   }
   service_ready();
@@ -192,6 +202,9 @@ int listener_run(const std::string& file, const configuration& config, storage_p
     log_write(log_level::error, error);
     return 1;
   }
+  const tls_identity_answer tls = tls_identity_load(config);  // the key may be root's
+  if (!tls.error.empty()) return refuse_to_start("[tls]: " + tls.error);
+  if (tls.identity) tls_identity_log_expiry(*tls.identity, true);
   if (const std::string error = settle(config); !error.empty()) return refuse_to_start(error);
   sigset_t session_mask = {};
   descriptor signals = open_signals(session_mask);
@@ -202,8 +215,7 @@ int listener_run(const std::string& file, const configuration& config, storage_p
                 .signals = std::move(signals),
                 .watchdog = service_watchdog_interval()};
   if (const std::string error = self.sessions.open(); !error.empty()) return refuse_to_start(error);
-  if (!config.tls_certificate.empty())
-    log_warning("[tls] is set, but TLS is not offered yet: logins are in plain text");
+  self.sessions.use_tls(tls.identity);
   listening_doors_announce(self.doors);
   service_ready();
   while (!self.stopping) wait_and_act(self, steady::now() + std::chrono::hours(1));

@@ -66,6 +66,9 @@ std::string listening_doors_open(const configuration& config, std::vector<listen
   for (const listen_address& address : config.listen) {
     if (std::string error = open_door(handed, address, false, out); !error.empty()) return error;
   }
+  for (const listen_address& address : config.implicit_listen) {
+    if (std::string error = open_door(handed, address, true, out); !error.empty()) return error;
+  }
   return left_over(handed);
 }
 

@@ -29,6 +29,7 @@ struct fixed_row {
 };
 constexpr fixed_row FIXED[] = {
     {"listen in [server]", keep_field<&c::listen>},
+    {"implicit_listen in [tls]", keep_field<&c::implicit_listen>},
     {"user in [security]", keep_field<&c::user>},
     {"dsi in [storage]", keep_field<&c::storage_dsi>},
     {"library in [storage]", keep_field<&c::storage_library>},

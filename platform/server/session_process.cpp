@@ -28,13 +28,15 @@ constexpr std::string_view GREETING = "GridFTP server ready.";
 /// to stop, what runs may go on for a while, and nothing new is begun.
 class conversation {
  public:
-  explicit conversation(session& client) : client_(client), limit_(client.loop), grace_(client.loop) {}
+  conversation(session& client, bool implicit_tls)
+      : client_(client), implicit_tls_(implicit_tls), limit_(client.loop), grace_(client.loop) {}
 
   /// \return false when the socket is no connection.
   bool open();
 
  private:
   asio::awaitable<void> serve();
+  void greet();
   void attend();
   void watch_idleness();
   void stop();
@@ -43,6 +45,7 @@ class conversation {
   void stop_when_over();
 
   session& client_;
+  const bool implicit_tls_;
   loop_timer limit_, grace_;
   bool busy_ = false;      ///< a command is not over yet; later lines wait
   bool stopping_ = false;  ///< the server is to stop
@@ -60,7 +63,7 @@ bool conversation::open() {
     const operation* const running = client_.storage.running();
     if (running && running->transfer && running->transfer->receives()) client_.end("connection lost");
   };
-  if (!client_.control.start(std::move(events))) return false;
+  if (!client_.control.start(std::move(events), implicit_tls_)) return false;
   client_.loop.on_signal(SIGTERM, [this] { stop(); });
   // A peer that does not read its last reply, or a storage that does not come back, is not waited for longer.
   client_.on_end([this] { limit_.start(END_LIMIT, [this] { client_.loop.stop(); }); },
@@ -69,12 +72,17 @@ bool conversation::open() {
                    stop_when_over();
                  });
   client_.storage.on_run([this] { attend(); });
-  client_.reply(220, GREETING);
   client_.loop.spawn(serve());
   return true;
 }
 
 asio::awaitable<void> conversation::serve() {
+  bool ready = !implicit_tls_;
+  if (implicit_tls_) {
+    std::string no_invitation;
+    ready = co_await client_.secure(std::move(no_invitation));
+  }
+  if (ready) greet();
   while (!client_.ending()) {
     watch_idleness();
     const auto line = co_await client_.control.next_line();
@@ -87,6 +95,13 @@ asio::awaitable<void> conversation::serve() {
   client_.end("connection lost");
   served_ = true;
   stop_when_over();
+}
+
+/// Implicit TLS protects data connections from the start.
+void conversation::greet() {
+  client_.settings.protection_buffer_told = implicit_tls_;
+  client_.protect_data(implicit_tls_);
+  client_.reply(220, GREETING);
 }
 
 /// Lines that wait behind a running command: an ABOR cancels it now and is answered in its turn; what may be answered
@@ -164,7 +179,7 @@ void memory_set_up() {
 
 int serve(const session_setup& setup) {
   session client(setup);
-  conversation with_client(client);
+  conversation with_client(client, setup.implicit_tls && setup.tls);
   if (!with_client.open()) return 1;
   run_loop(client);
   if (!client.storage.finish(END_LIMIT, TIDY_LIMIT)) {

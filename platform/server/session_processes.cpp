@@ -91,7 +91,7 @@ std::string session_processes::reload(configuration fresh) {
 }
 
 /// The new process: keeps nothing of the listener but what a session needs, and never returns.
-void session_processes::become_session(descriptor control, pid_t parent, std::size_t share) {
+void session_processes::become_session(descriptor control, pid_t parent, std::size_t share, bool implicit_tls) {
   close_others(control.get());
   hide_memory();
   signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is an error of its write
@@ -104,7 +104,7 @@ void session_processes::become_session(descriptor control, pid_t parent, std::si
   const std::string error = sandbox_.enter(session_places(config_, accounts_.credential_folders()));
   if (!error.empty()) {
     log_error("{}", error);
-    say_421(control, "Out of resources; try again later.");
+    if (!implicit_tls) say_421(control, "Out of resources; try again later.");
     _exit(1);
   }
   _exit(session_run({.config = &config_,
@@ -114,7 +114,9 @@ void session_processes::become_session(descriptor control, pid_t parent, std::si
                      .budget = budget_.get(),
                      .limits = limits_.get(),
                      .share = share,
-                     .control_socket = control.release()}));
+                     .control_socket = control.release(),
+                     .tls = tls_,
+                     .implicit_tls = implicit_tls}));
 }
 
 /// \return no reason: the connection is counted, and has its place until `arrivals::leave`.
@@ -163,7 +165,7 @@ bool session_processes::start(descriptor control, bool implicit_tls) {
   const session_record record = {.share = take_share(), .group = group};
   const pid_t parent = getpid();
   const pid_t session = fork();
-  if (session == 0) become_session(std::move(control), parent, record.share);
+  if (session == 0) become_session(std::move(control), parent, record.share, implicit_tls);
   if (session < 0) {
     const std::string error = std::string("cannot start a process: ") + std::strerror(errno);
     release(record);

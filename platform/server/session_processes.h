@@ -5,6 +5,7 @@
 #include "confine/sandbox.h"
 #include "limits/arrivals.h"
 #include "limits/shared_limits.h"
+#include "net/tls_identity.h"
 #include "storage/change_slots.h"
 #include "storage/plugin.h"
 #include "storage/spool_budget.h"
@@ -20,6 +21,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace tarvex::server {
@@ -36,6 +38,9 @@ class session_processes {
 
   /// Takes another configuration for the sessions to come. \return why it cannot be; nothing is changed then.
   [[nodiscard]] std::string reload(configuration fresh);
+
+  /// Sessions that are started from now on offer TLS as this identity; null: none.
+  void use_tls(std::shared_ptr<const tls_identity> identity) { tls_ = std::move(identity); }
 
   /// Hands a connection to a new process. A 421 turns it away when a limit is reached or no process can be had (a
   /// client that speaks TLS from the first byte would not understand it, and is just closed upon). \return whether it
@@ -74,7 +79,7 @@ class session_processes {
     const char* reason = nullptr;
   };
 
-  [[noreturn]] void become_session(descriptor control, pid_t parent, std::size_t share);
+  [[noreturn]] void become_session(descriptor control, pid_t parent, std::size_t share, bool implicit_tls);
   refusal admit(std::uint64_t group);
   bool turn_away(const descriptor& control, const refusal& why, const listen_address& peer, bool implicit_tls);
   std::size_t take_share();
@@ -84,6 +89,7 @@ class session_processes {
   accounts_cache accounts_;
   storage_plugin& storage_;
   const sigset_t signal_mask_;
+  std::shared_ptr<const tls_identity> tls_;
   shared_memory<change_slots> changes_;
   shared_memory<spool_budget> budget_;
   shared_memory<shared_limits> limits_;

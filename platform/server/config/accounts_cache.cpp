@@ -65,7 +65,15 @@ void accounts_cache::take(std::vector<configuration_mistake> mistakes, account_m
 
 login_answer accounts_cache::authenticate(std::string_view name, const std::string& password) {
   refresh();
-  const account* const who = accounts_authenticate(accounts_, name, password);
+  return answer(accounts_authenticate(accounts_, name, password));
+}
+
+login_answer accounts_cache::authenticate_certificate(std::string_view name, const std::vector<std::string>& shown) {
+  refresh();
+  return answer(accounts_with_certificate(accounts_, name, shown));
+}
+
+login_answer accounts_cache::answer(const account* who) const {
   if (who != nullptr) return {login_verdict::accepted, who};
   return {whole_ ? login_verdict::refused : login_verdict::unavailable, nullptr};
 }

@@ -43,7 +43,11 @@ class accounts_cache {
   /// Refreshes, then checks a login; takes the time of one password hash, whatever comes out.
   [[nodiscard]] login_answer authenticate(std::string_view name, const std::string& password);
 
+  /// Refreshes, then checks a login by certificate, as `accounts_with_certificate`.
+  [[nodiscard]] login_answer authenticate_certificate(std::string_view name, const std::vector<std::string>& shown);
+
  private:
+  login_answer answer(const account* who) const;
   /// What tells one state of a file from another.
   struct file_stamp {
     dev_t device = 0;

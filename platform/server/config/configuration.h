@@ -32,9 +32,14 @@ struct configuration {
   std::string spool_directory;          ///< empty: a private temporary directory
   std::uint64_t spool_limit_bytes = 0;  ///< of one stored file; 0: as the disk allows
 
-  // [tls]; both empty when the table is absent
+  // [tls]; certificate and key are empty when the table is absent
   std::string tls_certificate;
   std::string tls_key;
+  std::string tls_client_ca;                    ///< whose certificates clients may log in with; empty: none
+  std::string tls_ciphers;                      ///< of TLS 1.2; empty: the usual ones
+  std::vector<listen_address> implicit_listen;  ///< where TLS begins before the greeting
+  bool tls_require_close_notify = false;        ///< uploads in stream mode end with it, or fail
+  bool tls_require_resumption = false;          ///< data connections resume the control connection's session, or fail
 
   // [accounts]
   std::string accounts_file;

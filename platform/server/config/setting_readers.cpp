@@ -62,7 +62,7 @@ std::string usable_path(const setting_reading& in, bool folder) {
   return {};
 }
 
-void read_listen(const setting_reading& in) {
+void read_addresses(const setting_reading& in, std::vector<listen_address>& out) {
   const auto* const items = in.as<toml::array>();
   if (items == nullptr) return;
   if (items->empty()) in.mistake("name at least one address");
@@ -71,7 +71,7 @@ void read_listen(const setting_reading& in) {
     const auto* const text = toml_expect<std::string>(item, in.mistakes);
     if (text == nullptr) continue;
     if (const auto address = listen_address_parse(*text)) {
-      in.out.listen.push_back(*address);
+      out.push_back(*address);
     } else {
       toml_refuse(item, "\"IPv4:PORT\" or \"[IPv6]:PORT\"", in.mistakes);
     }

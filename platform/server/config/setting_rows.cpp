@@ -22,7 +22,7 @@ struct setting_row {
   void (*read)(const setting_reading& in);
 };
 constexpr auto ROWS = std::to_array<setting_row>({
-    {"server", "listen", read_listen},
+    {"server", "listen", read_listen<&c::listen>},
     {"server", "data_ports", read_data_ports},
     {"server", "passive_address", read_passive_address},
     {"server", "allow_plaintext_login", read_value<&c::allow_plaintext_login>},
@@ -35,6 +35,11 @@ constexpr auto ROWS = std::to_array<setting_row>({
     {"server", "spool_limit", read_number<&c::spool_limit_bytes, 0, LARGEST_SIZE>},
     {"tls", "certificate", read_path<&c::tls_certificate, false>},
     {"tls", "key", read_path<&c::tls_key, false>},
+    {"tls", "client_ca", read_path<&c::tls_client_ca, false>},
+    {"tls", "ciphers", read_value<&c::tls_ciphers>},
+    {"tls", "implicit_listen", read_listen<&c::implicit_listen>},
+    {"tls", "require_close_notify", read_value<&c::tls_require_close_notify>},
+    {"tls", "require_resumption", read_value<&c::tls_require_resumption>},
     {"accounts", "file", read_path<&c::accounts_file, false>},
     {"storage", "dsi", read_dsi},
     {"storage", "library", read_value<&c::storage_library>},

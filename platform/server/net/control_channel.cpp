@@ -2,6 +2,7 @@
 
 #include "net/control_stream.h"
 #include "net/line_queue.h"
+#include "net/tls_engine.h"
 #include "net/wake.h"
 
 #include <boost/asio/error.hpp>
@@ -13,6 +14,7 @@
 namespace tarvex::server {
 
 namespace asio = boost::asio;
+using boost::system::error_code;
 
 namespace {
 
@@ -51,6 +53,9 @@ struct control_channel::state : std::enable_shared_from_this<state> {
   static asio::awaitable<void> read(std::shared_ptr<state> self);
   static asio::awaitable<void> write(std::shared_ptr<state> self);
   static asio::awaitable<std::optional<control_line>> next_line(std::shared_ptr<state> self);
+  static asio::awaitable<error_code> secure(std::shared_ptr<state> self, std::unique_ptr<tls_engine> tls,
+                                            std::string invitation, std::chrono::milliseconds limit);
+  void send(std::string text, std::function<void()> call);
   std::optional<control_line> take_line();
   void announce();
   void half_close();
@@ -119,6 +124,20 @@ std::optional<control_line> control_channel::state::take_line() {
   return queue.take();
 }
 
+/// The invitation goes out before the handshake begins: nothing else may be on its way in either direction.
+asio::awaitable<error_code> control_channel::state::secure(std::shared_ptr<state> self, std::unique_ptr<tls_engine> tls,
+                                                           std::string invitation, std::chrono::milliseconds limit) {
+  if (!invitation.empty()) {
+    self->stream.hold();
+    self->queue.clear();
+    const auto sent = std::make_shared<wake>(self->loop);
+    self->send(std::move(invitation), [sent] { sent->notify(); });
+    co_await sent->wait();
+  }
+  if (self->over()) co_return asio::error::connection_aborted;
+  co_return co_await self->stream.secure(std::move(tls), limit);
+}
+
 /// Sends until nothing waits.
 asio::awaitable<void> control_channel::state::write(std::shared_ptr<state> self) {
   while (!self->lost && !self->waiting.empty()) {
@@ -133,6 +152,16 @@ asio::awaitable<void> control_channel::state::write(std::shared_ptr<state> self)
   }
   self->writing = false;
   if (self->finishing) self->close();
+}
+
+void control_channel::state::send(std::string text, std::function<void()> call) {
+  if (lost) {
+    if (call) call();
+    return;
+  }
+  waiting += text;
+  if (call) waiting_written.push_back(std::move(call));
+  if (!std::exchange(writing, true)) loop.spawn(write(shared_from_this()));
 }
 
 void control_channel::state::written() {
@@ -156,11 +185,33 @@ control_channel::~control_channel() {
   state_->stream.close();
 }
 
-bool control_channel::start(events handlers) {
+bool control_channel::start(events handlers, bool held) {
   state_->handlers = std::move(handlers);
   if (!state_->stream.open()) return false;
+  if (held) state_->stream.hold_from_start();
   state_->loop.spawn(state::read(state_));
   return true;
+}
+
+asio::awaitable<error_code> control_channel::secure(std::unique_ptr<tls_engine> tls, std::string invitation,
+                                                    std::chrono::milliseconds limit) {
+  return state::secure(state_, std::move(tls), std::move(invitation), limit);
+}
+
+bool control_channel::secured() const {
+  return state_->stream.secured();
+}
+
+void control_channel::renew_ticket() {
+  state_->stream.renew_ticket();
+}
+
+certificate_names control_channel::peer_certificate() const {
+  return state_->stream.peer_certificate();
+}
+
+std::string control_channel::protection() const {
+  return state_->stream.protection();
 }
 
 bool control_channel::present() const {
@@ -196,13 +247,7 @@ std::deque<control_line>& control_channel::lines() {
 }
 
 void control_channel::send(std::string text, std::function<void()> written) {
-  if (state_->lost) {
-    if (written) written();
-    return;
-  }
-  state_->waiting += text;
-  if (written) state_->waiting_written.push_back(std::move(written));
-  if (!std::exchange(state_->writing, true)) state_->loop.spawn(state::write(state_));
+  state_->send(std::move(text), std::move(written));
 }
 
 void control_channel::finish(std::function<void()> closed) {

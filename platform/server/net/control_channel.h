@@ -3,8 +3,10 @@
 #include "net/control_line.h"
 #include "net/event_loop.h"
 #include "net/socket_address.h"
+#include "net/tls_certificate.h"
 
 #include <boost/asio/awaitable.hpp>
+#include <boost/system/error_code.hpp>
 
 #include <chrono>
 #include <cstddef>
@@ -15,6 +17,8 @@
 #include <string>
 
 namespace tarvex::server {
+
+class tls_engine;
 
 /// The control connection: lines in, replies out. I/O thread only.
 ///
@@ -44,8 +48,23 @@ class control_channel {
   control_channel(const control_channel&) = delete;
   control_channel& operator=(const control_channel&) = delete;
 
+  /// \param held  nothing is read before `secure`
   /// \return false when the socket is no connected TCP socket.
-  bool start(events handlers);
+  bool start(events handlers, bool held = false);
+
+  /// Goes on under TLS, as its server. What the client has sent so far is dropped, lines that wait included: whoever
+  /// sits between could have put them there. Then goes `invitation`, and the handshake has to be over within `limit`.
+  /// No invitation: the client begins by itself, on a channel that was held from its start.
+  /// \return an error after which nothing is to be said any more: the connection can only be finished.
+  boost::asio::awaitable<boost::system::error_code> secure(std::unique_ptr<tls_engine> tls, std::string invitation,
+                                                           std::chrono::milliseconds limit);
+  bool secured() const;
+  /// Has a fresh session ticket go out with the next reply; clients use one up with each data connection.
+  void renew_ticket();
+  /// The certificate that the client has shown under TLS; none: empty.
+  certificate_names peer_certificate() const;
+  /// TLS's version and cipher, for people; empty: plain.
+  std::string protection() const;
 
   /// Whether the peer is there and may say more, as far as the kernel knows by now.
   bool present() const;

@@ -24,6 +24,8 @@ class line_queue {
   /// The oldest line; nothing when there is none.
   std::optional<control_line> take();
   std::deque<control_line>& lines() { return lines_; }
+  /// Drops everything that has come.
+  void clear();
 
  private:
   bool full() const;

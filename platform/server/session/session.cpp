@@ -13,6 +13,7 @@ session::session(const session_setup& setup)
     : config(*setup.config),
       accounts(*setup.accounts),
       control(loop, setup.control_socket, setup.config->line_length),
+      tls(setup.tls ? std::make_unique<tls_session>(setup.tls) : nullptr),
       data(loop),
       storage({.loop = loop,
                .config = config,
@@ -45,15 +46,39 @@ void session::reply_block(int code, std::string_view first, const std::vector<st
   if (!replied_last_) control.send(server::reply_block(code, first, inner, last));
 }
 
+boost::asio::awaitable<bool> session::secure(std::string invitation) {
+  using std::chrono::milliseconds;
+  const auto left = std::chrono::ceil<milliseconds>(login.deadline - std::chrono::steady_clock::now());
+  auto engine = tls->control_engine();
+  const auto error = co_await control.secure(std::move(engine), std::move(invitation), std::max(left, milliseconds(0)));
+  if (error) {
+    log_info("{}: TLS handshake failed: {}", who(), error.message());
+    end("no TLS");
+    co_return false;
+  }
+  log_info("{}: {}", who(), control.protection());
+  co_return true;
+}
+
+void session::protect_data(bool on) {
+  data.protection().tls = on ? tls.get() : nullptr;
+  data.protection().must_resume = config.tls_require_resumption;
+}
+
 std::shared_ptr<transfer> session::make_transfer(const std::string& path) {
   return std::make_shared<transfer>(transfer_client{
       .loop = loop,
       .data = data,
       .stall_limit = std::chrono::seconds(config.stalled_timeout_s),
-      .opening = [this, path] { reply(150, "Opening data connection for " + path + "."); },
+      .opening =
+          [this, path] {
+            if (data.protection().tls) control.renew_ticket();  // each data connection may use one up
+            reply(150, "Opening data connection for " + path + ".");
+          },
       .present = [this] { return control.present(); },
       .speaks = [this](std::chrono::steady_clock::time_point since) { return last_line_ > since; },
       .end_grace = end_grace(),
+      .require_close_notify = config.tls_require_close_notify,
   });
 }
 

@@ -5,6 +5,7 @@
 #include "net/control_channel.h"
 #include "net/data_channel.h"
 #include "net/event_loop.h"
+#include "net/tls_session.h"
 #include "net/wake.h"
 #include "session/client_settings.h"
 #include "session/login_state.h"
@@ -31,6 +32,7 @@ class session {
   accounts_cache& accounts;
   event_loop loop;
   control_channel control;
+  const std::unique_ptr<tls_session> tls;  ///< null: TLS is not offered
   data_channel data;
   storage_session storage;
   login_state login;
@@ -46,6 +48,11 @@ class session {
 
   /// The last reply: what a command that is cut short has to say afterwards is not sent.
   void reply_last(int code, std::string_view line);
+  /// Goes on under TLS, after an invitation that is sent as it stands; none when the client begins by itself.
+  /// \return false when that failed, and the session has ended.
+  boost::asio::awaitable<bool> secure(std::string invitation);
+  /// Whether data connections are private from now on.
+  void protect_data(bool on);
 
   /// A use of the data channel for a command about `path`.
   std::shared_ptr<transfer> make_transfer(const std::string& path);
