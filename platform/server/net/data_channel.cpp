@@ -35,14 +35,14 @@ bool acceptor_listen(tcp::acceptor& acceptor, const tcp::endpoint& endpoint) {
 }
 
 data_connection failure(const std::string& what, error_code error) {
-  return {nullptr, "The data connection could not be " + what + ": " + error.message() + "."};
+  return {nullptr, "The data connection could not be " + what + ": " + error.message() + ".", 425};
 }
 
 data_connection success(tcp::socket socket) {
   error_code ignored;
   socket.set_option(asio::socket_base::keep_alive(true), ignored);
   socket.set_option(tcp::no_delay(true), ignored);
-  return {std::make_unique<data_socket>(data_socket{std::move(socket)}), {}};
+  return {std::make_unique<data_socket>(std::move(socket)), {}, 0};
 }
 
 }  // namespace
@@ -55,26 +55,34 @@ struct data_channel::setup {
   tcp::socket connecting;
   asio::ip::address peer;
   std::optional<active_target> active;
-  std::string over;  // why there is no connection to be had any more; empty: there is
+  data_socket* securing = nullptr;  // its handshake runs
+  std::string over;                 // why there is no connection to be had any more; empty: there is
 
   void end(const std::string& why) {
     if (over.empty()) over = why;
     error_code ignored;
     acceptor.close(ignored);
     connecting.close(ignored);
+    if (securing) securing->close();
   }
 
   static asio::awaitable<data_connection> open(event_loop& loop, std::shared_ptr<setup> self,
-                                               std::chrono::milliseconds limit);
+                                               data_protection protection, std::chrono::milliseconds limit);
   static asio::awaitable<data_connection> accept(std::shared_ptr<setup> self);
   static asio::awaitable<data_connection> connect(std::shared_ptr<setup> self);
+  static asio::awaitable<data_connection> protect(std::shared_ptr<setup> self, data_connection made,
+                                                  data_protection protection);
 };
 
 asio::awaitable<data_connection> data_channel::setup::open(event_loop& loop, std::shared_ptr<setup> self,
+                                                           data_protection protection,
                                                            std::chrono::milliseconds limit) {
-  if (!self) co_return data_connection{nullptr, "No data connection was prepared."};
+  if (!self) co_return data_connection{nullptr, "No data connection was prepared.", 425};
   loop_timer timer(loop);
-  timer.start(limit, [waiting = self.get()] { waiting->end("No data connection came."); });
+  timer.start(limit, [waiting = self.get()] {
+    waiting->end(waiting->securing ? "The client did not finish the TLS handshake of the data connection."
+                                   : "No data connection came.");
+  });
   data_connection made;
   if (!self->over.empty())
     made.error = self->over;
@@ -82,7 +90,8 @@ asio::awaitable<data_connection> data_channel::setup::open(event_loop& loop, std
     made = co_await connect(self);
   else
     made = co_await accept(self);
-  if (!self->over.empty()) made = {nullptr, self->over};
+  if (made.socket && protection.tls) made = co_await protect(self, std::move(made), std::move(protection));
+  if (!self->over.empty()) made = {nullptr, self->over, 425};
   self->end("The data connection was used already.");
   co_return made;
 }
@@ -106,6 +115,15 @@ asio::awaitable<data_connection> data_channel::setup::connect(std::shared_ptr<se
   std::tie(error) = co_await self->connecting.async_connect(self->active->to, asio::as_tuple(asio::use_awaitable));
   if (error) co_return failure("made", error);
   co_return success(std::move(self->connecting));
+}
+
+asio::awaitable<data_connection> data_channel::setup::protect(std::shared_ptr<setup> self, data_connection made,
+                                                              data_protection protection) {
+  self->securing = made.socket.get();
+  std::string refusal = co_await data_protect(*made.socket, std::move(protection));
+  self->securing = nullptr;
+  if (!refusal.empty()) made = {nullptr, std::move(refusal), 522};
+  co_return made;
 }
 
 data_channel::data_channel(event_loop& loop) : loop_(loop) {}
@@ -143,7 +161,7 @@ bool data_channel::ready() const {
 }
 
 asio::awaitable<data_connection> data_channel::open(std::chrono::milliseconds limit) {
-  return setup::open(loop_, setup_, limit);
+  return setup::open(loop_, setup_, protection_, limit);
 }
 
 void data_channel::close() {

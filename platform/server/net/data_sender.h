@@ -13,7 +13,7 @@
 
 namespace tarvex::server {
 
-struct data_socket;
+class data_socket;
 
 /// What is sent in one go: bytes that the sender keeps until `done`, or bytes handed over in `owned`.
 struct data_piece {

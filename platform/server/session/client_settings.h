@@ -18,6 +18,7 @@ struct client_settings {
   std::string rename_from;             ///< of an RNFR just before; empty: none
   std::string hash_algorithm = "SHA1";
   facts_mask mlst_facts = ALL_FACTS;
+  bool protection_buffer_told = false;  ///< PBSZ was sent, without which there is no PROT
 };
 
 }  // namespace tarvex::server

@@ -25,6 +25,7 @@ void transfer::receive(std::optional<std::uint64_t> expected, std::size_t window
   rules.expected = expected;
   rules.end_grace = end_grace;
   rules.peer_present = client_.present;
+  rules.require_close_notify = client_.require_close_notify;
   rules.broken = [this](int code, const std::string& why) { note_failure(code, why); };
   receiver_ = std::make_unique<data_receiver>(client_.loop, std::move(rules));
 }
@@ -39,7 +40,7 @@ asio::awaitable<void> transfer::open(std::shared_ptr<transfer> self) {
   self->client_.opening();
   data_connection connection = co_await self->client_.data.open(CONNECTION_LIMIT);
   if (self->over_) co_return;
-  if (!connection.socket) self->cancel(425, connection.error);
+  if (!connection.socket) self->cancel(connection.code, connection.error);
   if (!connection.socket || self->failed_) co_return;
   if (self->receiver_) {
     self->receiver_->attach(std::move(connection.socket));

@@ -25,6 +25,7 @@ struct transfer_client {
   /// Whether the client has said something since then.
   std::function<bool(std::chrono::steady_clock::time_point since)> speaks;
   std::chrono::milliseconds end_grace;  ///< how long a client that is dead may look alive
+  bool require_close_notify = false;    ///< under TLS, before the end of what is received is believed
 };
 
 /// One use of the data channel, from the 150 reply to the closed connection. The final reply is the caller's. It sends,
