@@ -2,6 +2,7 @@
 
 import ftplib
 import hashlib
+import io
 import json
 import os
 import pathlib
@@ -175,6 +176,10 @@ upload_base = "{api_base or box.base}"
         return subprocess.run(["lftp", "-u", f"alice,{PASSWORD}", "-e", script + "; bye", self.url],
                               capture_output=True, text=True, check=check, timeout=timeout,
                               env={**os.environ, "HOME": str(self.directory)})
+
+
+def put(client, path, content):
+    client.storbinary(f"STOR {path}", io.BytesIO(content))
 
 
 def form(attributes, content):
