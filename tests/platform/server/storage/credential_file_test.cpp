@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace tarvex::server {
 namespace {
@@ -71,7 +72,9 @@ TEST(CredentialFile, AServerWithoutDescriptorsDoesNotBlameTheCredential) {
   EXPECT_EQ(refused(folder.path()), 530);
   rlimit before = {};
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-  const rlimit none = {0, before.rlim_max};
+  const int first_free = dup(STDERR_FILENO);
+  close(first_free);
+  const rlimit none = {static_cast<rlim_t>(first_free), before.rlim_max};
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
   const int code = refused(path);
   setrlimit(RLIMIT_NOFILE, &before);
