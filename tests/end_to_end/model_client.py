@@ -6,9 +6,8 @@ import socket
 import struct
 import time
 import urllib.error
-import urllib.request
 
-from local import PASSWORD
+from local import PASSWORD, form
 from model_tree import Item, content_of
 
 PATIENCE_S = 30
@@ -126,21 +125,15 @@ class Foreign:
         if step["do"] == "mkd":
             self.call("POST", "/2.0/folders", {"name": name, "parent": {"id": folder}})
         elif step["do"] == "store":
-            self._upload(ids.get(path), folder, name, content_of(step))
+            place = f"{ids[path]}/content" if path in ids else "content"
+            body = form(json.dumps({"name": name, "parent": {"id": folder}}), content_of(step))
+            self.call("POST", f"/api/2.0/files/{place}", body, {"Content-Type": "multipart/form-data; boundary=edge"})
         elif step["do"] == "rename":
             to, new = step["to"].rpartition("/")[::2]
             self.call("PUT", f"/2.0/{kind}/{ids[path]}", {"name": new, "parent": {"id": ids[to or "/"]}})
         else:
             query = "?recursive=true" if step["do"] == "rdel" else ""
             self.call("DELETE", f"/2.0/{kind}/{ids[path]}{query}")
-
-    def _upload(self, version_of, folder, name, content):
-        attributes = json.dumps({"name": name, "parent": {"id": folder}})
-        body = (f'--edge\r\nContent-Disposition: form-data; name="attributes"\r\n\r\n{attributes}\r\n'
-                f'--edge\r\nContent-Disposition: form-data; name="file"; filename="x"\r\n'
-                f"Content-Type: application/octet-stream\r\n\r\n").encode() + content + b"\r\n--edge--\r\n"
-        place = f"/api/2.0/files/{version_of}/content" if version_of else "/api/2.0/files/content"
-        self.call("POST", place, body, {"Content-Type": "multipart/form-data; boundary=edge"})
 
     def fault_uses(self):
         return sum(row["used"] for row in self.call("GET", "/_emulator/faults"))
