@@ -20,6 +20,12 @@ handled command_host(session& client, std::string argument);
 handled command_clnt(session& client, std::string argument);
 handled command_quit(session& client, std::string argument);
 
+// reinitialise
+handled command_rein(session& client, std::string argument);
+
+// language
+handled command_lang(session& client, std::string argument);
+
 // settings
 handled command_noop(session& client, std::string argument);
 handled command_syst(session& client, std::string argument);
