@@ -51,6 +51,12 @@ handled compute(session& client, checksum_request request, std::int64_t size) {
   if (bytes != wanted)
     co_return client.reply(451, "The storage sent " + std::to_string(bytes) + " of " + std::to_string(wanted) +
                                     " bytes; the file may have changed. Try again.");
+  // A range of what is not the file has its length, too.
+  const std::int64_t whole = request.length == 0 ? -1 : client.storage.exchanges().summary().whole_length;
+  if (whole >= 0 && whole != size)
+    co_return client.reply(451, "The storage sent a range of " + std::to_string(whole) +
+                                    " bytes, though the file has " + std::to_string(size) +
+                                    "; it may have changed. Try again.");
   const auto digest = stream->finish();
   if (!digest) co_return client.reply(451, "The checksum could not be computed.");
   request.answer(client, *digest, size);

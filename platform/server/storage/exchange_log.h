@@ -2,6 +2,7 @@
 
 #include "tarvex_exchange.h"
 
+#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -27,6 +28,8 @@ struct exchange_summary {
   request_fate commit;        ///< POST that puts a file's parts together
   std::string commit_digest;  ///< what that said of the whole file, as it was sent
   request_fate last;          ///< of any kind
+  /// Bytes of the whole of what the last GET brought all or a part of; -1: it did not say.
+  std::int64_t whole_length = -1;
 
   /// Whether a request went out that may have changed something.
   bool touched() const { return deletes.sent + puts.sent + posts.sent + upload.sent + commit.sent > 0; }

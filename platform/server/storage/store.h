@@ -99,6 +99,8 @@ class store {
   std::optional<unfinished_store> leftover() const;
 
  private:
+  bool await_data(operation& op);
+  bool prepare_anew(operation& op);
   bool take_in(operation& op);
   bool await_beginning(operation& op);
   bool await_life(operation& op);
