@@ -61,17 +61,16 @@ def verbs(client):
     return " ".join(client.command("HELP")[1].splitlines()[1:-1]).split()
 
 
-@pytest.mark.parametrize("unit", [b"n", b"a/", b"../", b"\xff\xff", b"{a,b}*", b'"', b"%s%n", b"9"])
+@pytest.mark.parametrize("unit", [b"n", b"a/", b"../", b"\xff\xff", b'{a,b}*"%n'])
 def test_names_of_every_length_in_every_command(server, session, unit):
     for verb in verbs(session):
         if verb in ("QUIT", "REIN", "USER", "PASS"):
             continue
-        for size in (1, 255, 256, 4095, 4096, 4097, LINE_MAX - 3 - len(verb), LINE_MAX - 2 - len(verb), 70_000):
+        for size in (1, 256, 4096, 4097, LINE_MAX - 3 - len(verb), LINE_MAX - 2 - len(verb), 70_000):
             name = (unit * size)[:size]
             code, text = session.command(verb.encode() + b" " + name)
             assert 200 <= code < 600 and code != 421, (verb, size, text)
-            if size + name.count(b"\xff\xff") > 2 * LINE_MAX:
-                assert code == 500, (verb, size, text)
+            assert size < 70_000 or code == 500, (verb, text)
         assert session.command("PWD")[0] == 257, verb
     # A login may be tried with any name, too.
     for verb in (b"USER ", b"PASS ", b"HOST ", b"CLNT "):

@@ -6,7 +6,7 @@ namespace tarvex::server {
 
 namespace {
 
-constexpr char TELNET_IAC = '\xff';  ///< would begin a telnet command in the client; doubled it is a byte (RFC 854)
+constexpr char IAC = '\xff';  ///< would begin a telnet command in the client; doubled it is a byte (RFC 854)
 
 void append_line(std::string& out, int code, char separator, std::string_view line) {
   out.append(std::to_string(code)).push_back(separator);
@@ -18,8 +18,8 @@ void append_line(std::string& out, int code, char separator, std::string_view li
 std::string reply_clean(std::string_view line) {
   std::string clean;
   append_printable(clean, line);
-  for (std::size_t at = clean.find(TELNET_IAC); at != std::string::npos; at = clean.find(TELNET_IAC, at + 2))
-    clean.insert(at, 1, TELNET_IAC);
+  for (std::size_t at = clean.find(IAC); at != std::string::npos; at = clean.find(IAC, at + 2))
+    clean.insert(at, 1, IAC);
   return clean;
 }
 
