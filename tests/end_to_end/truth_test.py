@@ -330,10 +330,11 @@ def test_a_store_whose_deletion_lost_its_answer_is_sent_again(box, scene):
 
 
 @pytest.mark.parametrize("fault", [{"status": 206, "html": "<html>no</html>"}, {"status": 200, "html": "<html>no</html>"}])
-def test_a_checksum_of_a_range_is_of_the_file(box, scene, fault):
+def test_a_checksum_is_of_the_file(box, scene, fault):
     client = scene.session()
     box.fault(method="GET", path="/d/**", times=LASTING, **fault)
-    assert refused(scene.ask(client, "CKSM SHA1 0 1 {0}/f"))
+    for what in ("SHA1 0 1", "SHA256 0 1") + ("MD5 0 -1",) * (fault["status"] == 200):
+        assert refused(scene.ask(client, f"CKSM {what} {{0}}/f"))
 
 
 def test_a_broken_upload_goes_on_whatever_else_is_done(scene):
