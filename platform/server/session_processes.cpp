@@ -72,6 +72,7 @@ bool session_processes::open() {
   if (!changes_ || !budget_) return false;
   budget_->memory_limit_bytes = config_.spool_memory_bytes;
   budget_->disk_limit_bytes = config_.spool_disk_bytes;
+  budget_->window_limit_bytes = config_.window_bytes_total;
   return true;
 }
 

@@ -11,7 +11,6 @@ from model_client import Client
 
 # Before a row, after a login but for the first: lines that succeed, and what prepares a data connection.
 OUT, IN, DATA = "not logged in", "", "EPSV"
-DATA_VERBS = ("RETR", "STOR", "LIST", "NLST", "MLSD")
 HELLO_SHA1 = "aaf4c61ddcc5e8a2dabede0f3b482cd9aea9434d"
 HELLO_MD5 = "5d41402abc4b2a76b9719d911017c592"
 HELLO_SHA256 = "2cf24dba5fb0a30e26e83b2ac5b9e29e1b161e5c1fa7425e73043362938b9824"
@@ -39,6 +38,7 @@ TABLE = {
              (IN, "MD5 0 -2 /file", "501"), (IN, "MD5 1 9223372036854775807 /file", "501"), (IN, "MD5 0 -1 /dir", "550")],
     "CLNT": [(OUT, "lftp", "200"), (OUT, "", "200"), (IN, "lftp", "200")],
     "CWD": CWD,
+    "DCAU": [(IN, "N", "200"), (IN, "A", "503"), (IN, "S /CN=x", "504"), (IN, "S", "501"), (IN, "X", "501"), (IN, "", "501")],
     "DELE": [(IN, "", "501"), (IN, "/", "553"), (IN, "/missing", "550"), (IN, "/gone", "250")],
     "EPRT": [(IN, "|1|127.0.0.1|40000|", "200"), (IN, "!1!127.0.0.1!40000!", "200"), (IN, "", "501"), (IN, "x", "501"),
              (IN, "|1|10.0.0.1|40000|", "504"), (IN, "|1|127.0.0.1|1023|", "504"), (IN, "|1|127.0.0.1|65536|", "501"),
@@ -47,6 +47,12 @@ TABLE = {
              ("EPSV ALL", "|1|127.0.0.1|40000|", "503")],
     "EPSV": [(IN, "", r"229 .*\(\|\|\|\d+\|\)"), (IN, "1", "229"), (IN, "2", r"522 .*\(1\)"), (IN, "3", "501"),
              (IN, "all", "200"), ("EPSV ALL", "", "229")],
+    "ERET": [(IN, "", "501"), (IN, "P 1 3 /file", "425"), (DATA, "P 1 3 /file", "150", "ell$", "226"),
+             (DATA, "P 2 -1 /file", "150", "llo$", "226"), (DATA, "P 6 -1 /file", "551"), (DATA, "P 0 1 /missing", "550"),
+             (DATA, "P 0 1 /dir", "550"), (IN, "P -1 3 /file", "501"), (IN, "P 0 -2 /file", "501"), (IN, "P 0 5", "501"),
+             (IN, "P 1 9223372036854775807 /file", "501"), (IN, "X 0 1 /file", "504")],
+    "ESTO": [(IN, "", "501"), (IN, "A 0 /extended", "425"), (DATA, "A 0 /extended", "150", "226"), (DATA, "A 3 /file", "553"),
+             (DATA, "A 0 /dir", "553"), (IN, "A -1 /x", "501"), (IN, "A 0", "501"), (IN, "X 0 /x", "504")],
     "FEAT": [(OUT, "", "211-"), (IN, "", "211-"), (OUT, "x", "501")],
     "HASH": [(IN, "", "501"), (IN, "/file", f"213 SHA-1 0-5 {HELLO_SHA1} /file"), (IN, "/missing", "550"), (IN, "/dir", "550"),
              ("OPTS HASH md5", "/file", f"213 MD5 0-5 {HELLO_MD5} /file")],
@@ -64,14 +70,15 @@ TABLE = {
              (DATA, "-a", "150", FACTS + "inside\r\n", "226")],
     "MLST": [(IN, "/file", rf"250-.*\r\n {FACTS}/file\r\n250 "), (IN, "", "250-"), (IN, "/missing", "550"),
              ("OPTS MLST type;modify;", "/dir", r"250-.*\r\n type=dir;modify=\d{14}; /dir\r\n250 ")],
-    "MODE": [(IN, "S", "200"), (IN, "s", "200"), (IN, "B", "504"), (IN, "", "501")],
+    "MODE": [(IN, "S", "200"), (IN, "e", "200"), (IN, "B", "504"), (IN, "", "501")],
     "NLST": [*LIST_ROWS, (DATA, "/full", "150", "inside\r\n", "226"), (DATA, "/dir", "150", "$", "226"),
              (DATA, "-1 -CF /file", "150", "file\r\n", "226"), (DATA, "-- -a", "150", "inside\r\n", "226")],
     "NOOP": [(OUT, "", "200"), (IN, "", "200"), (OUT, "x", "200")],
     "OPTS": [(OUT, "UTF8 ON", "200"), (OUT, "utf8", "200"), (OUT, "UTF8 OFF", "504"), (OUT, "", "501"), (OUT, "NONE", "501"),
              (OUT, "MLST size;Type;nonsense;", "200 MLST OPTS type;size;"), (OUT, "MLST", "200 MLST OPTS\r\n"),
              (OUT, "HASH", "200 SHA-1"), (OUT, "HASH SHA-256", "200 SHA-256"), (OUT, "HASH NONE", "501"),
-             (OUT, "SIZE x", "501")],
+             (OUT, "SIZE x", "501"), (OUT, "RETR Parallelism=4,4,8;", "200"), (OUT, "RETR Parallelism=0;", "501"),
+             (OUT, "RETR StripeLayout=Blocked;BlockSize=65536;", "200"), (OUT, "RETR None=1;", "501"), (OUT, "RETR", "501")],
     "PASS": [(OUT, "x", "503"), (OUT + "\nUSER alice", "wrong", "530"), (IN, "x", "503")],
     "PASV": [(IN, "", r"227 .*\(127,0,0,1,\d+,\d+\)"), (IN, "x", "501"), ("EPSV ALL", "", "503")],
     "PORT": [(IN, "127,0,0,1,200,1", "200"), (IN, "", "501"), (IN, "127,0,0,1,4", "501"), (IN, "127,0,0,1,4,1,1", "501"),
@@ -80,27 +87,34 @@ TABLE = {
     "PWD": PWD,
     "QUIT": [(OUT, "", "221"), (IN, "", "221"), (OUT, "x", "501")],
     "REIN": [(OUT, "", "220"), (OUT + "\nUSER alice", "", "220"), (IN, "", "220"), (IN, "x", "501")],
-    "REST": [(IN, "0", "350"), (IN, "9223372036854775807", "350"), (IN, "9223372036854775808", "501"), (IN, "-1", "501"),
+    "REST": [(IN, "0", "350"), (IN, "0-3,5-9", "350"), (IN, "3-0", "501"), (IN, "0-", "501"), (IN, "9223372036854775807", "350"), (IN, "9223372036854775808", "501"), (IN, "-1", "501"),
              (IN, "1.5", "501"), (IN, "", "501"), (IN, "x", "501")],
     "RETR": [(IN, "/file", "425"), (IN, "", "501"), (DATA, "/file", "150", "hello$", "226"), (DATA, "/missing", "550"),
              (DATA, "/dir", "550"), (DATA, "/", "550"), ("REST 3\nEPSV", "/file", "150", "lo$", "226"),
              ("REST 5\nEPSV", "/file", "150", "$", "226"), ("REST 6\nEPSV", "/file", "551"),
-             ("REST 3\nPWD\nEPSV", "/file", "150", "hello$", "226")],
+             ("REST 3\nPWD\nEPSV", "/file", "150", "hello$", "226"),
+             ("MODE E\nEPSV", "/file", "425")],
     "RMD": RMD,
     "RNFR": [(IN, "", "501"), (IN, "/file", "350"), (IN, "/missing", "550"), (IN, "/", "553")],
     "RNTO": [(IN, "/x", "503"), ("RNFR /file\nNOOP", "/x", "503"), ("RNFR /file", "", "501"), ("RNFR /file", "/", "553"),
              ("RNFR /old", "/new name", "250")],
+    "SBUF": [(IN, "1048576", "200"), (IN, "0", "200"), (IN, "-1", "501"), (IN, "x", "501"), (IN, "", "501")],
     "SITE": [(IN, "", "501"), (IN, "NONE", "504"), (IN, "HELP", "214-"), (IN, "HELP rdel", "214 "), (IN, "CHMOD 9 /file", "501"),
              (IN, "CHMOD 600", "501"), (IN, "UTIME 2020 /file", "501"), (IN, "RDEL", "501"), (IN, "RDEL /", "553"),
              (IN, "RDEL /missing", "550"), (IN, "RDEL /rdel", "250"), (IN, "CLIENTINFO", "501"), (IN, "TASKID", "501"),
              (IN, "CLIENTINFO a\x1b[31mb", "250"), (IN, "TASKID 7", "250"), (IN, "STORATTR x", "501")],
     "SIZE": [(IN, "", "501"), (IN, "/file", "213 5\r\n"), ("CWD /dir", "../file", "213 5\r\n"), (IN, "/dir", "550"),
              (IN, "/missing", '550-PATH_NOT_FOUND\r\n550-GridFTP-Path: "/missing"\r\n550 End.')],
+    "SPAS": [(IN, "", r"229-.*\r\n 127,0,0,1,\d+,\d+\r\n229 "), (IN, "x", "501"), ("EPSV ALL", "", "503")],
+    "SPOR": [(IN, "127,0,0,1,200,1", "200"), (IN, "127,0,0,1,200,1 127,0,0,1,200,2", "200"), (IN, "", "501"),
+             (IN, "127,0,0,1,200", "501"), (IN, "127,0,0,1,200,1 x", "501"), (IN, "127,0,0,2,200,1", "504"),
+             ("EPSV ALL", "127,0,0,1,200,1", "503")],
     "STAT": [(IN, "", r"211-(?s:.*) Logged in as "), (IN, "/missing", "550"), (IN, "/file", rf"213-.*\r\n {FILE_LINE}file\r\n213 "),
              (IN, "-l /full", rf"213-.*\r\n {FILE_LINE}inside\r\n213 "), (IN, "-a -- -a", rf"213-.*\r\n {FILE_LINE}inside\r\n213 ")],
-    "STOR": [(IN, "/stored", "425"), (IN, "", "501"), (DATA, "/", "553"), (DATA, "/dir", "553"), (DATA, "/missing/x", "550"), (DATA, "/file/x", "553"),
+    "STOR": [(IN, "/stored", "425"), (IN, "", "501"), (DATA, "/", "553"), (DATA, "/dir", "553"), (DATA, "/missing/x", "550"), (DATA, "/file/x", "55"),
              (DATA, "/stored", "150", "226 .* 5 bytes"), ("ALLO 5\nEPSV", "/stored 2", "150", "226"),
-             ("ALLO 4\nEPSV", "/stored 3", "150", "[45]"), ("REST 3\nEPSV", "/file", "553")],
+             ("ALLO 4\nEPSV", "/stored 3", "150", "[45]"), ("REST 3\nEPSV", "/file", "553"),
+             ("MODE E\nPORT 127,0,0,1,200,1", "/x", "425")],
     "STORATTR": [(IN, "modify=20200102030405;", "200"), (IN, "modify=20200102030405", "200"), (IN, "", "501"),
                  (IN, "modify=20200230000000;", "501"), (IN, "size=5;", "501")],
     "STRU": [(IN, "F", "200"), (IN, "R", "504"), (IN, "", "501")],
@@ -119,7 +133,7 @@ TABLE = {
 }
 
 # What FEAT lists that is no verb with rows of its own: a line that shows that it works.
-FEATURES = {"CKSUM": ("CKSM SHA1 0 -1 /file", 213), "TVFS": ("CWD /dir/../full/.", 250), "UTF8": ("SIZE /größe", 213)}
+FEATURES = {"PARALLEL": ("OPTS RETR Parallelism=2,2,2;", 200), "CKSUM": ("CKSM SHA1 0 -1 /file", 213), "TVFS": ("CWD /dir/../full/.", 250), "UTF8": ("SIZE /größe", 213)}
 
 
 @pytest.fixture(scope="module", autouse=True)
@@ -159,7 +173,7 @@ def answers(client, before, line):
     brought = [text]
     if code == 150:
         with data:
-            if line.startswith("STOR"):
+            if line.startswith(("STOR", "ESTO")):
                 data.sendall(b"hello")
             else:
                 brought.append(b"".join(iter(lambda: data.recv(1 << 16), b"")).decode())

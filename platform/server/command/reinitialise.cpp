@@ -23,6 +23,7 @@ void log_out(session& client) {
 /// RFC 959 section 4.1.1: all is as it was behind the greeting.
 handled command_rein(session& client, std::string) {
   client.data.close();
+  client.data.set_buffers(0);
   if (client.login.logged_in) {
     log_info("{}: logged out", client.who());
     co_await client.storage.leave();

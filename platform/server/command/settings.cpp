@@ -1,6 +1,7 @@
 #include "base/number.h"
 #include "base/text.h"
 #include "command/checksum_names.h"
+#include "command/extended.h"
 #include "command/handler.h"
 #include "command/table.h"
 #include "ftp/facts.h"
@@ -46,6 +47,7 @@ std::vector<std::string> features(const session& client) {
   if (!client.storage.checksums().empty()) lines.push_back("CKSUM " + client.storage.checksums());
   lines.push_back("HASH " + hashes_starred(client.settings.hash_algorithm));
   for (const char* verb : {"XCRC", "XMD5", "XSHA1", "XSHA256"}) lines.emplace_back(verb);
+  for (const char* word : {"PARALLEL", "ERET", "ESTO", "SPAS", "SPOR", "DCAU"}) lines.emplace_back(word);
   return lines;
 }
 
@@ -104,6 +106,7 @@ handled command_opts(session& client, std::string argument) {
   const std::string_view name = take_word(value);
   if (same_word(name, "MLST")) co_return opts_mlst(client, value);
   if (same_word(name, "HASH")) co_return opts_hash(client, value);
+  if (same_word(name, "RETR")) co_return opts_retr(client, value);
   if (same_word(name, "UTF8")) co_return opts_utf8(client, value);
   opts_other(client, name, value);
 }
@@ -115,25 +118,10 @@ handled command_type(session& client, std::string argument) {
   co_return;
 }
 
-handled command_mode(session& client, std::string argument) {
-  static constexpr auto KNOWN = std::to_array<std::string_view>({"S"});
-  choose(client, argument, KNOWN, "Mode");
-  co_return;
-}
-
 handled command_stru(session& client, std::string argument) {
   static constexpr auto KNOWN = std::to_array<std::string_view>({"F"});
   choose(client, argument, KNOWN, "Structure");
   co_return;
-}
-
-handled command_rest(session& client, std::string argument) {
-  const auto offset = parse_number<std::int64_t>(argument);
-  client.settings.restart_offset = 0;
-  if (!offset || *offset < 0)
-    co_return client.reply(501, "REST takes an offset in bytes from 0 to 9223372036854775807.");
-  client.settings.restart_offset = *offset;
-  client.reply(350, "Restarting at " + std::to_string(*offset) + "; send RETR or STOR.");
 }
 
 /// RFC 959 section 4.1.3. The size of a record ("R n") means nothing here.

@@ -5,6 +5,7 @@
 
 #include <boost/asio/ip/address_v4.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -50,6 +51,11 @@ struct configuration {
   // [limits], over all sessions of this server
   std::uint64_t spool_memory_bytes = std::uint64_t{1} << 30;  ///< of uploads that wait in memory
   std::uint64_t spool_disk_bytes = 0;  ///< of those in the spool directory; 0: as the disk allows
+  std::uint64_t window_bytes_total = std::uint64_t{1} << 30;  ///< of blocks that came early
+
+  // [limits], of one transfer in extended block mode
+  unsigned data_streams = 16;           ///< connections
+  std::size_t window_bytes = 64 << 20;  ///< of blocks that came early
 
   std::map<std::string, unsigned> lines;  ///< where FILE sets what, by "table.key"; for mistakes that show later
 };

@@ -9,6 +9,8 @@
 #include <boost/asio/use_awaitable.hpp>
 
 #include <random>
+#include <tuple>
+#include <vector>
 
 namespace tarvex::server {
 
@@ -18,15 +20,25 @@ using boost::system::error_code;
 
 namespace {
 
-constexpr int BACKLOG = 8;
+constexpr int BACKLOG = 64;
 
 struct active_target {
   tcp::endpoint from, to;
 };
 
-bool acceptor_listen(tcp::acceptor& acceptor, const tcp::endpoint& endpoint) {
+/// Before the connection is there, or its window is scaled for others.
+template <typename Socket>
+void set_buffers_of(Socket& socket, int bytes) {
+  if (bytes == 0) return;
+  error_code ignored;  // the kernel takes what it allows
+  socket.set_option(asio::socket_base::receive_buffer_size(bytes), ignored);
+  socket.set_option(asio::socket_base::send_buffer_size(bytes), ignored);
+}
+
+bool acceptor_listen(tcp::acceptor& acceptor, const tcp::endpoint& endpoint, int buffer_bytes) {
   error_code error, ignored;
   acceptor.open(endpoint.protocol(), error);
+  if (!error) set_buffers_of(acceptor, buffer_bytes);
   if (!error) acceptor.set_option(tcp::acceptor::reuse_address(true), error);
   if (!error) acceptor.bind(endpoint, error);
   if (!error) acceptor.listen(BACKLOG, error);
@@ -42,39 +54,42 @@ data_connection success(tcp::socket socket) {
   error_code ignored;
   socket.set_option(asio::socket_base::keep_alive(true), ignored);
   socket.set_option(tcp::no_delay(true), ignored);
-  return {std::make_unique<data_socket>(data_socket{std::move(socket)}), {}};
+  return {std::make_unique<data_socket>(std::move(socket)), {}};
 }
 
 }  // namespace
 
 /// One use of the channel. Closing its sockets ends a wait for the connection, which then says what `over` tells.
 struct data_channel::setup {
-  explicit setup(asio::io_context& context) : acceptor(context), connecting(context) {}
+  explicit setup(asio::io_context& context) : acceptor(context) {}
 
   tcp::acceptor acceptor;
-  tcp::socket connecting;
+  std::vector<std::weak_ptr<tcp::socket>> connecting;
   asio::ip::address peer;
   std::optional<active_target> active;
+  int buffer_bytes = 0;
   std::string over;  // why there is no connection to be had any more; empty: there is
 
   void end(const std::string& why) {
     if (over.empty()) over = why;
     error_code ignored;
     acceptor.close(ignored);
-    connecting.close(ignored);
+    for (const auto& each : connecting)
+      if (const auto socket = each.lock()) socket->close(ignored);
   }
 
   static asio::awaitable<data_connection> open(event_loop& loop, std::shared_ptr<setup> self,
-                                               std::chrono::milliseconds limit);
+                                               std::optional<std::chrono::milliseconds> limit, bool used_up);
   static asio::awaitable<data_connection> accept(std::shared_ptr<setup> self);
   static asio::awaitable<data_connection> connect(std::shared_ptr<setup> self);
 };
 
 asio::awaitable<data_connection> data_channel::setup::open(event_loop& loop, std::shared_ptr<setup> self,
-                                                           std::chrono::milliseconds limit) {
+                                                           std::optional<std::chrono::milliseconds> limit,
+                                                           bool used_up) {
   if (!self) co_return data_connection{nullptr, "No data connection was prepared."};
   loop_timer timer(loop);
-  timer.start(limit, [waiting = self.get()] { waiting->end("No data connection came."); });
+  if (limit) timer.start(*limit, [waiting = self.get()] { waiting->end("No data connection came."); });
   data_connection made;
   if (!self->over.empty())
     made.error = self->over;
@@ -83,7 +98,7 @@ asio::awaitable<data_connection> data_channel::setup::open(event_loop& loop, std
   else
     made = co_await accept(self);
   if (!self->over.empty()) made = {nullptr, self->over};
-  self->end("The data connection was used already.");
+  if (used_up) self->end("The data connection was used already.");
   co_return made;
 }
 
@@ -92,20 +107,26 @@ asio::awaitable<data_connection> data_channel::setup::accept(std::shared_ptr<set
     auto [error, socket] = co_await self->acceptor.async_accept(asio::as_tuple(asio::use_awaitable));
     if (error) co_return failure("accepted", error);
     const tcp::endpoint from = socket.remote_endpoint(error);
-    if (!error && address_plain(from.address()) == self->peer) co_return success(std::move(socket));
+    if (!error && address_plain(from.address()) == self->peer) {
+      set_buffers_of(socket, self->buffer_bytes);
+      co_return success(std::move(socket));
+    }
     log_warning("data connection from {} refused: the client is {}",
                 error ? "a vanished peer" : from.address().to_string(), self->peer.to_string());
   }
 }
 
 asio::awaitable<data_connection> data_channel::setup::connect(std::shared_ptr<setup> self) {
+  const auto socket = std::make_shared<tcp::socket>(self->acceptor.get_executor());
+  self->connecting.push_back(socket);
   error_code error;
-  self->connecting.open(self->active->to.protocol(), error);
-  if (!error) self->connecting.bind(self->active->from, error);
+  socket->open(self->active->to.protocol(), error);
+  if (!error) set_buffers_of(*socket, self->buffer_bytes);
+  if (!error) socket->bind(self->active->from, error);
   if (error) co_return failure("made", error);
-  std::tie(error) = co_await self->connecting.async_connect(self->active->to, asio::as_tuple(asio::use_awaitable));
+  std::tie(error) = co_await socket->async_connect(self->active->to, asio::as_tuple(asio::use_awaitable));
   if (error) co_return failure("made", error);
-  co_return success(std::move(self->connecting));
+  co_return success(std::move(*socket));
 }
 
 data_channel::data_channel(event_loop& loop) : loop_(loop) {}
@@ -119,12 +140,13 @@ std::uint16_t data_channel::listen(const asio::ip::address& host, const asio::ip
   close();
   const auto made = std::make_shared<setup>(loop_.context());
   made->peer = peer;
+  made->buffer_bytes = buffer_bytes_;
   const unsigned first = ports ? ports->first : 0;
   const unsigned count = ports ? ports->second - first + 1U : 1;
   const unsigned start = std::random_device()() % count;
   for (unsigned tried = 0; tried < count; ++tried) {
     const auto port = static_cast<std::uint16_t>(first + (start + tried) % count);
-    if (!acceptor_listen(made->acceptor, {host, port})) continue;
+    if (!acceptor_listen(made->acceptor, {host, port}, buffer_bytes_)) continue;
     setup_ = made;
     error_code error;
     return made->acceptor.local_endpoint(error).port();
@@ -136,6 +158,7 @@ void data_channel::target(const asio::ip::address& local, const asio::ip::addres
   close();
   setup_ = std::make_shared<setup>(loop_.context());
   setup_->active = active_target{{local, 0}, {peer, port}};
+  setup_->buffer_bytes = buffer_bytes_;
 }
 
 bool data_channel::ready() const {
@@ -143,7 +166,20 @@ bool data_channel::ready() const {
 }
 
 asio::awaitable<data_connection> data_channel::open(std::chrono::milliseconds limit) {
-  return setup::open(loop_, setup_, limit);
+  return setup::open(loop_, setup_, limit, true);
+}
+
+asio::awaitable<data_connection> data_channel::open_another(std::optional<std::chrono::milliseconds> limit) {
+  return setup::open(loop_, setup_, limit, false);
+}
+
+bool data_channel::passive() const {
+  return setup_ && !setup_->active;
+}
+
+void data_channel::set_buffers(int bytes) {
+  buffer_bytes_ = bytes;
+  if (setup_) setup_->buffer_bytes = bytes;
 }
 
 void data_channel::close() {

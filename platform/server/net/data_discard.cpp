@@ -30,14 +30,14 @@ error_code drop(tcp::socket& socket) {
 
 asio::awaitable<void> discard(event_loop& loop, std::unique_ptr<data_socket> connection) {
   loop_timer limit(loop);
-  limit.start(LIMIT, [socket = &connection->socket] {
+  limit.start(LIMIT, [open = connection.get()] {
     error_code ignored;
-    socket->close(ignored);
+    open->transport().close(ignored);
   });
   while (true) {
     const auto [error] =
-        co_await connection->socket.async_wait(tcp::socket::wait_read, asio::as_tuple(asio::use_awaitable));
-    if (error || drop(connection->socket)) co_return;
+        co_await connection->transport().async_wait(tcp::socket::wait_read, asio::as_tuple(asio::use_awaitable));
+    if (error || drop(connection->transport())) co_return;
   }
 }
 

@@ -6,7 +6,7 @@
 
 namespace tarvex::server {
 
-struct data_socket;
+class data_socket;
 
 /// Takes a peer's data for a moment and drops them, until it has sent all: a peer that is closed upon while it sends
 /// may lose the reply that tells it why. I/O thread; does not wait.

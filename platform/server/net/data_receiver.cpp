@@ -5,8 +5,7 @@
 #include "net/read_queue.h"
 #include "net/wake.h"
 
-#include <boost/asio/as_tuple.hpp>
-#include <boost/asio/use_awaitable.hpp>
+#include <boost/asio/error.hpp>
 
 #include <algorithm>
 #include <atomic>
@@ -17,7 +16,6 @@
 namespace tarvex::server {
 
 namespace asio = boost::asio;
-using asio::ip::tcp;
 using boost::system::error_code;
 using std::chrono::ceil;
 using std::chrono::milliseconds;
@@ -81,8 +79,6 @@ struct data_receiver::state : std::enable_shared_from_this<state> {
 
 void data_receiver::state::attach(std::unique_ptr<data_socket> with) {
   connection = std::move(with);
-  error_code ignored;
-  connection->socket.non_blocking(true, ignored);
   last_progress = steady::now();
   watch_stall();
   step();
@@ -96,8 +92,7 @@ asio::awaitable<void> data_receiver::state::receive(std::shared_ptr<state> self)
       continue;
     }
     self->waiting = true;
-    const auto [error] =
-        co_await self->connection->socket.async_wait(tcp::socket::wait_read, asio::as_tuple(asio::use_awaitable));
+    const error_code error = co_await self->connection->readable();
     self->waiting = false;
     if (!self->receiving()) co_return;
     if (error)
@@ -109,11 +104,10 @@ asio::awaitable<void> data_receiver::state::receive(std::shared_ptr<state> self)
 }
 
 void data_receiver::state::receive_available() {
-  error_code error;
   for (std::size_t turn = 0; turn < RECEIVED_PER_TURN && !broken;) {
     const auto into = queue.room();
     if (into.empty()) return;
-    const std::size_t bytes = connection->socket.read_some(asio::buffer(into.data(), into.size()), error);
+    const auto [error, bytes] = connection->read_now(asio::buffer(into.data(), into.size()));
     if (error == asio::error::would_block) return;
     if (error) return end(error);
     add(bytes);
@@ -233,11 +227,7 @@ void data_receiver::state::close() {
     for (auto& read : pending) queue.push(std::move(read));
     pending.clear();
   }
-  if (const auto closing = std::exchange(connection, nullptr)) {
-    error_code ignored;
-    socket_drain(closing->socket);
-    closing->socket.close(ignored);
-  }
+  if (const auto closing = std::exchange(connection, nullptr)) closing->close();
   room_made.notify();
   while (queue.waiting()) first_done(true, true);
 }

@@ -3,9 +3,7 @@
 #include "net/data_socket.h"
 #include "net/wake.h"
 
-#include <boost/asio/as_tuple.hpp>
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/use_awaitable.hpp>
 
 #include <array>
 #include <atomic>
@@ -73,6 +71,7 @@ struct data_sender::state : std::enable_shared_from_this<state> {
   }
   void attach(std::unique_ptr<data_socket> with);
   static asio::awaitable<void> send(std::shared_ptr<state> self);
+  static asio::awaitable<void> end(std::shared_ptr<state> self);
   static asio::awaitable<bool> finish(std::shared_ptr<state> self);
   bool refill();
   std::span<const asio::const_buffer> next_buffers();
@@ -85,8 +84,6 @@ struct data_sender::state : std::enable_shared_from_this<state> {
 
 void data_sender::state::attach(std::unique_ptr<data_socket> with) {
   connection = std::move(with);
-  error_code ignored;
-  connection->socket.non_blocking(true, ignored);
   last_progress = steady::now();
   watch_peer();
   watch_stall();
@@ -95,26 +92,36 @@ void data_sender::state::attach(std::unique_ptr<data_socket> with) {
 
 asio::awaitable<void> data_sender::state::send(std::shared_ptr<state> self) {
   while (self->connection) {
-    if (!self->refill()) {
-      if (self->finishing) co_return self->close(true);
+    const bool idle = !self->refill();
+    if (idle && !self->connection->unsent()) {
+      if (self->finishing) co_return co_await end(self);
       co_await self->more.wait();
       continue;
     }
-    const auto buffers = self->next_buffers();
-    if (buffers.front().size() == 0) {
+    const auto buffers = idle ? std::span<const asio::const_buffer>() : self->next_buffers();
+    if (!idle && buffers.front().size() == 0) {
       self->complete_sent(0);
       continue;
     }
     self->writing = true;
     self->last_progress = steady::now();
-    const auto [error, bytes] =
-        co_await self->connection->socket.async_write_some(buffers, asio::as_tuple(asio::use_awaitable));
+    const auto [error, bytes] = co_await self->connection->write_some(buffers);
     self->writing = false;
     if (!self->connection) co_return;
     if (error) co_return self->break_off("The client closed the data connection.");
     self->sent += bytes;
     self->complete_sent(bytes);
   }
+}
+
+/// All is out but the end itself.
+asio::awaitable<void> data_sender::state::end(std::shared_ptr<state> self) {
+  self->writing = true;
+  const error_code error = co_await self->connection->end_sending();
+  self->writing = false;
+  if (!self->connection) co_return;
+  if (error) co_return self->break_off("The client closed the data connection.");
+  self->close(true);
 }
 
 asio::awaitable<bool> data_sender::state::finish(std::shared_ptr<state> self) {
@@ -163,7 +170,7 @@ void data_sender::state::complete_sent(std::size_t bytes) {
 /// A reset is noticed even while nothing is being sent. A FIN is not taken as the end: a client may close its own
 /// direction, in which it has nothing to say.
 void data_sender::state::watch_peer() {
-  connection->socket.async_wait(tcp::socket::wait_error, [self = shared_from_this()](error_code error) {
+  connection->transport().async_wait(tcp::socket::wait_error, [self = shared_from_this()](error_code error) {
     if (!error && self->connection) self->break_off("The client closed the data connection.");
   });
 }
@@ -195,12 +202,7 @@ void data_sender::state::close(bool sent_all) {
   more.notify();
   ended.notify();
   stall_check.cancel();
-  if (const auto closing = std::exchange(connection, nullptr)) {
-    error_code ignored;
-    if (sent_all) closing->socket.shutdown(tcp::socket::shutdown_send, ignored);
-    socket_drain(closing->socket);
-    closing->socket.close(ignored);
-  }
+  if (const auto closing = std::exchange(connection, nullptr)) closing->close();
   for (const auto& piece : left) {
     if (piece.done) piece.done(false);
   }

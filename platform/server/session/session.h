@@ -10,6 +10,7 @@
 #include "session/login_state.h"
 #include "session/session_setup.h"
 #include "storage/storage_session.h"
+#include "storage/transfer.h"
 
 #include <functional>
 #include <memory>
@@ -65,6 +66,7 @@ class session {
 
  private:
   std::chrono::milliseconds end_grace() const;
+  block_settings transfer_blocks();
 
   bool ending_ = false;
   std::chrono::steady_clock::time_point last_line_{};

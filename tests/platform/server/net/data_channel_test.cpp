@@ -28,7 +28,7 @@ TEST_F(DataChannelTest, OnlyThePeerIsLetIn) {
   tcp::socket stranger = client_from("127.0.0.2", port), client = client_from("127.0.0.1", port);
   const data_connection made = await(channel.open(20s));
   ASSERT_NE(made.socket, nullptr) << made.error;
-  EXPECT_EQ(made.socket->socket.remote_endpoint(), client.local_endpoint());
+  EXPECT_EQ(made.socket->transport().remote_endpoint(), client.local_endpoint());
   EXPECT_EQ(read(stranger), "");
   EXPECT_FALSE(channel.ready()) << "one use";
   EXPECT_EQ(await(channel.open(20s)).error, "The data connection was used already.");
@@ -39,9 +39,9 @@ TEST_F(DataChannelTest, ConnectsToThePeer) {
   channel.target(here, here, acceptor.local_endpoint().port());
   const data_connection made = await(channel.open(20s));
   ASSERT_NE(made.socket, nullptr) << made.error;
-  EXPECT_EQ(acceptor.accept().local_endpoint(), made.socket->socket.remote_endpoint());
+  EXPECT_EQ(acceptor.accept().local_endpoint(), made.socket->transport().remote_endpoint());
   acceptor.close();
-  channel.target(here, here, made.socket->socket.remote_endpoint().port());
+  channel.target(here, here, made.socket->transport().remote_endpoint().port());
   EXPECT_EQ(await(channel.open(20s)).error, "The data connection could not be made: Connection refused.");
 }
 
