@@ -28,7 +28,7 @@ TEST_F(SessionTest, AnswersBeforeAndAfterLogin) {
       {"USER bob", "503 "},
       {"PWD x", "501 "},
       {"CWD", "501 "},
-      {"MODE E", "504 "},
+      {"MODE X", "504 "},
       {"TYPE I", "200 "},
       {"type l 8", "200 "},
       {"TYPE X", "504 "},
@@ -41,6 +41,7 @@ TEST_F(SessionTest, AnswersBeforeAndAfterLogin) {
             "211-Extensions supported:\r\n CLNT\r\n EPRT\r\n EPSV\r\n HOST\r\n MDTM\r\n"
             " MLST type*;size*;modify*;perm*;UNIX.mode*;unique*;\r\n REST STREAM\r\n SIZE\r\n TVFS\r\n UTF8\r\n"
             " HASH SHA-1*;MD5;SHA-256;SHA-512;CRC32\r\n XCRC\r\n XMD5\r\n XSHA1\r\n XSHA256\r\n"
+            " PARALLEL\r\n ERET\r\n ESTO\r\n SPAS\r\n SPOR\r\n DCAU\r\n"
             "211 End.\r\n");
 }
 
