@@ -100,10 +100,11 @@ TEST_F(BlockTransferTest, ADownloadComesWholeOnAnyNumberOfConnections) {
     block_sender sender(loop, {.block_bytes = 40'000, .stall_limit = 20s, .failed = {}});
     sender.expect(lanes + 1);
     for (std::size_t at = 0; at < file.size(); at += 500'000) {
-      data_piece piece{reinterpret_cast<const unsigned char*>(file.data()) + at, std::min(file.size() - at, 500'000UL)};
-      piece.offset = at;
-      piece.done = [&done](bool sent) { done += sent ? "+" : "-"; };
-      EXPECT_TRUE(sender.push(std::move(piece)));
+      EXPECT_TRUE(sender.push({reinterpret_cast<const unsigned char*>(file.data()) + at,
+                               std::min(file.size() - at, 500'000UL),
+                               {},
+                               [&done](bool sent) { done += sent ? "+" : "-"; },
+                               at}));
     }
     auto finished = begin(sender.finish());
     for (unsigned i = 0; i < lanes; ++i) sender.attach(connection());
@@ -139,9 +140,8 @@ TEST_F(BlockTransferTest, AConnectionThatTakesNothingHoldsUpNoOther) {
   for (int i = 0; i < 3; ++i) sender.attach(connection());
   std::size_t taken = 0;
   for (int i = 0; i < PARTS; ++i) {
-    data_piece piece{reinterpret_cast<const unsigned char*>(part.data()), part.size()};
-    piece.done = [&](bool) { ++done; };
-    EXPECT_TRUE(sender.push(std::move(piece)));
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(part.data());
+    EXPECT_TRUE(sender.push({bytes, part.size(), {}, [&](bool) { ++done; }, 0}));
   }
   std::vector<char> dropped(1 << 20);
   EXPECT_TRUE(until([&] {
