@@ -55,11 +55,14 @@ def fill(box, name, count, size):
 class Place:
     """A local Box and a server, in a directory of their own."""
 
+    def __init__(self, *box_arguments, **server_arguments):
+        self.arguments = box_arguments, server_arguments
+
     def __enter__(self):
         self.directory = tempfile.TemporaryDirectory(prefix="tarvex-bench-")
         path = pathlib.Path(self.directory.name)
-        self.box = Box(path)
-        self.server = Server(path, self.box)
+        self.box = Box(path, *self.arguments[0])
+        self.server = Server(path, self.box, **self.arguments[1])
         return self.box, self.server
 
     def __exit__(self, *error):
@@ -294,19 +297,77 @@ def raw_small_uploads(box, count, content):
     return seconds(run)
 
 
+def stores(client, folder, contents, announced):
+    """Seconds of storing them, one after the other."""
+    def one(number, content):
+        if announced:
+            client.sendcmd(f"ALLO {len(content)}")
+        client.storbinary(f"STOR /{folder}/f{number}", io.BytesIO(content))
+
+    client.mkd(f"/{folder}")
+    return seconds(lambda: [one(number, content) for number, content in enumerate(contents)])
+
+
 def small_files():
-    """1,000 files of 10 KB up and down over one session, pacing out of the way."""
-    count, content = 1000, os.urandom(10_000)
+    """1,000 files of 10 KB up and down over one session, pacing out of the way; 50 with a Box of 150 ms a request."""
+    contents = [os.urandom(10_000)] * 1000
     with Place() as (box, server):
-        raw = raw_small_uploads(box, count, content)
+        raw = raw_small_uploads(box, len(contents), contents[0])
         client = server.ftp()
-        client.mkd("/small")
-        up = seconds(lambda: [client.storbinary(f"STOR /small/f{number}", io.BytesIO(content)) for number in range(count)])
-        down = seconds(lambda: [client.retrbinary(f"RETR /small/f{number}", lambda piece: None) for number in range(count)])
-        client.quit()
-        row("small files: up", f"{count / up:.0f} files/s")
-        row("small files: up, our own time per file", f"{(up - raw) / count * 1000:.2f} ms")
-        row("small files: down", f"{count / down:.0f} files/s")
+        up = stores(client, "small", contents, announced=True)
+        down = seconds(lambda: [client.retrbinary(f"RETR /small/f{number}", lambda piece: None) for number in range(1000)])
+        row("small files: up, announced", f"{len(contents) / up:.0f} files/s")
+        row("small files: up, announced, our own time per file", f"{(up - raw) / len(contents) * 1000:.2f} ms")
+        row("small files: down", f"{len(contents) / down:.0f} files/s")
+    with Place("--set", "latency_ms=150") as (box, server):
+        client = server.ftp()
+        announced = stores(client, "a", contents[:50], announced=True) / 50 * 1000
+        unknown = stores(client, "b", contents[:50], announced=False) / 50 * 1000
+        row("small files: up, announced, Box at 150 ms a request", f"{announced:.0f} ms a file")
+        row("small files: up, size not told, Box at 150 ms a request", f"{unknown:.0f} ms a file", "aim: a tenth more at most")
+
+
+def four_sessions():
+    """Requests to Box for 1,000 stores: by one session, and by four of one account into one folder."""
+    with Place() as (box, server):
+        for count in (1, 4):
+            clients = [server.ftp() for _ in range(count)]
+            clients[0].mkd(f"/by{count}")
+            for client in clients:
+                client.nlst(f"/by{count}")
+            mark = box.mark()
+
+            def store(which):
+                for number in range(1000 // count):
+                    clients[which].sendcmd("ALLO 3")
+                    clients[which].storbinary(f"STOR /by{count}/f{which}-{number}", io.BytesIO(b"abc"))
+
+            with concurrent.futures.ThreadPoolExecutor(count) as pool:
+                took = seconds(lambda: list(pool.map(store, range(count))))
+            requests = len(box.journal(mark)) / 1000
+            row(f"1,000 stores into one folder, sessions: {count}", f"{requests:.3f} requests a store, {1000 / took:.0f}/s")
+
+
+def abort_under_pacing():
+    """200 sessions of one account wait for their turn at Box; all give up."""
+    with Place(policy='{"user_api_rate_limit": 16}') as (box, server):
+        with concurrent.futures.ThreadPoolExecutor(16) as pool:
+            clients = list(pool.map(lambda _: server.ftp(), range(200)))
+        for client in clients:
+            client.set_pasv(True)
+            client.passive = client.makepasv()
+            client.putcmd("NLST /")
+        time.sleep(1)
+
+        def give_up(client):
+            client.putcmd("ABOR")
+            while not client.getmultiline().startswith(("225", "226")):
+                pass
+
+        with concurrent.futures.ThreadPoolExecutor(200) as pool:
+            took = list(pool.map(lambda client: seconds(lambda: give_up(client)), clients))
+        took.sort()
+        row("ABOR with 200 sessions waiting: median / longest", f"{took[100] * 1000:.0f} / {took[-1] * 1000:.0f} ms", "aim: 1 s")
 
 
 class RclonePlace:
@@ -406,7 +467,8 @@ def micro():
 
 
 BENCHMARKS = {run.__name__: run for run in (
-    download, listing, memory, logins, pacing, upload, upload_memory, checksum, small_files, rclone, micro)}
+    download, listing, memory, logins, pacing, upload, upload_memory, checksum, small_files, four_sessions,
+    abort_under_pacing, rclone, micro)}
 
 
 def main():

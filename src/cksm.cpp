@@ -12,7 +12,7 @@ using tarvex::box::request;
 
 namespace {
 
-constexpr tarvex::box::error_source SOURCE("tarvex_i_box_cksm");
+constexpr tarvex::box::error_source CKSM_SOURCE("tarvex_i_box_cksm");
 
 enum class algorithm { none = 0, md5 = 1, sha1 = 2 };
 
@@ -83,10 +83,10 @@ tarvex_result_t tarvex_l_box_download(const cksm_command& command, tarvex_i_box_
   int retries = 1;  // for the content request and the download together, on purpose
   tarvex::box::answer content;
   const tarvex_result_t result =
-      tarvex::box::content_location(command.box, SOURCE, command.item->id, range, retries, content);
+      tarvex::box::content_location(command.box, CKSM_SOURCE, command.item->id, range, retries, content);
   if (result != TARVEX_SUCCESS) return result;
   const request call = {
-      .source = SOURCE,
+      .source = CKSM_SOURCE,
       .url = content.location,
       .headers = range,
       .reads_document = false,
@@ -111,7 +111,7 @@ void tarvex_l_box_record(const cksm_command& command, const std::string& md5, co
   tarvex::box::text_replace(item->md5, md5.c_str());
   const tarvex_result_t stored = tarvex_i_box_set_metadata(command.box, item, "tarvex-md5", md5.c_str());
   if (stored == TARVEX_SUCCESS) return;
-  TARVEX_BOX_LOG_DEBUG(SOURCE.function, "cksm metadata set failed: path=%s\n", command.info->pathname);
+  TARVEX_BOX_LOG_DEBUG(CKSM_SOURCE.function, "cksm metadata set failed: path=%s\n", command.info->pathname);
   tarvex_result_release(stored);
 }
 

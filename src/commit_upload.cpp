@@ -13,14 +13,14 @@ using tarvex::box::request;
 
 namespace {
 
-constexpr tarvex::box::error_source SOURCE("tarvex_i_box_commit_upload");
+constexpr tarvex::box::error_source COMMIT_UPLOAD_SOURCE("tarvex_i_box_commit_upload");
 
 /// 202: Box is still putting the parts together. The waits grow on their own: 1, 3, 7, 15 seconds.
 tarvex::box::verdict tarvex_l_box_judge_commit(const tarvex_dsi_rest_response_arg_t& response, json_t* document,
                                                unsigned long& retry_after) {
   if (response.response_code != 202) return tarvex::box::judge_status(response, document, retry_after);
   retry_after = retry_after * 2 + 1;
-  return {.result = error_generic(SOURCE, "Upload is not ready to commit."), .retryable = true};
+  return {.result = error_generic(COMMIT_UPLOAD_SOURCE, "Upload is not ready to commit."), .retryable = true};
 }
 
 /// The digests of the whole file, as the request and the property have them.
@@ -29,9 +29,10 @@ tarvex_result_t tarvex_l_box_file_digests(tarvex_box_upload_session_t* upload, s
   tarvex::box::sha1_digest sha1{};
   tarvex::box::md5_digest md5{};
   if (!tarvex::box::sha1_finish(upload->sha1_ctx, sha1)) {
-    return error_generic(SOURCE, "Failed finalizing file sha1 hash.");
+    return error_generic(COMMIT_UPLOAD_SOURCE, "Failed finalizing file sha1 hash.");
   }
-  if (!tarvex::box::md5_finish(upload->md5_ctx, md5)) return error_generic(SOURCE, "Failed finalizing file md5 hash.");
+  if (!tarvex::box::md5_finish(upload->md5_ctx, md5))
+    return error_generic(COMMIT_UPLOAD_SOURCE, "Failed finalizing file md5 hash.");
   sha1_header = tarvex::box::digest_header(sha1);
   md5_text = tarvex::box::hex_text(md5);
   return TARVEX_SUCCESS;
@@ -51,7 +52,7 @@ tarvex_result_t tarvex_l_box_commit_post(tarvex_box_session_t* box, const tarvex
                                          const char* body, const std::string& digest, tarvex::box::answer& out) {
   tarvex_dsi_rest_write_block_arg_t block = {.block_data = body, .block_len = std::strlen(body)};
   const request call = {
-      .source = SOURCE,
+      .source = COMMIT_UPLOAD_SOURCE,
       .method = "POST",
       .url = tarvex::box::upload_url({"/api/2.0/files/upload_sessions/", upload.id, "/commit"}),
       .query = {{"fields", tarvex::box::ITEM_FIELDS}},
@@ -82,7 +83,7 @@ tarvex_result_t tarvex_l_box_commit(tarvex_gfs_operation_t op, tarvex_box_sessio
   result = tarvex_l_box_commit_post(box, *upload, body.get(), digest, stored);
   if (result != TARVEX_SUCCESS) return result;
   return tarvex::box::recv_entries_store(
-      box, SOURCE, stored.document.get(), parent.name, [&](tarvex::box::item_record& item) {
+      box, COMMIT_UPLOAD_SOURCE, stored.document.get(), parent.name, [&](tarvex::box::item_record& item) {
         const tarvex_result_t kept = tarvex_i_box_set_metadata(box, &item, "tarvex-md5", md5_text.c_str());
         if (kept == TARVEX_SUCCESS) tarvex::box::text_replace(item.md5, md5_text.c_str());
         return kept;

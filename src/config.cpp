@@ -5,13 +5,13 @@
 
 namespace {
 
-constexpr tarvex::box::error_source SOURCE("tarvex_box_config_parse_json");
+constexpr tarvex::box::error_source CONFIG_SOURCE("tarvex_box_config_parse_json");
 
 tarvex_result_t tarvex_l_box_config_parse(const char* text, int* rate) {
   json_error_t error{};
   const tarvex::box::json_ptr policy(json_loads(text, 0, &error));
   if (!policy) {
-    return tarvex::box::error_generic(SOURCE,
+    return tarvex::box::error_generic(CONFIG_SOURCE,
                                       std::string("Error loading collection storage policy: ") + error.text + "\n");
   }
   int limit = 0;

@@ -6,7 +6,7 @@ using tarvex::box::request;
 
 namespace {
 
-constexpr tarvex::box::error_source SOURCE("tarvex_i_box_delete_object");
+constexpr tarvex::box::error_source DELETE_SOURCE("tarvex_i_box_delete_object");
 
 /// What a command type deletes, and how.
 struct delete_row {
@@ -25,7 +25,7 @@ constexpr delete_row DELETIONS[] = {
 tarvex_result_t tarvex_l_box_delete_send(tarvex_box_session_t* box, const tarvex_box_path_info_t& item,
                                          bool recursive) {
   request call = {
-      .source = SOURCE,
+      .source = DELETE_SOURCE,
       .method = "DELETE",
       .url = tarvex::box::api_url({"/2.0/", tarvex::box::item_collection(item.type), "/", item.id}),
       .reads_document = false,
@@ -42,7 +42,7 @@ tarvex_result_t tarvex_l_box_delete_send(tarvex_box_session_t* box, const tarvex
 tarvex_result_t tarvex_l_box_delete_object(tarvex_box_session_t* box, const tarvex_box_path_info_t& item, int command) {
   for (const delete_row& row : DELETIONS) {
     if (row.command != command) continue;
-    if (row.type != item.type) return error_generic(SOURCE, row.mismatch);
+    if (row.type != item.type) return error_generic(DELETE_SOURCE, row.mismatch);
     return tarvex_l_box_delete_send(box, item, row.recursive);
   }
   return tarvex::box::error_memory();

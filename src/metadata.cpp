@@ -9,7 +9,7 @@ using tarvex::box::request;
 
 namespace {
 
-constexpr tarvex::box::error_source SOURCE("tarvex_i_box_set_metadata");
+constexpr tarvex::box::error_source METADATA_SOURCE("tarvex_i_box_set_metadata");
 
 /// The first property makes the instance, later ones are patched in.
 struct metadata_row {
@@ -34,7 +34,7 @@ tarvex_result_t tarvex_l_box_set_metadata(tarvex_box_session_t* box, tarvex_box_
   if (!body) return tarvex::box::error_memory();
   tarvex_dsi_rest_write_block_arg_t block = {.block_data = body.get(), .block_len = std::strlen(body.get())};
   const request call = {
-      .source = SOURCE,
+      .source = METADATA_SOURCE,
       .method = row.method,
       .url = tarvex::box::api_url(
           {"/2.0/", tarvex::box::item_collection(path_info->type), "/", path_info->id, "/metadata/global/properties"}),

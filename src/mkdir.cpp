@@ -6,14 +6,14 @@ using tarvex::box::request;
 
 namespace {
 
-constexpr tarvex::box::error_source SOURCE("tarvex_i_box_mkdir");
+constexpr tarvex::box::error_source MKDIR_SOURCE("tarvex_i_box_mkdir");
 
 tarvex_result_t tarvex_l_box_folder_make(tarvex_box_session_t* box, const tarvex_box_path_info_t& parent,
                                          const std::string& name) {
   const auto body = tarvex::box::placement(name, parent.id);
   if (!body) return tarvex::box::error_name();
   const request call = {
-      .source = SOURCE,
+      .source = MKDIR_SOURCE,
       .method = "POST",
       .url = tarvex::box::api_url({"/2.0/folders"}),
       .query = {{"fields", tarvex::box::ITEM_FIELDS}},
@@ -24,11 +24,11 @@ tarvex_result_t tarvex_l_box_folder_make(tarvex_box_session_t* box, const tarvex
   };
   tarvex::box::answer folder;
   if (const tarvex_result_t result = request_perform(box, call, folder); result != TARVEX_SUCCESS) return result;
-  return item_entered(box, SOURCE, folder.document.get(), parent.name);
+  return item_entered(box, MKDIR_SOURCE, folder.document.get(), parent.name);
 }
 
 tarvex_result_t tarvex_l_box_mkdir(tarvex_box_session_t* box, const char* pathname) {
-  const auto [parent_path, name] = tarvex::box::path_split(pathname, SOURCE.function);
+  const auto [parent_path, name] = tarvex::box::path_split(pathname, MKDIR_SOURCE.function);
   tarvex_box_path_info_t* item = nullptr;
   tarvex_box_path_info_t* parent = nullptr;
   // That nothing of the name exists is what is hoped for; a failed listing leaves no parent.

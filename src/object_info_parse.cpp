@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr tarvex::box::error_source SOURCE("tarvex_box_object_info_parse");
+constexpr tarvex::box::error_source OBJECT_INFO_PARSE_SOURCE("tarvex_box_object_info_parse");
 
 /// The record's copy of a string member; null when the member is absent or no string.
 char* tarvex_l_box_string_copy(json_t* value) {
@@ -39,7 +39,7 @@ void tarvex_l_box_parse_metadata(json_t* json, tarvex_box_path_info_t* info) {
 
 tarvex_result_t tarvex_l_box_parse(json_t* json, tarvex_box_path_info_t* info) {
   const char* const type = json_string_value(json_object_get(json, "type"));
-  if (type == nullptr) return tarvex::box::error_generic(SOURCE, "No 'type' field found!");
+  if (type == nullptr) return tarvex::box::error_generic(OBJECT_INFO_PARSE_SOURCE, "No 'type' field found!");
   info->type = tarvex_l_box_item_type(type);
   info->name = tarvex_l_box_string_copy(json_object_get(json, "name"));
   info->id = tarvex_l_box_string_copy(json_object_get(json, "id"));
@@ -53,8 +53,10 @@ tarvex_result_t tarvex_l_box_parse(json_t* json, tarvex_box_path_info_t* info) {
   // No parent, a null parent, and one without an id all mean the root; an id is a string or none.
   const char* const parent = json_string_value(json_object_get(json_object_get(json, "parent"), "id"));
   info->parent_id = strdup(parent != nullptr ? parent : "0");
-  if (info->parent_id == nullptr) return tarvex::box::error_generic(SOURCE, "No 'parent->id' field found!");
-  return dated ? tarvex::box::SUCCESS : tarvex::box::error_generic(SOURCE, "Error with 'content_modified_at' field!");
+  if (info->parent_id == nullptr)
+    return tarvex::box::error_generic(OBJECT_INFO_PARSE_SOURCE, "No 'parent->id' field found!");
+  return dated ? tarvex::box::SUCCESS
+               : tarvex::box::error_generic(OBJECT_INFO_PARSE_SOURCE, "Error with 'content_modified_at' field!");
 }
 
 }  // namespace

@@ -12,7 +12,7 @@ using tarvex::box::request;
 
 namespace {
 
-constexpr tarvex::box::error_source SOURCE("tarvex_i_box_recv_small");
+constexpr tarvex::box::error_source RECV_SMALL_SOURCE("tarvex_i_box_recv_small");
 
 /// Content-Type with a boundary of its own.
 tarvex_result_t tarvex_l_box_content_type(std::string& content_type) {
@@ -59,7 +59,7 @@ tarvex_result_t tarvex_l_box_post(tarvex_box_session_t* box, small_upload& uploa
   };
   tarvex_dsi_rest_write_multipart_arg_t multipart = {.num_parts = parts.size(), .parts = parts.data()};
   const request call = {
-      .source = SOURCE,
+      .source = RECV_SMALL_SOURCE,
       .method = "POST",
       .url = tarvex::box::upload_url({"/api/2.0/files/content"}),
       .query = {{"fields", tarvex::box::ITEM_FIELDS}},
@@ -81,14 +81,14 @@ tarvex_result_t tarvex_l_box_recv_small(tarvex_gfs_operation_t op, const tarvex_
   tarvex_result_t result = tarvex::box::recv_modification_time(op, modtime);
   if (result == TARVEX_SUCCESS) result = tarvex_l_box_content_type(upload.content_type);
   if (result != TARVEX_SUCCESS) return result;
-  upload.name = tarvex::box::path_split(info->pathname, SOURCE.function).name;
+  upload.name = tarvex::box::path_split(info->pathname, RECV_SMALL_SOURCE.function).name;
   upload.attributes = tarvex_l_box_attributes(upload.name, parent->id, modtime);
   if (!upload.attributes) return tarvex::box::error_name();
   tarvex_gridftp_server_begin_transfer(op, 0, nullptr);
   tarvex::box::answer stored;
   result = tarvex_l_box_post(box, upload, stored);
   if (result != TARVEX_SUCCESS) return result;
-  return tarvex::box::recv_entries_store(box, SOURCE, stored.document.get(), parent->name);
+  return tarvex::box::recv_entries_store(box, RECV_SMALL_SOURCE, stored.document.get(), parent->name);
 }
 
 }  // namespace

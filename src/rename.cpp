@@ -6,7 +6,7 @@ using tarvex::box::request;
 
 namespace {
 
-constexpr tarvex::box::error_source SOURCE("tarvex_i_box_rename");
+constexpr tarvex::box::error_source RENAME_SOURCE("tarvex_i_box_rename");
 
 /// What is kept of the source: its record may go when the target's folder is listed.
 struct rename_source {
@@ -20,7 +20,7 @@ tarvex_result_t tarvex_l_box_move(tarvex_box_session_t* box, const rename_source
   const auto body = tarvex::box::placement(name, folder.id);
   if (!body) return tarvex::box::error_name();
   const request call = {
-      .source = SOURCE,
+      .source = RENAME_SOURCE,
       .method = "PUT",
       .url = tarvex::box::api_url({"/2.0/", tarvex::box::item_collection(item.type), "/", item.id.c_str()}),
       .query = {{"fields", tarvex::box::ITEM_FIELDS}},
@@ -31,7 +31,7 @@ tarvex_result_t tarvex_l_box_move(tarvex_box_session_t* box, const rename_source
   };
   tarvex::box::answer moved;
   tarvex_result_t result = request_perform(box, call, moved);
-  if (result == TARVEX_SUCCESS) result = item_entered(box, SOURCE, moved.document.get(), folder.name);
+  if (result == TARVEX_SUCCESS) result = item_entered(box, RENAME_SOURCE, moved.document.get(), folder.name);
   if (result == TARVEX_SUCCESS) result = tarvex_box_path_cache_remove(&box->cache, item.path.c_str());
   return result;
 }
@@ -42,7 +42,7 @@ tarvex_result_t tarvex_l_box_rename(tarvex_box_session_t* box, const char* from,
   const tarvex_result_t result = tarvex_box_path_resolve(box, from, &item, &folder);
   if (result != TARVEX_SUCCESS) return result;
   const rename_source moved = {.type = item->type, .id = item->id, .path = item->name};
-  const auto [folder_path, name] = tarvex::box::path_split(to, SOURCE.function);
+  const auto [folder_path, name] = tarvex::box::path_split(to, RENAME_SOURCE.function);
   item = folder = nullptr;
   tarvex_result_release(tarvex_box_path_resolve(box, to, &item, &folder));
   if (folder == nullptr || folder->type != TARVEX_BOX_FOLDER) return error_path(553, "NOT_A_DIRECTORY", folder_path);

@@ -7,14 +7,14 @@ using tarvex::box::request_header;
 
 namespace {
 
-constexpr tarvex::box::error_source SOURCE("tarvex_i_box_send");
+constexpr tarvex::box::error_source SEND_SOURCE("tarvex_i_box_send");
 
 /// Streams the content at `url` into the operation. No delay: the token's request before it was paced.
 tarvex_result_t tarvex_l_box_download(tarvex_box_session_t* box, const std::string& url,
                                       const std::vector<request_header>& range, int& retries,
                                       tarvex_dsi_rest_gridftp_op_arg_t target) {
   const request call = {
-      .source = SOURCE,
+      .source = SEND_SOURCE,
       .url = url,
       .headers = range,
       .reads_document = false,
@@ -33,7 +33,7 @@ tarvex_result_t tarvex_l_box_send_range(tarvex_gfs_operation_t op, tarvex_box_se
   const auto range = tarvex::box::range_headers(start_byte, byte_count);
   int retries = 1;  // for the content request and the download together, on purpose
   answer content;
-  const tarvex_result_t result = tarvex::box::content_location(box, SOURCE, id, range, retries, content);
+  const tarvex_result_t result = tarvex::box::content_location(box, SEND_SOURCE, id, range, retries, content);
   if (result != TARVEX_SUCCESS) return result;
   return tarvex_l_box_download(box, content.location, range, retries,
                                {.op = op, .offset = start_byte, .length = byte_count, .eof = false});

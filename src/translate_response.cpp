@@ -11,7 +11,7 @@ using tarvex::box::error_generic;
 
 namespace {
 
-constexpr tarvex::box::error_source SOURCE("tarvex_box_translate_response");
+constexpr tarvex::box::error_source TRANSLATE_RESPONSE_SOURCE("tarvex_box_translate_response");
 
 using key_value = tarvex_dsi_rest_key_value_t;
 
@@ -99,7 +99,7 @@ tarvex_result_t tarvex_l_box_translate_status(int status, bool& retryable) {
   if (status >= 500) return error_ftp(500, "INTERNAL_ERROR", "");
   switch (status) {
     case 400:
-      return error_generic(SOURCE, "Bad BOX request");
+      return error_generic(TRANSLATE_RESPONSE_SOURCE, "Bad BOX request");
     case 401:
     case 403:
       return error_ftp(550, "PERMISSION_DENIED", nullptr);

@@ -12,7 +12,7 @@ using tarvex::box::request;
 
 namespace {
 
-constexpr tarvex::box::error_source SOURCE("tarvex_i_box_upload_parts");
+constexpr tarvex::box::error_source UPLOAD_PARTS_SOURCE("tarvex_i_box_upload_parts");
 
 /// Longest Authorization value of a part.
 constexpr size_t AUTHORIZATION_LIMIT = 4106;
@@ -32,7 +32,7 @@ struct part_upload {
 tarvex_result_t tarvex_l_box_part_digest(const part_upload& parts, size_t length, std::string& header) {
   tarvex::box::sha1_digest digest{};
   if (!tarvex::box::sha1_of(parts.data(), length, digest)) {
-    return error_generic(SOURCE, "Failed generating part hash.");
+    return error_generic(UPLOAD_PARTS_SOURCE, "Failed generating part hash.");
   }
   header = tarvex::box::digest_header(digest);
   return TARVEX_SUCCESS;
@@ -59,7 +59,7 @@ tarvex_result_t tarvex_l_box_part_put(part_upload& parts, int index, size_t leng
                                       tarvex::box::answer& out) {
   tarvex_dsi_rest_write_block_arg_t block = {.block_data = parts.buffer.get(), .block_len = length};
   const request call = {
-      .source = SOURCE,
+      .source = UPLOAD_PARTS_SOURCE,
       .method = "PUT",
       .url = parts.url,
       .headers = {{"Content-Type", "application/octet-stream"},
@@ -88,7 +88,7 @@ tarvex_result_t tarvex_l_box_part(part_upload& parts, tarvex::box::read_monitor&
   result = tarvex_l_box_part_put(parts, index, monitor.length(), digest, sent);
   const char* const failure = added.get();
   if (result != TARVEX_SUCCESS) return result;
-  if (failure != nullptr) return error_generic(SOURCE, failure);
+  if (failure != nullptr) return error_generic(UPLOAD_PARTS_SOURCE, failure);
   if (!sent.document) return tarvex::box::error_memory();
   json_t* const part = json_object_get(sent.document.get(), "part");
   complete = part != nullptr;
@@ -111,7 +111,7 @@ tarvex_result_t tarvex_l_box_parts_send(part_upload& parts, int first) {
     if (result != TARVEX_SUCCESS) return result;
   }
   // On purpose the last answer alone counts: Box refuses a commit that lacks another part.
-  return complete ? tarvex::box::SUCCESS : error_generic(SOURCE, "invalid part upload response");
+  return complete ? tarvex::box::SUCCESS : error_generic(UPLOAD_PARTS_SOURCE, "invalid part upload response");
 }
 
 tarvex_result_t tarvex_l_box_upload_parts(part_upload& parts, const tarvex_gfs_transfer_info_t& info) {
@@ -119,7 +119,7 @@ tarvex_result_t tarvex_l_box_upload_parts(part_upload& parts, const tarvex_gfs_t
   tarvex_off_t offset = 0;
   tarvex_off_t length = -1;
   tarvex_gridftp_server_get_write_range(parts.op, &offset, &length);
-  if (upload.part_size == 0) return error_generic(SOURCE, "Invalid part size!");  // Box named none
+  if (upload.part_size == 0) return error_generic(UPLOAD_PARTS_SOURCE, "Invalid part size!");  // Box named none
   if (!tarvex_l_box_range_fits(info, upload, offset, length)) return error_ftp(553, "APPEND_NOT_SUPPORTED", nullptr);
   parts.url = tarvex::box::upload_url({"/api/2.0/files/upload_sessions/", upload.id});
   tarvex_gridftp_server_begin_transfer(parts.op, 0, nullptr);

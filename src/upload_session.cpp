@@ -12,7 +12,7 @@ using tarvex::box::request;
 
 namespace {
 
-constexpr tarvex::box::error_source SOURCE("tarvex_i_box_create_upload_session");
+constexpr tarvex::box::error_source UPLOAD_SESSION_SOURCE("tarvex_i_box_create_upload_session");
 constexpr tarvex::box::error_source PARSE_SOURCE("tarvex_box_upload_session_parse");
 
 using upload_ptr = tarvex::owner<tarvex_box_upload_session_t, tarvex_box_upload_session_free>;
@@ -34,14 +34,14 @@ tarvex_result_t tarvex_l_box_session_parse(json_t* json, tarvex_box_upload_sessi
 /// Asks Box for a session.
 tarvex_result_t tarvex_l_box_session_post(tarvex_box_session_t* box, const tarvex_gfs_transfer_info_t& info,
                                           const char* folder_id, tarvex::box::answer& out) {
-  const std::string name = tarvex::box::path_split(info.pathname, SOURCE.function).name;
+  const std::string name = tarvex::box::path_split(info.pathname, UPLOAD_SESSION_SOURCE.function).name;
   const json_ptr particulars(json_pack("{s:s, s:I, s:s}", "folder_id", folder_id, "file_size",
                                        static_cast<json_int_t>(info.alloc_size), "file_name", name.c_str()));
   const c_string body(json_dumps(particulars.get(), JSON_COMPACT));
   if (!body) return tarvex::box::error_name();
   tarvex_dsi_rest_write_block_arg_t block = {.block_data = body.get(), .block_len = std::strlen(body.get())};
   const request call = {
-      .source = SOURCE,
+      .source = UPLOAD_SESSION_SOURCE,
       .method = "POST",
       .url = tarvex::box::upload_url({"/api/2.0/files/upload_sessions"}),
       .headers = {{"Content-Type", "application/json"},
@@ -62,7 +62,7 @@ tarvex_result_t tarvex_l_box_session_record(const tarvex_gfs_transfer_info_t& in
   if (!upload) return tarvex::box::error_memory();
   const tarvex_result_t parsed = tarvex_box_upload_session_parse(document, upload.get());
   if (parsed != TARVEX_SUCCESS) {
-    return error_generic(SOURCE, "Failed to parse session info!", tarvex_error_get(parsed));
+    return error_generic(UPLOAD_SESSION_SOURCE, "Failed to parse session info!", tarvex_error_get(parsed));
   }
   upload->name = strdup(info.pathname);
   upload->total_size = info.alloc_size;
@@ -85,7 +85,7 @@ tarvex_result_t tarvex_l_box_session_create(tarvex_box_session_t* box, const tar
   result = tarvex_box_upload_state_update(&box->upload_state, upload.get(), upload->name);
   if (result != TARVEX_SUCCESS) {
     tarvex_result_release(result);
-    return error_generic(SOURCE, "Failed cache update!");
+    return error_generic(UPLOAD_SESSION_SOURCE, "Failed cache update!");
   }
   *out = upload.release();  // the table's now
   return TARVEX_SUCCESS;

@@ -15,7 +15,7 @@
 namespace tarvex::emulator {
 namespace {
 
-constexpr std::size_t BUFFER_BYTES = 256UL * 1024;
+constexpr std::size_t PART_BUFFER_BYTES = 256UL * 1024;
 
 struct part_range {
   std::int64_t first = 0;
@@ -87,7 +87,7 @@ class part_writer {
   }
 
   void receive(body_source& from) {
-    std::vector<char> buffer(BUFFER_BYTES);
+    std::vector<char> buffer(PART_BUFFER_BYTES);
     while (const std::size_t got = from.read(buffer)) {
       const std::string_view bytes(buffer.data(), got);
       // Seen as it comes: a chunked body announces no length.

@@ -43,13 +43,15 @@ std::int64_t total_of(const response_head& head) {
 
 }  // namespace
 
-exchange_report::exchange_report(const char* method, const target& where, const tarvex_dsi_rest_key_array_t* headers)
+exchange_report::exchange_report(const char* method, const target& where, const tarvex_dsi_rest_key_array_t* headers,
+                                 tarvex_dsi_rest_read_t reader)
     : observer_(find_observer()), host_(where.peer.substr(0, where.peer.rfind(':'))) {
   about_.host = host_.c_str();
   about_.method = method;
   about_.request_type = header_of(headers, "Content-Type");
   about_.digest = header_of(headers, "Digest");
   about_.authorised = header_of(headers, "Authorization") != nullptr;
+  about_.brings_content = reader != nullptr && reader != tarvex_dsi_rest_read_json;
   about_.retry_after_s = about_.answer_length = about_.total_length = -1;
 }
 

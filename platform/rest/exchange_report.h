@@ -12,7 +12,9 @@ namespace tarvex::rest {
 class exchange_report {
  public:
   /// Everything is borrowed for the report's life.
-  exchange_report(const char* method, const target& where, const tarvex_dsi_rest_key_array_t* headers);
+  /// \param reader  of the answer's body
+  exchange_report(const char* method, const target& where, const tarvex_dsi_rest_key_array_t* headers,
+                  tarvex_dsi_rest_read_t reader);
 
   /// Asks whether the request may go out. \return the host's error when it may not.
   [[nodiscard]] tarvex_result_t ask() const;

@@ -22,7 +22,7 @@ tarvex_result_t perform(const char* method, const char* uri, const tarvex_dsi_re
   if (const tarvex_result_t result = headers.assign(header_pairs); result != TARVEX_SUCCESS) return result;
   client_lease lease;
   if (const tarvex_result_t result = lease.acquire(); result != TARVEX_SUCCESS) return result;
-  exchange_report report(method, where, header_pairs);
+  exchange_report report(method, where, header_pairs, callbacks.data_read_callback);
   if (const tarvex_result_t refused = report.ask(); refused != TARVEX_SUCCESS) return refused;
   exchange running(callbacks, lease);
   tarvex_result_t result = running.prepare(method, where, headers, header_pairs);

@@ -1,8 +1,10 @@
 #include "session_process.h"
 
+#include "base/leak_check.h"
 #include "base/log.h"
 #include "command/dispatch.h"
 #include "session/session.h"
+#include "storage/transfer.h"
 
 #include <malloc.h>
 #include <unistd.h>
@@ -45,11 +47,11 @@ bool conversation::open() {
   control_channel::events events;
   events.on_queued = [this] { attend(); };
   events.on_lost = [this] { client_.end("connection lost"); };
-  // Who has said all may still read its replies. Of one whose data are on their way it is the sign that it died: a
-  // killed client's connections end like this, and nobody would take what is still to come.
+  // Who has said all may still read its replies and its download. Of one whose data are on their way in it is the sign
+  // that it died: a killed client's connections end like this.
   events.on_half_closed = [this] {
     const operation* const running = client_.storage.running();
-    if (running && running->transfer) client_.end("connection lost");
+    if (running && running->transfer && running->transfer->receives()) client_.end("connection lost");
   };
   if (!client_.control.start(std::move(events))) return false;
   client_.loop.on_signal(SIGTERM, [this] {
@@ -150,7 +152,8 @@ int serve(const session_setup& setup) {
 int session_run(const session_setup& setup) {
   try {
     memory_set_up();
-    return serve(setup);
+    const int status = serve(setup);
+    return leak_check() ? status : 1;
   } catch (const std::exception& error) {
     log_error("a session cannot start: {}", error.what());
     return 1;

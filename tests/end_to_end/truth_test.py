@@ -1,5 +1,6 @@
 """What the server confirms is so, where Box's answers leave room for something else: rows of faults and of other sessions."""
 
+import concurrent.futures
 import hashlib
 import socket
 import time
@@ -163,6 +164,16 @@ def test_no_download_begins_beyond_the_end(scene):
     assert scene.ask(client, "RETR {}/f")[0] == 551
 
 
+def test_a_download_is_of_one_version(box, scene):
+    client = scene.session()
+    box.fault(method="GET", path="/d/**", cut_answer_after=50_000)
+    box.fault(method="GET", path="/d/**", status=200, text="y" * (len(CONTENT) + 1))
+    code, text, received = client.fetch(f"RETR /{scene.name}/f")
+    assert code == 451 and "changed" in text and CONTENT.startswith(received)
+    box.clear_faults()
+    assert client.fetch(f"RETR /{scene.name}/f")[::2] == (226, CONTENT)
+
+
 def test_a_checksum_begins_anew_with_a_new_attempt(tmp_path, box, scene):
     server = Server(tmp_path, box, settings={"cksm_restart": 1})
     client = Client(server)
@@ -250,11 +261,18 @@ def test_a_dead_client_has_not_finished(scene, name, gap):
     assert scene.holds(name) == before
 
 
-def test_a_client_that_half_closes_gets_its_replies_except_in_a_store(scene):
+def test_a_client_that_half_closes_gets_its_replies_except_in_a_store(box, scene):
     client = scene.session()
     client.send(f"SIZE /{scene.name}/f")
     client.control.shutdown(1)
     assert client.reply()[0] == 213
+    client = scene.session()
+    data = client.data()
+    box.fault(method="GET", path="/d/**", delay_ms=300)
+    client.send(f"RETR /{scene.name}/f")
+    client.control.shutdown(1)
+    assert b"".join(iter(lambda: data.recv(65536), b"")) == CONTENT
+    assert [client.reply()[0] for _ in range(2)] == [150, 226]
     client = scene.session()
     data = client.data()
     assert client.command(f"STOR /{scene.name}/new")[0] == 150
@@ -285,6 +303,38 @@ def test_what_is_there_is_left_until_its_replacement_is_on_its_way(scene, how):
             scene.wait_for_end(client)
             data.close()
         assert scene.holds("f") == sha1(CONTENT)
+
+
+@pytest.mark.parametrize("announce", [False, True])
+def test_what_is_renamed_while_its_replacement_comes_is_left_alone(scene, announce):
+    one, other = scene.session(), scene.session()
+    rename = "RNFR {0}/f RNTO {0}/g"
+    answer = scene.put(one, "f", NEW, announce, before_end=None if announce else lambda: scene.ask(other, rename))
+    if announce:
+        data = one.data()
+        one.command(f"ALLO {len(LARGE)}")
+        assert one.command(f"STOR /{scene.name}/f")[0] == 150
+        assert scene.ask(other, rename)[0] == 250
+        data.sendall(LARGE)
+        data.close()
+        answer = one.reply()
+    assert answer[0] == 226
+    assert scene.holds("g") == sha1(NEW if announce else CONTENT)
+    assert scene.holds("f") == sha1(LARGE if announce else NEW)
+
+
+def test_a_store_whose_deletion_lost_its_answer_is_sent_again(box, scene):
+    client = scene.session()
+    box.fault(method="DELETE", path="/2.0/files/*", cut_before_answer=True, store=True)
+    assert scene.put(client, "f", NEW)[0] == 226 and scene.holds("f") == sha1(NEW)
+
+
+@pytest.mark.parametrize("fault", [{"status": 206, "html": "<html>no</html>"}, {"status": 200, "html": "<html>no</html>"}])
+def test_a_checksum_is_of_the_file(box, scene, fault):
+    client = scene.session()
+    box.fault(method="GET", path="/d/**", times=LASTING, **fault)
+    for what in ("SHA1 0 1", "SHA256 0 1") + ("MD5 0 -1",) * (fault["status"] == 200):
+        assert refused(scene.ask(client, f"CKSM {what} {{0}}/f"))
 
 
 def test_a_broken_upload_goes_on_whatever_else_is_done(scene):
@@ -509,3 +559,30 @@ def test_a_login_is_refused_for_the_credential_alone(box, server):
 
     check_rows([({"status": 429, "text": ""}, 421), ({"status": 503, "text": ""}, 421), ({"delay_ms": 3000}, 421),
                 ({"status": 401, "text": ""}, 530)], run)
+
+
+def test_sessions_that_wait_for_their_turn_at_box_can_give_up(tmp_path, box):
+    server = Server(tmp_path, box, policy='{"user_api_rate_limit": 16}')
+    with concurrent.futures.ThreadPoolExecutor(20) as pool:
+        clients = list(pool.map(lambda _: Client(server), range(200)))
+    for client in clients:
+        client.waiting = client.data()
+        client.send("NLST /")
+    lost, kept = clients[-20:], clients[:-20]
+    for client in lost:
+        client.waiting.close()
+        client.close()
+
+    def give_up(client):
+        client.send("ABOR")
+        while client.reply()[0] not in (225, 226):
+            pass
+
+    begun = time.monotonic()
+    with concurrent.futures.ThreadPoolExecutor(len(kept)) as pool:
+        list(pool.map(give_up, kept))
+    assert time.monotonic() - begun < 5, "200 threads of the test take their time too; a queue of 16 a second takes 12 s"
+    assert kept[0].command("NOOP")[0] == 200
+    for client in kept:
+        client.close()
+    assert server.stop() == 0 and "hangs" not in server.log()

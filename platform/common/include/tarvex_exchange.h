@@ -23,6 +23,7 @@ typedef struct tarvex_exchange_s {
   const char* request_type;  ///< Content-Type of the request
   const char* digest;        ///< Digest of the request, as it was sent ("sha=" and base64)
   bool authorised;           ///< the request carried an Authorization
+  bool brings_content;       ///< the answer's body is handed on as it is, not read as a document
   int status;                ///< of the answer; 0: none came
   bool may_have_arrived;     ///< a request without an answer: the peer may have seen it whole and acted upon it
   bool repeated;             ///< the request was sent again by itself after a connection ended without an answer

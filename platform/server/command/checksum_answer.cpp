@@ -30,6 +30,16 @@ class progress_teller {
   const bool wanted_;
 };
 
+/// What was read has to be of the file: a range of something else has the range's length, too. \return whether it is
+/// not, which is answered.
+bool other_file_refused(session& client, std::int64_t size) {
+  const content_heard content = client.storage.exchanges().summary().content;
+  if (!content.came || content.whole_bytes < 0 || content.whole_bytes == size) return false;
+  client.reply(451, "The storage sent of a file of " + std::to_string(content.whole_bytes) +
+                        " bytes, though this one has " + std::to_string(size) + "; it may have changed. Try again.");
+  return true;
+}
+
 /// The server's own: of what the storage sends of the range.
 handled compute(session& client, checksum_request request, std::int64_t size) {
   auto stream = checksum_stream::create(request.algorithm);
@@ -51,6 +61,7 @@ handled compute(session& client, checksum_request request, std::int64_t size) {
   if (bytes != wanted)
     co_return client.reply(451, "The storage sent " + std::to_string(bytes) + " of " + std::to_string(wanted) +
                                     " bytes; the file may have changed. Try again.");
+  if (other_file_refused(client, size)) co_return;
   const auto digest = stream->finish();
   if (!digest) co_return client.reply(451, "The checksum could not be computed.");
   request.answer(client, *digest, size);
@@ -62,6 +73,7 @@ handled ask_storage(session& client, checksum_request request, std::int64_t size
   if (request.progress) command.progress = [&client](const std::string& text) { client.reply(113, text); };
   const command_answer answer = co_await client.storage.command(std::move(subject), std::move(command));
   if (!answer_change(client, request.verb, request.path, answer.how)) co_return;
+  if (other_file_refused(client, size)) co_return;
   if (!answer.text) co_return client.reply(504, "The storage gave no checksum.");
   request.answer(client, *answer.text, size);
 }

@@ -120,7 +120,7 @@ handled site_buffer_size(session& client, const site_row& row, std::string argum
 handled site_help(session& client, const site_row& row, std::string argument);
 
 //   word, handler, type, help
-constexpr auto ROWS = std::to_array<site_row>({
+constexpr auto SITE_ROWS = std::to_array<site_row>({
     {"AUTHZ_ASSERT", site_text, TARVEX_GFS_CMD_SITE_AUTHZ_ASSERT, "assertion"},
     {"BUFSIZE", site_buffer_size, {}, "bytes"},
     {"CHGRP", site_group, TARVEX_GFS_CMD_SITE_CHGRP, "group path"},
@@ -142,9 +142,9 @@ constexpr auto ROWS = std::to_array<site_row>({
 });
 
 const site_row* site_find(std::string_view word) {
-  const auto row = std::find_if(ROWS.begin(), ROWS.end(),
+  const auto row = std::find_if(SITE_ROWS.begin(), SITE_ROWS.end(),
                                 [&](const site_row& candidate) { return same_word(candidate.word, word); });
-  return row == ROWS.end() ? nullptr : &*row;
+  return row == SITE_ROWS.end() ? nullptr : &*row;
 }
 
 void refuse_unknown(session& client, std::string_view word) {
@@ -159,7 +159,7 @@ handled site_help(session& client, const site_row&, std::string argument) {
     co_return client.reply(214, "Syntax: SITE " + syntax(*row));
   }
   std::vector<std::string> lines;
-  for (const site_row& row : ROWS) lines.push_back(syntax(row));
+  for (const site_row& row : SITE_ROWS) lines.push_back(syntax(row));
   client.reply_block(214, "SITE commands (the storage may refuse some):", lines, "End.");
 }
 

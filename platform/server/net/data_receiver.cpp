@@ -23,8 +23,8 @@ using steady = std::chrono::steady_clock;
 
 namespace {
 
-constexpr std::size_t BYTES_PER_TURN = 4 << 20;  // before the I/O thread looks at anything else
-constexpr milliseconds PARTLY_FILLED_MAX{50};    // how long a read may wait for the rest of its bytes
+constexpr std::size_t RECEIVED_PER_TURN = 4 << 20;  // before the I/O thread looks at anything else
+constexpr milliseconds PARTLY_FILLED_MAX{50};       // how long a read may wait for the rest of its bytes
 
 }  // namespace
 
@@ -104,7 +104,7 @@ asio::awaitable<void> data_receiver::state::receive(std::shared_ptr<state> self)
 }
 
 void data_receiver::state::receive_available() {
-  for (std::size_t turn = 0; turn < BYTES_PER_TURN && !broken;) {
+  for (std::size_t turn = 0; turn < RECEIVED_PER_TURN && !broken;) {
     const auto into = queue.room();
     if (into.empty()) return;
     const auto [error, bytes] = connection->read_now(asio::buffer(into.data(), into.size()));

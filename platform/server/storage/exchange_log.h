@@ -2,6 +2,7 @@
 
 #include "tarvex_exchange.h"
 
+#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -17,6 +18,13 @@ struct request_fate {
   void note(const tarvex_exchange_t& exchange);
 };
 
+/// The last answer that brought a file's bytes.
+struct content_heard {
+  bool came = false;
+  std::int64_t whole_bytes = -1;     ///< of the file, of which it is all or a part; -1: it did not say
+  std::uint64_t received_bytes = 0;  ///< of the answer
+};
+
 /// What an operation's requests say of how it ended, beyond what the storage says.
 struct exchange_summary {
   request_fate reads;         ///< GET with authorisation
@@ -27,6 +35,7 @@ struct exchange_summary {
   request_fate commit;        ///< POST that puts a file's parts together
   std::string commit_digest;  ///< what that said of the whole file, as it was sent
   request_fate last;          ///< of any kind
+  content_heard content;
 
   /// Whether a request went out that may have changed something.
   bool touched() const { return deletes.sent + puts.sent + posts.sent + upload.sent + commit.sent > 0; }

@@ -125,7 +125,8 @@ bool was_told(operation& op, const request_fate& fate) {
 void verify_store(operation& op, const exchange_summary& heard) {
   const request_fate& fate = heard.commit.sent > 0 ? heard.commit : heard.upload;
   if (fate.sent == 0) {
-    if (op.result.ok()) op.result = failure("NOT_DONE", "Nothing was sent to Box; try again.");
+    const bool made_way = heard.deletes.doubtful && result_missing(op.result.get());
+    if (op.result.ok() || made_way) op.result = failure("NOT_DONE", "Nothing was sent to Box; send it again.");
     return;
   }
   const bool refused_after_doubt = fate.sent > 1 && (fate.status == 404 || fate.status == 410);

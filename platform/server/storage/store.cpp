@@ -4,6 +4,7 @@
 #include "base/text.h"
 #include "storage/block_source.h"
 #include "storage/inside.h"
+#include "storage/operation_prepare.h"
 #include "storage/spool.h"
 #include "storage/storage_session.h"
 #include "storage/transfer.h"
@@ -75,11 +76,8 @@ store::store(storage_session& storage, std::shared_ptr<transfer> channel, const 
 store::~store() = default;
 
 void store::run(operation& op) {
-  const bool announced = request_.size > 0;
-  const bool in_one_piece = request_.size <= storage_.chunked_minimum();
-  const bool taken_in = spool_ || (announced && !(request_.replaces && in_one_piece)) || take_in(op);
-  if (!taken_in || (announced && request_.replaces && !in_one_piece && !await_beginning(op)) || op.cancelled) {
-    tarvex_gridftp_server_finished_transfer(&op, TARVEX_FAILURE);
+  if (!await_data(op)) {
+    if (!op.finished) tarvex_gridftp_server_finished_transfer(&op, TARVEX_FAILURE);
     return;
   }
   call_plugin(op);
@@ -89,11 +87,30 @@ void store::run(operation& op) {
     std::optional<item_stat> taken;
     const owned_result free = find_inside(op, op.subject.path, taken);
     if (!free.ok() || taken || !rewind()) return;
-    log_info("{}: STOR {}: Box was busy; sent again after {} s", storage_.who(), op.subject.path, wait_s);
+    log_info("{}: STOR {}: nothing was stored; sent again after {} s", storage_.who(), op.subject.path, wait_s);
     op.result = {};
     op.finished = false;
     call_plugin(op);
   }
+}
+
+/// Waits for what has to be here before the plug-in is called. \return false when it is not to be called.
+bool store::await_data(operation& op) {
+  const bool announced = request_.size > 0;
+  const bool in_one_piece = request_.size <= storage_.chunked_minimum();
+  if (spool_ || (announced && !request_.replaces)) return !op.cancelled;
+  const bool there = announced && !in_one_piece ? await_beginning(op) : take_in(op);
+  return there && !op.cancelled && prepare_anew(op);
+}
+
+/// While the data came in others may have renamed what stood there, or added an item: the plug-in would delete the one
+/// where it is now, and the other without waiting for a sign of life. \return false when the store is over with that.
+bool store::prepare_anew(operation& op) {
+  if (!operation_prepare(op)) return false;
+  std::optional<item_stat> taken;
+  if (request_.replaces || !stat_inside(op, op.subject.path, taken).ok() || !taken) return true;
+  request_.replaces = true;
+  return !std::exchange(end_awaited_, false) || await_life(op);
 }
 
 void store::call_plugin(operation& op) {
@@ -102,11 +119,14 @@ void store::call_plugin(operation& op) {
   storage_.interface()->recv_func(&op, &info, session);
 }
 
-/// Whether Box was too busy to store anything, and all data are still here.
+/// Whether nothing was stored for a reason that passes, and all data are still here: Box was too busy, or the item that
+/// was in the way was found gone when its deletion, whose answer had got lost, was asked for again.
 bool store::may_run_again(operation& op) {
-  if (!spool_ || !op.finished || op.cancelled || result_class(op.result.get()) != "TOO_BUSY") return false;
+  if (!spool_ || !op.finished || op.cancelled || channel_->broken()) return false;
   const exchange_summary heard = storage_.exchanges().summary();
-  return heard.commit.sent == 0 && !heard.upload.doubtful && !channel_->broken();
+  if (heard.commit.sent > 0 || heard.upload.doubtful) return false;
+  const bool made_way = heard.deletes.doubtful && heard.upload.sent == 0 && result_missing(op.result.get());
+  return made_way || result_class(op.result.get()) == "TOO_BUSY";
 }
 
 /// What exists is deleted by the plug-in's first step, so data that will come for certain have to be here before it.

@@ -104,6 +104,8 @@ class store {
   std::uint64_t restart_point() const;
 
  private:
+  bool await_data(operation& op);
+  bool prepare_anew(operation& op);
   bool take_in(operation& op);
   bool await_beginning(operation& op);
   bool await_life(operation& op);

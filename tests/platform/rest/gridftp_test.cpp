@@ -40,6 +40,7 @@ TEST(GridftpDownload, WritesTheRangeAndNothingElse) {
       {"nothing wanted", answer(200, "abc"), 0, 0, nullptr, ""},
       {"range ignored by the server", answer(200, "abcdefghi"), 2, 3, "bytes=2-4", "cde"},
       {"another range", other_part, 2, 3, "bytes=2-4", "", "another range"},
+      {"a range without a word of which", answer(206, "<html>"), 0, 3, "bytes=0-2", "", "another range"},
       {"redirect", answer(302, "moved"), 0, -1, nullptr, ""},
       {"error", answer(416, "bad range"), 0, -1, nullptr, ""},
       {"cut short", whole.substr(0, 2 * MEGABYTE), 0, -1, nullptr, std::nullopt, "cut short"},

@@ -262,7 +262,7 @@ TEST_F(VerifyTest, StoresAreConfirmedWhenBoxHasTheFile) {
 }
 
 /// A storage that Box was too busy for has stored nothing, and the data are still here, when they are.
-TEST_F(VerifyTest, StoresThatBoxWasTooBusyForAreRunAgain) {
+TEST_F(VerifyTest, StoresOfWhichNothingWasStoredAreRunAgain) {
   const struct {
     const char* allo;
     std::vector<exchange> first;
