@@ -1,12 +1,9 @@
 #include "net/block_header.h"
 
-#include <limits>
-
 namespace tarvex::server {
 
 namespace {
 
-constexpr std::uint64_t LARGEST_SIZE = std::numeric_limits<std::int64_t>::max();
 constexpr std::size_t COUNT_AT = 1;
 constexpr std::size_t OFFSET_AT = 9;
 constexpr unsigned BYTE_BITS = 8;
@@ -39,7 +36,7 @@ std::string_view block_header_mistake(const block_header& header) {
   if (header.has(block_header::SUSPECT)) return "The sender marked a block as damaged.";
   if (header.has(block_header::END_OF_FILE))
     return header.count == 0 ? "" : "The block that ends the file has payload, though its offset is a count.";
-  if (header.count > LARGEST_SIZE || header.offset > LARGEST_SIZE - header.count)
+  if (header.count > block_header::LARGEST_FILE || header.offset > block_header::LARGEST_FILE - header.count)
     return "A block reaches beyond the largest size that a file can have.";
   return "";
 }

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <span>
 #include <string_view>
 
@@ -14,6 +15,7 @@ namespace tarvex::server {
 ///           bits    count        offset
 struct block_header {
   static constexpr std::size_t BYTES = 17;
+  static constexpr std::uint64_t LARGEST_FILE = std::numeric_limits<std::int64_t>::max();
 
   enum bit : std::uint8_t {
     END_OF_RECORD = 128,  ///< without meaning in files

@@ -12,7 +12,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
-#include <limits>
 #include <utility>
 #include <vector>
 
@@ -26,10 +25,9 @@ using steady = std::chrono::steady_clock;
 
 namespace {
 
-constexpr std::size_t BYTES_PER_TURN = 1 << 20;    // before the I/O thread looks at another connection
-constexpr milliseconds PARTLY_FILLED_MAX{50};      // how long a read may wait for the rest of its bytes
-constexpr milliseconds ACCOUNT_LOOK_INTERVAL{20};  // for memory that others give back
-constexpr std::uint64_t LARGEST_SIZE = std::numeric_limits<std::int64_t>::max();
+constexpr std::size_t LANE_BYTES_PER_TURN = 1 << 20;  // before the I/O thread looks at another connection
+constexpr milliseconds REST_AWAITED_MAX{50};          // how long a read may wait for the rest of its bytes
+constexpr milliseconds ACCOUNT_LOOK_INTERVAL{20};     // for memory that others give back
 constexpr int BROKEN_OFF = 426;
 constexpr int WRONG_DATA = 451;
 
@@ -127,7 +125,7 @@ asio::awaitable<void> block_receiver::state::serve(self_ptr self, lane_ptr on) {
 
 /// Takes in what is there, until the connection has nothing more, or has to wait for room.
 void block_receiver::state::receive(block_lane& on) {
-  for (std::size_t turn = 0; turn < BYTES_PER_TURN;) {
+  for (std::size_t turn = 0; turn < LANE_BYTES_PER_TURN;) {
     consume(on);
     if (!open() || on.held || on.ended) return;
     std::size_t bytes = 0;
@@ -190,7 +188,8 @@ bool block_receiver::state::begin_block(block_lane& on) {
 /// Finds out what becomes of a block's payload.
 bool block_receiver::state::place_block(block_lane& on) {
   const std::uint64_t count = on.header.count;
-  if (on.header.offset > LARGEST_SIZE - count || rule.shift > LARGEST_SIZE - count - on.header.offset) {
+  if (on.header.offset > block_header::LARGEST_FILE - count ||
+      rule.shift > block_header::LARGEST_FILE - count - on.header.offset) {
     break_off(WRONG_DATA, "A block reaches beyond the largest size that a file can have.");
     return false;
   }
@@ -335,7 +334,7 @@ void block_receiver::state::watch_gap() {
 
 void block_receiver::state::await_rest() {
   if (!waiting.any() || !waiting.begun() || std::exchange(rest_awaited, true)) return;
-  partly_filled.start(PARTLY_FILLED_MAX, [this] {
+  partly_filled.start(REST_AWAITED_MAX, [this] {
     hurried = true;
     step();
   });

@@ -29,15 +29,15 @@ class block_receiver : public inbound {
   struct rules {
     std::uint64_t start = 0;  ///< of the file, the first byte that is wanted; what comes of those before is dropped
     std::uint64_t shift = 0;  ///< added to the offset of each block
-    std::optional<std::uint64_t> expected;    ///< exactly so many bytes must come; nothing: as many as come
-    std::size_t window_bytes = 0;             ///< of memory for what cannot be handed out
-    memory_account account;                   ///< that this memory is taken from
-    unsigned connections_max = 1;             ///< of the transfer
-    std::chrono::milliseconds stall_limit{};  ///< how long the peer may send nothing
+    std::optional<std::uint64_t> expected = {};  ///< exactly so many bytes must come; nothing: as many as come
+    std::size_t window_bytes = 0;                ///< of memory for what cannot be handed out
+    memory_account account = {};                 ///< that this memory is taken from
+    unsigned connections_max = 1;                ///< of the transfer
+    std::chrono::milliseconds stall_limit{};     ///< how long the peer may send nothing
     std::chrono::milliseconds gap_limit{};    ///< how long all connections may wait for bytes that none of them brings
-    std::function<bool()> peer_present;       ///< I/O thread: whether the control connection is there at the end
+    std::function<bool()> peer_present = {};  ///< I/O thread: whether the control connection is there at the end
     /// I/O thread, at most once: the data did not end as they should; a reply code and a sentence about it.
-    std::function<void(int code, const std::string& why)> broken;
+    std::function<void(int code, const std::string& why)> broken = {};
   };
 
   block_receiver(event_loop& loop, rules with);

@@ -7,7 +7,7 @@ namespace tarvex::server {
 
 namespace {
 
-std::span<const unsigned char> piece_bytes(const data_piece& piece) {
+std::span<const unsigned char> bytes_of(const data_piece& piece) {
   if (piece.owned.empty()) return {piece.bytes, piece.length};
   return {reinterpret_cast<const unsigned char*>(piece.owned.data()), piece.owned.size()};
 }
@@ -24,7 +24,7 @@ void block_schedule::add(data_piece piece) {
 void block_schedule::skip_cut() {
   while (waiting()) {
     const entry& at = pieces_[next_ - first_];
-    if (at.cut < piece_bytes(at.piece).size()) return;
+    if (at.cut < bytes_of(at.piece).size()) return;
     ++next_;
   }
 }
@@ -32,7 +32,7 @@ void block_schedule::skip_cut() {
 std::optional<block_schedule::block> block_schedule::next() {
   if (!waiting()) return std::nullopt;
   entry& from = pieces_[next_ - first_];
-  const auto left = piece_bytes(from.piece).subspan(from.cut);
+  const auto left = bytes_of(from.piece).subspan(from.cut);
   const block cut{left.first(std::min(left.size(), block_bytes_)), from.piece.offset + from.cut, next_};
   from.cut += cut.bytes.size();
   from.held += cut.bytes.size();
