@@ -121,7 +121,7 @@ class Server(Program):
     """The server, with one account "alice"."""
 
     def __init__(self, directory, box, settings=None, policy=FAST_POLICY, server_lines="", credential=None,
-                 api_base=None, ca=None, environment=None):
+                 api_base=None, ca=None, environment=None, listen="127.0.0.1:0"):
         self.directory = directory
         self.credential_path = directory / "alice.json"
         self.write_credential(credential or {
@@ -134,7 +134,7 @@ class Server(Program):
             "upload_per_second": 10000, **(settings or {})}.items())
         (directory / "server.toml").write_text(f"""
 [server]
-listen = ["127.0.0.1:0"]
+listen = ["{listen}"]
 {server_lines}
 [accounts]
 file = "accounts.toml"
@@ -158,7 +158,7 @@ upload_base = "{api_base or box.base}"
 
     def ftp(self, timeout=60):
         client = ftplib.FTP(timeout=timeout)
-        client.connect(self.host, self.port)
+        client.connect(self.host.strip("[]"), self.port)
         client.login("alice", PASSWORD)
         return client
 
