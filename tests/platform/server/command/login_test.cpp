@@ -18,6 +18,8 @@ TEST_F(SessionTest, AnswersBeforeAndAfterLogin) {
       {"PASV", "530 "},
       {"STAT", "530 "},
       {"ACCT x", "502 "},
+      {"AUTH TLS", "502 "},
+      {"PROT P", "503 "},
       {std::string("USER a\0b", 8), "501 "},
       {"USER", "501 "},
       {"NOOP", "200 "},
