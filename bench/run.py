@@ -2,23 +2,31 @@
 
 import base64
 import concurrent.futures
+import ftplib
 import hashlib
 import http.client
 import io
 import json
 import os
 import pathlib
+import re
+import ssl
 import subprocess
 import sys
 import tempfile
 import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests" / "end_to_end"))
+from certificates import issue, make_authority  # noqa: E402
 from local import BUILD, PASSWORD, Box, Server  # noqa: E402
+from block_mode import long_wire, loopback  # noqa: E402
+import crowd as crowds  # noqa: E402
 from memory import private_bytes  # noqa: E402
 
 GIB = 1024**3
 ROWS = []
+# All clients come from one address, and log in one after the other.
+CROWDED = "[limits]\nconnections_per_minute = 0"
 
 
 def row(name, value, aim=""):
@@ -62,7 +70,7 @@ class Place:
         self.directory = tempfile.TemporaryDirectory(prefix="tarvex-bench-")
         path = pathlib.Path(self.directory.name)
         self.box = Box(path, *self.arguments[0])
-        self.server = Server(path, self.box, **self.arguments[1])
+        self.server = Server(path, self.box, **{"tables": CROWDED, **self.arguments[1]})
         return self.box, self.server
 
     def __exit__(self, *error):
@@ -382,7 +390,8 @@ class RclonePlace:
         make_certificate(self.top)
         self.box = Box(self.top, "--certificate", self.top / "cert.pem", "--key", self.top / "key.pem",
                        listen="127.0.0.1:443", ca=self.top / "ca.pem")
-        self.server = Server(self.top, self.box, api_base="https://127.0.0.1:443", ca=self.top / "ca.pem")
+        self.server = Server(self.top, self.box, api_base="https://127.0.0.1:443", ca=self.top / "ca.pem",
+                             tables=CROWDED)
         (self.top / "rclone.conf").write_text(f"[bx]\ntype = box\naccess_token = {self.box.token}\n")
         return self
 
@@ -461,14 +470,144 @@ def rclone():
         rclone_side_by_side(place, GIB, 300, 100)
 
 
+def block_mode():
+    """1 GiB both ways in extended block mode on loopback, and 16 MiB over a wire of 80 ms that loses packets."""
+    with Place() as (box, server):
+        fill(box, "large", 1, GIB)
+        (name,) = box.items(box.items()["large"]["id"])
+        for what, speed in loopback(server, f"/large/{name}", GIB):
+            aim = "aim: no less than 1" if what in ("4 down", "4 up") else ""
+            row(f"block mode 1 GiB, connections: {what}", f"{speed / 1e6:.0f} MB/s", aim)
+    for loss, control in ((0.001, "cubic"), (0.003, "cubic"), (0.003, "reno")):
+        found = long_wire(loss, control)
+        for way in ("down", "up"):
+            one, eight = found[f"1 {way}"], found[f"8 {way}"]
+            row(f"block mode, 80 ms, {loss:.1%} loss, {control}, {way}: 1 / 8 connections / ratio",
+                f"{one / 1e6:.2f} / {eight / 1e6:.2f} MB/s / {eight / one:.1f}", "aim: at least 3 times")
+
+
+class Vsftpd:
+    """An FTP server of others that serves a local folder to everybody, as whoever runs this."""
+
+    def __init__(self, folder, certificate, port=21021):
+        (folder / "files").mkdir()
+        self.files, self.url = folder / "files", f"ftp://127.0.0.1:{port}"
+        settings = {
+            "listen": "YES", "listen_address": "127.0.0.1", "listen_port": port, "background": "NO",
+            "run_as_launching_user": "YES", "anonymous_enable": "YES", "anon_root": self.files, "write_enable": "YES",
+            "anon_upload_enable": "YES", "ssl_enable": "YES", "allow_anon_ssl": "YES", "require_ssl_reuse": "NO",
+            "ssl_ciphers": "HIGH", "rsa_cert_file": certificate.file, "rsa_private_key_file": certificate.key,
+            "seccomp_sandbox": "NO", "allow_writeable_chroot": "YES", "xferlog_enable": "NO"}
+        (folder / "vsftpd.conf").write_text("".join(f"{key}={value}\n" for key, value in settings.items()))
+        self.process = subprocess.Popen(["/usr/sbin/vsftpd", folder / "vsftpd.conf"], stdin=subprocess.DEVNULL)
+        time.sleep(1)
+
+    def stop(self):
+        self.process.terminate()
+        self.process.wait()
+
+
+def tls_place(directory, key=("rsa:2048",)):
+    """The [tls] of a server for benchmarks, and what clients and another server need for it."""
+    authority = make_authority(directory)
+    certificate = issue(directory, authority, "server", "/CN=localhost", key=key)
+    return authority, certificate, f'[tls]\ncertificate = "{certificate.file}"\nkey = "{certificate.key}"\n'
+
+
+def tls():
+    """1 GiB both ways under TLS, against plain, and against another server that serves a local file."""
+    with tempfile.TemporaryDirectory(prefix="tarvex-bench-") as name:
+        directory = pathlib.Path(name)
+        authority, certificate, table = tls_place(directory)
+        private = ["--ssl-reqd", "--cacert", authority.file]
+        theirs = Vsftpd(directory, certificate)
+        with Place(server_lines=table) as (box, server):
+            payload = Payload(directory, GIB)
+            fill(box, "large", 1, GIB)
+            (folder,) = [entry["id"] for name, entry in box.items().items() if name == "large"]
+            (item,) = box.items(folder)
+            os.link(payload.path, theirs.files / "large")
+            os.chmod(theirs.files / "large", 0o644)
+
+            def down(url, options, user=server.curl):
+                return best(lambda: user(*options, "-o", "/dev/null", url))
+
+            def up(url, options):
+                return min(seconds(lambda: server.curl(*options, "-T", payload.path, f"{url}-{run}")) for run in range(2))
+
+            def anonymous(*arguments):
+                subprocess.run(["curl", "-sS", *map(str, arguments)], check=True)
+
+            took = {kind: down(f"{server.url}/large/{item}", options) for kind, options in (("plain", []), ("TLS", private))}
+            other = {kind: down(f"{theirs.url}/large", options, anonymous) for kind, options in (("plain", []), ("TLS", private))}
+            row("TLS, download 1 GiB: plain / TLS", f"{rate(GIB, took['plain'])} / {rate(GIB, took['TLS'])}")
+            row("TLS, download 1 GiB: vsftpd, a local file, plain / TLS",
+                f"{rate(GIB, other['plain'])} / {rate(GIB, other['TLS'])}")
+            row("TLS, download 1 GiB: share of vsftpd's", f"{other['TLS'] / took['TLS']:.2f}", "aim: at least 0.8")
+            sent = {kind: up(f"{server.url}/up-{kind}", options) for kind, options in (("plain", []), ("TLS", private))}
+            theirs_sent = min(seconds(lambda: anonymous(*private, "-T", payload.path, f"{theirs.url}/up-{run}"))
+                              for run in range(2))
+            row("TLS, upload 1 GiB, not announced: plain / TLS", f"{rate(GIB, sent['plain'])} / {rate(GIB, sent['TLS'])}")
+            row("TLS, upload 1 GiB: vsftpd, to a local file, TLS", rate(GIB, theirs_sent))
+        theirs.stop()
+
+
+def signatures(key):
+    """Signatures per second that openssl makes with a key on two cores."""
+    done = subprocess.run(["openssl", "speed", "-seconds", "2", "-multi", "2", key], capture_output=True, text=True, check=True)
+    (line,) = [line for line in done.stdout.splitlines() if re.match(r"\s*(rsa\s+\d+ bits|.*ecdsa)", line)]
+    return float(line.split()[-2])
+
+
+def handshakes():
+    """Full TLS handshakes per second: of new control connections, each with its process, and of data connections."""
+    for name, key, bits in (("RSA 2048", ("rsa:2048",), "rsa2048"), ("P-256", ("ec", "-pkeyopt", "ec_paramgen_curve:P-256"),
+                                                                   "ecdsap256")):
+        with tempfile.TemporaryDirectory(prefix="tarvex-bench-") as directory:
+            authority, _, table = tls_place(pathlib.Path(directory), key)
+            with Place(server_lines=table) as (_, server):
+                trusted = ssl.create_default_context(cafile=authority.file)
+
+                def control(_):
+                    client = ftplib.FTP_TLS(context=trusted, timeout=60)
+                    client.connect(server.host, server.port)
+                    client.auth()
+                    client.close()
+
+                def data(count):
+                    client = ftplib.FTP_TLS(context=trusted, timeout=60)
+                    client.connect(server.host, server.port)
+                    client.login("alice", PASSWORD)
+                    client.prot_p()
+                    begun = time.monotonic()
+                    for _ in range(count):
+                        client.nlst("/")
+                    took = time.monotonic() - begun
+                    client.close()
+                    return took
+
+                with concurrent.futures.ThreadPoolExecutor(8) as pool:
+                    took = seconds(lambda: list(pool.map(control, range(400))))
+                    each = max(pool.map(data, [100] * 4))
+                row(f"handshakes per second, {name}: control connections / data connections / openssl's signatures",
+                    f"{400 / took:.0f} / {400 / each:.0f} / {signatures(bits):.0f}")
+
+
+def crowd():
+    """500 idle sessions, and what one hostile client costs another."""
+    for measure in (crowds.idle_sessions, crowds.hostile_client):
+        with tempfile.TemporaryDirectory(prefix="tarvex-bench-") as directory:
+            measure(row, pathlib.Path(directory))
+
+
 def micro():
     """Pieces inside a process."""
     subprocess.run([BUILD / "bin/micro", "--benchmark_min_time=0.2"], check=True)
 
 
 BENCHMARKS = {run.__name__: run for run in (
-    download, listing, memory, logins, pacing, upload, upload_memory, checksum, small_files, four_sessions,
-    abort_under_pacing, rclone, micro)}
+    download, listing, memory, logins, pacing, upload, upload_memory, checksum, small_files, tls, handshakes, four_sessions,
+    abort_under_pacing, block_mode, crowd, rclone, micro)}
 
 
 def main():

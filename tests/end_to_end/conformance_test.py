@@ -7,6 +7,7 @@ begins. What needs a login is also tried without one.
 import re
 
 import pytest
+from local import Server
 from model_client import Client
 
 # Before a row, after a login but for the first: lines that succeed, and what prepares a data connection.
@@ -32,6 +33,8 @@ TABLE = {
     "ALLO": [(IN, "5", "200"), (IN, "5 R 512", "200"), (IN, "0", "200"), (IN, "", "501"), (IN, "x", "501"), (IN, "-1", "501"),
              (IN, "5 R", "501"), (IN, "5 X 3", "501"), (IN, "5 R -1", "501"), (IN, "9223372036854775808", "501")],
     "APPE": [(IN, "", "501"), (DATA, "/file", "553"), (DATA, "/new", "553")],
+    "AUTH": [(OUT, "TLS", "502"), (OUT, "", "501"), (IN, "TLS", "502")],
+    "CCC": [(OUT, "", "533"), (IN, "", "533"), (OUT, "x", "501")],
     "CDUP": CDUP,
     "CKSM": [(IN, "", "501"), (IN, "SHA1 0 -1 /file", f"213 {HELLO_SHA1}"), (IN, "MD5 1 3 /file", "213 "),
              (IN, "SHA1 0 -1", "501"), (IN, "NONE 0 -1 /file", "504"), (IN, "MD5 -1 -1 /file", "501"),
@@ -62,7 +65,8 @@ TABLE = {
              (OUT, "en GB", "501")],
     "LIST": [*LIST_ROWS, (DATA, "-la -F", "150", "d", "226"), (DATA, "/file", "150", FILE_LINE + "file\r\n", "226"),
              (DATA, "-a", "150", r"(?s).* -a\r\n", "226"), (DATA, "-la -- -a", "150", FILE_LINE + "inside\r\n", "226"),
-             (DATA, "-a ./-a", "150", FILE_LINE + "inside\r\n", "226"), (DATA, "-what", "550"), (DATA, "/full/", "150", "-", "226")],
+             (DATA, "-a ./-a", "150", FILE_LINE + "inside\r\n", "226"), (DATA, "-what", "550"),
+             (DATA, "/full/", "150", "-", "226")],
     "MDTM": [(IN, "", "501"), (IN, "/file", r"213 \d{14}\r\n"), (IN, "/missing", "550")],
     "MKD": MKD,
     "MLSD": [*LIST_ROWS, (DATA, "/file", "501"), (DATA, "/full", "150", FACTS + "inside\r\n", "226"),
@@ -81,13 +85,16 @@ TABLE = {
              (OUT, "RETR StripeLayout=Blocked;BlockSize=65536;", "200"), (OUT, "RETR None=1;", "501"), (OUT, "RETR", "501")],
     "PASS": [(OUT, "x", "503"), (OUT + "\nUSER alice", "wrong", "530"), (IN, "x", "503")],
     "PASV": [(IN, "", r"227 .*\(127,0,0,1,\d+,\d+\)"), (IN, "x", "501"), ("EPSV ALL", "", "503")],
+    "PBSZ": [(OUT, "0", "503"), (OUT, "", "501"), (IN, "0", "503")],
     "PORT": [(IN, "127,0,0,1,200,1", "200"), (IN, "", "501"), (IN, "127,0,0,1,4", "501"), (IN, "127,0,0,1,4,1,1", "501"),
              (IN, "127,0,0,256,4,1", "501"), (IN, "127,0,0,-1,4,1", "501"), (IN, ",,,,,", "501"), (IN, "x", "501"),
              (IN, "127,0,0,2,200,1", "504"), (IN, "127,0,0,1,3,255", "504"), ("EPSV ALL", "127,0,0,1,200,1", "503")],
+    "PROT": [(OUT, "P", "503"), (OUT, "", "501"), (IN, "C", "503")],
     "PWD": PWD,
     "QUIT": [(OUT, "", "221"), (IN, "", "221"), (OUT, "x", "501")],
     "REIN": [(OUT, "", "220"), (OUT + "\nUSER alice", "", "220"), (IN, "", "220"), (IN, "x", "501")],
-    "REST": [(IN, "0", "350"), (IN, "0-3,5-9", "350"), (IN, "3-0", "501"), (IN, "0-", "501"), (IN, "9223372036854775807", "350"), (IN, "9223372036854775808", "501"), (IN, "-1", "501"),
+    "REST": [(IN, "0", "350"), (IN, "0-3,5-9", "350"), (IN, "3-0", "501"), (IN, "0-", "501"),
+             (IN, "9223372036854775807", "350"), (IN, "9223372036854775808", "501"), (IN, "-1", "501"),
              (IN, "1.5", "501"), (IN, "", "501"), (IN, "x", "501")],
     "RETR": [(IN, "/file", "425"), (IN, "", "501"), (DATA, "/file", "150", "hello$", "226"), (DATA, "/missing", "550"),
              (DATA, "/dir", "550"), (DATA, "/", "550"), ("REST 3\nEPSV", "/file", "150", "lo$", "226"),
@@ -111,7 +118,8 @@ TABLE = {
              ("EPSV ALL", "127,0,0,1,200,1", "503")],
     "STAT": [(IN, "", r"211-(?s:.*) Logged in as "), (IN, "/missing", "550"), (IN, "/file", rf"213-.*\r\n {FILE_LINE}file\r\n213 "),
              (IN, "-l /full", rf"213-.*\r\n {FILE_LINE}inside\r\n213 "), (IN, "-a -- -a", rf"213-.*\r\n {FILE_LINE}inside\r\n213 ")],
-    "STOR": [(IN, "/stored", "425"), (IN, "", "501"), (DATA, "/", "553"), (DATA, "/dir", "553"), (DATA, "/missing/x", "550"), (DATA, "/file/x", "55"),
+    "STOR": [(IN, "/stored", "425"), (IN, "", "501"), (DATA, "/", "553"), (DATA, "/dir", "553"), (DATA, "/missing/x", "550"),
+             (DATA, "/file/x", "55"),
              (DATA, "/stored", "150", "226 .* 5 bytes"), ("ALLO 5\nEPSV", "/stored 2", "150", "226"),
              ("ALLO 4\nEPSV", "/stored 3", "150", "[45]"), ("REST 3\nEPSV", "/file", "553"),
              ("MODE E\nPORT 127,0,0,1,200,1", "/x", "425")],
@@ -133,7 +141,17 @@ TABLE = {
 }
 
 # What FEAT lists that is no verb with rows of its own: a line that shows that it works.
-FEATURES = {"PARALLEL": ("OPTS RETR Parallelism=2,2,2;", 200), "CKSUM": ("CKSM SHA1 0 -1 /file", 213), "TVFS": ("CWD /dir/../full/.", 250), "UTF8": ("SIZE /größe", 213)}
+FEATURES = {"PARALLEL": ("OPTS RETR Parallelism=2,2,2;", 200), "CKSUM": ("CKSM SHA1 0 -1 /file", 213),
+            "TVFS": ("CWD /dir/../full/.", 250), "UTF8": ("SIZE /größe", 213)}
+
+
+@pytest.fixture(scope="module")
+def server(tmp_path_factory, box):
+    # Each row has a connection of its own.
+    lines = "end_grace_ms = 15\n[limits]\nconnections_per_minute = 0"
+    program = Server(tmp_path_factory.mktemp("server"), box, server_lines=lines)
+    yield program
+    assert program.stop() == 0
 
 
 @pytest.fixture(scope="module", autouse=True)

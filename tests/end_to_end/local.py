@@ -17,16 +17,20 @@ PASSWORD = "correct horse"
 # A pacing rate that no test waits for; pacing itself is tested with the plug-in.
 FAST_POLICY = '{"user_api_rate_limit": 100000}'
 
+# Tests that are run by root have no other user to become.
+SECURITY = '[security]\nuser = "root"'
+
 
 class Program:
     """A program that says "listening on HOST:PORT" once it serves."""
 
-    def __init__(self, arguments, directory, name, environment=None):
+    def __init__(self, arguments, directory, name, environment=None, inherited=()):
+        """`inherited`: descriptors that the program gets under the numbers that they have."""
         self.log_path = directory / f"{name}.log"
         with open(self.log_path, "ab") as log:
             self.process = subprocess.Popen(
                 [str(argument) for argument in arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=log,
-                env={**os.environ, **(environment or {})})
+                env={**os.environ, **(environment or {})}, pass_fds=inherited)
         line = self.process.stdout.readline().decode()
         assert line.startswith("listening on "), f"{name} did not start: {line!r}\n{self.log()}"
         self.address = line.split()[-1]
@@ -121,7 +125,9 @@ class Server(Program):
     """The server, with one account "alice"."""
 
     def __init__(self, directory, box, settings=None, policy=FAST_POLICY, server_lines="", credential=None,
-                 api_base=None, ca=None, environment=None):
+                 api_base=None, ca=None, environment=None, tables="", command=(), listen="127.0.0.1:0",
+                 inherited=()):
+        """`tables`: TOML that follows the rest; `command`: what starts the program, where it is not just started."""
         self.directory = directory
         self.credential_path = directory / "alice.json"
         self.write_credential(credential or {
@@ -134,7 +140,7 @@ class Server(Program):
             "upload_per_second": 10000, **(settings or {})}.items())
         (directory / "server.toml").write_text(f"""
 [server]
-listen = ["127.0.0.1:0"]
+listen = ["{listen}"]
 {server_lines}
 [accounts]
 file = "accounts.toml"
@@ -146,9 +152,11 @@ policy = '{policy}'
 api_base = "{api_base or box.base}"
 upload_base = "{api_base or box.base}"
 {f'ca_file = "{ca}"' if ca else ""}
+{"" if "[security]" in tables else SECURITY}
+{tables}
 """)
-        super().__init__([BUILD / "bin/tarvex-gridftp-server", "--config", directory / "server.toml"], directory,
-                         "server", environment)
+        super().__init__([*command, BUILD / "bin/tarvex-gridftp-server", "--config", directory / "server.toml"],
+                         directory, "server", environment, inherited)
 
     def write_credential(self, document):
         new = self.credential_path.with_suffix(".new")
@@ -158,7 +166,7 @@ upload_base = "{api_base or box.base}"
 
     def ftp(self, timeout=60):
         client = ftplib.FTP(timeout=timeout)
-        client.connect(self.host, self.port)
+        client.connect(self.host.strip("[]"), self.port)
         client.login("alice", PASSWORD)
         return client
 

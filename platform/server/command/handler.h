@@ -20,6 +20,12 @@ handled command_host(session& client, std::string argument);
 handled command_clnt(session& client, std::string argument);
 handled command_quit(session& client, std::string argument);
 
+// protection
+handled command_auth(session& client, std::string argument);
+handled command_pbsz(session& client, std::string argument);
+handled command_prot(session& client, std::string argument);
+handled command_ccc(session& client, std::string argument);
+
 // reinitialise
 handled command_rein(session& client, std::string argument);
 

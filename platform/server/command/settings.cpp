@@ -44,6 +44,8 @@ std::vector<std::string> features(const session& client) {
   std::vector<std::string> lines = {
       "CLNT",        "EPRT", "EPSV", "HOST", "LANG EN*", "MDTM", "MLST " + facts_starred(client.settings.mlst_facts),
       "REST STREAM", "SIZE", "TVFS", "UTF8"};
+  if (client.tls)
+    for (const char* line : {"AUTH TLS", "PBSZ", "PROT"}) lines.emplace_back(line);
   if (!client.storage.checksums().empty()) lines.push_back("CKSUM " + client.storage.checksums());
   lines.push_back("HASH " + hashes_starred(client.settings.hash_algorithm));
   for (const char* verb : {"XCRC", "XMD5", "XSHA1", "XSHA256"}) lines.emplace_back(verb);

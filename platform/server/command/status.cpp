@@ -85,6 +85,9 @@ void status_of_session(session& client) {
   std::vector<std::string> lines = {"Connected from " + client.control.peer().host(),
                                     "Logged in as " + client.login.name,
                                     "Folder " + path_quoted(client.settings.directory)};
+  if (client.control.secured())
+    lines.push_back("Under " + client.control.protection() + "; data connections are " +
+                    (client.data.protection().tls ? "private" : "plain"));
   if (const operation* const running = client.storage.running()) lines.push_back(running_text(*running));
   client.reply_block(211, "Status:", lines, "End.");
 }

@@ -41,11 +41,35 @@ void read_credential(const toml_entry& entry, account& out, mistake_list& mistak
   if (text->empty()) mistakes.add(entry.line, entry.where + ": expected the path of a file, found an empty text");
 }
 
+bool is_certificate_name(std::string_view text) {
+  constexpr std::string_view DIGEST = "sha256:", SUBJECT = "subject:", HEX = "0123456789abcdef";
+  constexpr std::size_t DIGITS = 64;
+  if (text.starts_with(SUBJECT)) return text.size() > SUBJECT.size();
+  if (!text.starts_with(DIGEST)) return false;
+  text.remove_prefix(DIGEST.size());
+  return text.size() == DIGITS && text.find_first_not_of(HEX) == std::string_view::npos;
+}
+
+void read_certificates(const toml_entry& entry, account& out, mistake_list& mistakes) {
+  const auto* const items = toml_expect<toml::array>(entry, mistakes);
+  if (items == nullptr) return;
+  if (items->empty()) mistakes.add(entry.line, entry.where + ": name at least one certificate");
+  for (const toml::node& node : *items) {
+    const toml_entry item{node, node.source().begin.line, entry.where};
+    const auto* const text = toml_expect<std::string>(item, mistakes);
+    if (text == nullptr) continue;
+    out.certificates.push_back(*text);
+    if (!is_certificate_name(*text))
+      toml_refuse(item, "\"sha256:\" and 64 digits of lower-case hex, or \"subject:\" and a subject", mistakes);
+  }
+}
+
 struct account_key {
   std::string_view name;
   void (*read)(const toml_entry& entry, account& out, mistake_list& mistakes);
 };
-constexpr account_key KEYS[] = {{"password", read_password}, {"credential", read_credential}};
+constexpr account_key KEYS[] = {
+    {"password", read_password}, {"credential", read_credential}, {"certificates", read_certificates}};
 
 void read_key(const std::string& table, const toml::key& key, const toml::node& node, account& out,
               mistake_list& mistakes) {
@@ -72,18 +96,19 @@ void read_account(const toml::key& key, const toml::node& node, account_map& out
   if (members == nullptr) return;
   account read = {.name = name, .password = {}, .credential = {}, .line = line};
   for (const auto& [member, value] : *members) read_key(table, member, value, read, mistakes);
-  for (const account_key& row : KEYS) {
-    if (!members->contains(row.name)) mistakes.add(line, std::string(row.name) + " in " + table + " is missing");
-  }
+  if (!members->contains("password") && !members->contains("certificates"))
+    mistakes.add(line, "password in " + table + " is missing, and so is certificates; one of them is needed");
+  if (!members->contains("credential")) mistakes.add(line, "credential in " + table + " is missing");
   out.emplace(name, std::move(read));
 }
 
-/// The hash that an unknown name is measured against: some account's, always the same for the same name, so that
+/// The hash that a name without one is measured against: some account's, always the same for the same name, so that
 /// unknown names take the times that known ones take, also where accounts use different schemes.
 std::string decoy(const account_map& accounts, std::string_view name) {
   if (accounts.empty()) return DECOY_PASSWORD;
   const std::size_t index = std::hash<std::string_view>()(name) % accounts.size();
-  return std::next(accounts.begin(), static_cast<std::ptrdiff_t>(index))->second.password;
+  const std::string& chosen = std::next(accounts.begin(), static_cast<std::ptrdiff_t>(index))->second.password;
+  return chosen.empty() ? DECOY_PASSWORD : chosen;
 }
 
 void warn_when_exposed(const char* what, const std::string& path) {
@@ -104,9 +129,18 @@ std::vector<configuration_mistake> accounts_load(const std::string& file, accoun
 
 const account* accounts_authenticate(const account_map& accounts, std::string_view name, const std::string& password) {
   const auto found = accounts.find(name);
-  const bool known = found != accounts.end();
+  const bool known = found != accounts.end() && !found->second.password.empty();
   const bool matches = password_matches(password, known ? found->second.password : decoy(accounts, name));
   return known && matches ? &found->second : nullptr;
+}
+
+const account* accounts_with_certificate(const account_map& accounts, std::string_view name,
+                                         const std::vector<std::string>& shown) {
+  const auto found = accounts.find(name);
+  if (found == accounts.end()) return nullptr;
+  const std::vector<std::string>& listed = found->second.certificates;
+  const bool matches = std::find_first_of(listed.begin(), listed.end(), shown.begin(), shown.end()) != listed.end();
+  return matches ? &found->second : nullptr;
 }
 
 std::vector<configuration_mistake> accounts_credential_mistakes(const std::string& file, const account_map& accounts) {

@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <set>
 #include <utility>
 
 namespace tarvex::server {
@@ -17,6 +19,12 @@ constexpr std::time_t SETTLING_S = 1;
 
 bool same_time(const timespec& a, const timespec& b) {
   return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+std::vector<std::string> folders_of(const account_map& accounts) {
+  std::set<std::string> folders;
+  for (const auto& [name, who] : accounts) folders.insert(std::filesystem::path(who.credential).parent_path().string());
+  return {folders.begin(), folders.end()};
 }
 
 }  // namespace
@@ -47,6 +55,7 @@ void accounts_cache::take(std::vector<configuration_mistake> mistakes, account_m
   readable_ = std::none_of(mistakes.begin(), mistakes.end(), [](const auto& mistake) { return mistake.line == 0; });
   if (whole_) accounts_ = std::move(read);
   if (!readable_) accounts_.clear();
+  credential_folders_ = folders_of(accounts_);
   std::string texts;
   for (const configuration_mistake& mistake : mistakes) texts += mistake_text(mistake) + "\n";
   if (texts == std::exchange(logged_, texts)) return;
@@ -56,7 +65,15 @@ void accounts_cache::take(std::vector<configuration_mistake> mistakes, account_m
 
 login_answer accounts_cache::authenticate(std::string_view name, const std::string& password) {
   refresh();
-  const account* const who = accounts_authenticate(accounts_, name, password);
+  return answer(accounts_authenticate(accounts_, name, password));
+}
+
+login_answer accounts_cache::authenticate_certificate(std::string_view name, const std::vector<std::string>& shown) {
+  refresh();
+  return answer(accounts_with_certificate(accounts_, name, shown));
+}
+
+login_answer accounts_cache::answer(const account* who) const {
   if (who != nullptr) return {login_verdict::accepted, who};
   return {whole_ ? login_verdict::refused : login_verdict::unavailable, nullptr};
 }

@@ -30,7 +30,7 @@ void check_tls(const configuration& config, mistake_list& mistakes) {
   require(config, "tls", "certificate", mistakes);
   require(config, "tls", "key", mistakes);
   if (!mistakes.found.empty()) return;
-  const std::string error = tls_files_error(config.tls_certificate, config.tls_key);
+  const std::string error = tls_files_error(config);
   if (!error.empty()) mistakes.add(config.lines.at("tls"), "[tls]: " + error);
 }
 

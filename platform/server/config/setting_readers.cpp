@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <utility>
 
 namespace tarvex::server {
 
@@ -61,7 +62,7 @@ std::string usable_path(const setting_reading& in, bool folder) {
   return {};
 }
 
-void read_listen(const setting_reading& in) {
+void read_addresses(const setting_reading& in, std::vector<listen_address>& out) {
   const auto* const items = in.as<toml::array>();
   if (items == nullptr) return;
   if (items->empty()) in.mistake("name at least one address");
@@ -70,7 +71,7 @@ void read_listen(const setting_reading& in) {
     const auto* const text = toml_expect<std::string>(item, in.mistakes);
     if (text == nullptr) continue;
     if (const auto address = listen_address_parse(*text)) {
-      in.out.listen.push_back(*address);
+      out.push_back(*address);
     } else {
       toml_refuse(item, "\"IPv4:PORT\" or \"[IPv6]:PORT\"", in.mistakes);
     }
@@ -110,6 +111,26 @@ void read_dsi(const setting_reading& in) {
   if (text == nullptr) return;
   if (!is_symbol_part(*text)) return in.refuse("a name of letters, digits and \"_\"");
   in.out.storage_dsi = *text;
+}
+
+void read_user(const setting_reading& in) {
+  const auto* const text = in.as<std::string>();
+  if (text == nullptr) return;
+  if (text->empty()) return in.refuse("the name of a user");
+  in.out.user = *text;
+}
+
+void read_sandbox(const setting_reading& in) {
+  constexpr std::pair<std::string_view, sandbox_mode> MODES[] = {
+      {"require", sandbox_mode::require}, {"try", sandbox_mode::attempt}, {"off", sandbox_mode::off}};
+  const auto* const text = in.as<std::string>();
+  if (text == nullptr) return;
+  for (const auto& [name, mode] : MODES) {
+    if (*text != name) continue;
+    in.out.sandbox = mode;
+    return;
+  }
+  in.refuse("\"require\", \"try\" or \"off\"");
 }
 
 void read_storage_settings(const setting_reading& in) {

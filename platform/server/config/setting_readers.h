@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 namespace tarvex::server {
 
@@ -69,11 +70,20 @@ void read_base_url(const setting_reading& in) {
   if (!is_base_url(*text)) in.refuse("http://HOST[:PORT] or https://HOST[:PORT] and nothing after it");
 }
 
-void read_listen(const setting_reading& in);
+/// Adds the addresses of a list.
+void read_addresses(const setting_reading& in, std::vector<listen_address>& out);
+
+template <auto field>
+void read_listen(const setting_reading& in) {
+  read_addresses(in, in.out.*field);
+}
+
 void read_data_ports(const setting_reading& in);
 void read_passive_address(const setting_reading& in);
 void read_proxy(const setting_reading& in);
 void read_dsi(const setting_reading& in);
+void read_user(const setting_reading& in);
+void read_sandbox(const setting_reading& in);
 void read_storage_settings(const setting_reading& in);
 
 }  // namespace tarvex::server

@@ -2,6 +2,7 @@
 
 #include "net/control_stream.h"
 #include "net/line_queue.h"
+#include "net/tls_engine.h"
 #include "net/wake.h"
 
 #include <boost/asio/error.hpp>
@@ -13,6 +14,7 @@
 namespace tarvex::server {
 
 namespace asio = boost::asio;
+using boost::system::error_code;
 
 namespace {
 
@@ -21,15 +23,19 @@ constexpr std::chrono::seconds WRITE_LIMIT{300};  // for a peer that takes no re
 }  // namespace
 
 struct control_channel::state : std::enable_shared_from_this<state> {
-  state(event_loop& event_loop, int descriptor)
-      : loop(event_loop), stream(event_loop, descriptor), write_check(event_loop), changed(event_loop) {}
+  state(event_loop& event_loop, int descriptor, std::size_t line_length)
+      : loop(event_loop),
+        stream(event_loop, descriptor),
+        write_check(event_loop),
+        queue(QUEUED_BYTES_MAX, line_length),
+        changed(event_loop) {}
 
   event_loop& loop;
   control_stream stream;
   loop_timer write_check;
   events handlers;
 
-  line_queue queue{QUEUED_BYTES_MAX};
+  line_queue queue;
   bool awaited = false;  // somebody waits in `next_line`
   bool held = false;     // a line was wanted, and not given for the sake of the output
   wake changed;          // for who waits
@@ -47,6 +53,9 @@ struct control_channel::state : std::enable_shared_from_this<state> {
   static asio::awaitable<void> read(std::shared_ptr<state> self);
   static asio::awaitable<void> write(std::shared_ptr<state> self);
   static asio::awaitable<std::optional<control_line>> next_line(std::shared_ptr<state> self);
+  static asio::awaitable<error_code> secure(std::shared_ptr<state> self, std::unique_ptr<tls_engine> tls,
+                                            std::string invitation, std::chrono::milliseconds limit);
+  void send(std::string text, std::function<void()> call);
   std::optional<control_line> take_line();
   void announce();
   void half_close();
@@ -115,6 +124,20 @@ std::optional<control_line> control_channel::state::take_line() {
   return queue.take();
 }
 
+/// The invitation goes out before the handshake begins: nothing else may be on its way in either direction.
+asio::awaitable<error_code> control_channel::state::secure(std::shared_ptr<state> self, std::unique_ptr<tls_engine> tls,
+                                                           std::string invitation, std::chrono::milliseconds limit) {
+  if (!invitation.empty()) {
+    self->stream.hold();
+    self->queue.clear();
+    const auto sent = std::make_shared<wake>(self->loop);
+    self->send(std::move(invitation), [sent] { sent->notify(); });
+    co_await sent->wait();
+  }
+  if (self->over()) co_return asio::error::connection_aborted;
+  co_return co_await self->stream.secure(std::move(tls), limit);
+}
+
 /// Sends until nothing waits.
 asio::awaitable<void> control_channel::state::write(std::shared_ptr<state> self) {
   while (!self->lost && !self->waiting.empty()) {
@@ -131,6 +154,16 @@ asio::awaitable<void> control_channel::state::write(std::shared_ptr<state> self)
   if (self->finishing) self->close();
 }
 
+void control_channel::state::send(std::string text, std::function<void()> call) {
+  if (lost) {
+    if (call) call();
+    return;
+  }
+  waiting += text;
+  if (call) waiting_written.push_back(std::move(call));
+  if (!std::exchange(writing, true)) loop.spawn(write(shared_from_this()));
+}
+
 void control_channel::state::written() {
   for (auto& call : std::exchange(sending_written, {})) call();
   if (held && !over() && waiting.size() < WAITING_OUTPUT_MAX) announce();
@@ -142,7 +175,8 @@ void control_channel::state::close() {
   if (const auto call = std::exchange(closed, nullptr)) call();
 }
 
-control_channel::control_channel(event_loop& loop, int socket) : state_(std::make_shared<state>(loop, socket)) {}
+control_channel::control_channel(event_loop& loop, int socket, std::size_t line_length)
+    : state_(std::make_shared<state>(loop, socket, line_length)) {}
 
 control_channel::~control_channel() {
   state_->handlers = {};
@@ -151,11 +185,33 @@ control_channel::~control_channel() {
   state_->stream.close();
 }
 
-bool control_channel::start(events handlers) {
+bool control_channel::start(events handlers, bool held) {
   state_->handlers = std::move(handlers);
   if (!state_->stream.open()) return false;
+  if (held) state_->stream.hold_from_start();
   state_->loop.spawn(state::read(state_));
   return true;
+}
+
+asio::awaitable<error_code> control_channel::secure(std::unique_ptr<tls_engine> tls, std::string invitation,
+                                                    std::chrono::milliseconds limit) {
+  return state::secure(state_, std::move(tls), std::move(invitation), limit);
+}
+
+bool control_channel::secured() const {
+  return state_->stream.secured();
+}
+
+void control_channel::renew_ticket() {
+  state_->stream.renew_ticket();
+}
+
+certificate_names control_channel::peer_certificate() const {
+  return state_->stream.peer_certificate();
+}
+
+std::string control_channel::protection() const {
+  return state_->stream.protection();
 }
 
 bool control_channel::present() const {
@@ -191,13 +247,7 @@ std::deque<control_line>& control_channel::lines() {
 }
 
 void control_channel::send(std::string text, std::function<void()> written) {
-  if (state_->lost) {
-    if (written) written();
-    return;
-  }
-  state_->waiting += text;
-  if (written) state_->waiting_written.push_back(std::move(written));
-  if (!std::exchange(state_->writing, true)) state_->loop.spawn(state::write(state_));
+  state_->send(std::move(text), std::move(written));
 }
 
 void control_channel::finish(std::function<void()> closed) {

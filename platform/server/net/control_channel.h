@@ -3,8 +3,10 @@
 #include "net/control_line.h"
 #include "net/event_loop.h"
 #include "net/socket_address.h"
+#include "net/tls_certificate.h"
 
 #include <boost/asio/awaitable.hpp>
+#include <boost/system/error_code.hpp>
 
 #include <chrono>
 #include <cstddef>
@@ -15,6 +17,8 @@
 #include <string>
 
 namespace tarvex::server {
+
+class tls_engine;
 
 /// The control connection: lines in, replies out. I/O thread only.
 ///
@@ -30,6 +34,7 @@ class control_channel {
   static constexpr std::size_t QUEUED_BYTES_MAX = 1 << 20;
   /// Of replies that the peer does not take, before its next line waits.
   static constexpr std::size_t WAITING_OUTPUT_MAX = 64 * 1024;
+  static constexpr std::size_t LINE_LENGTH = 8192;
 
   struct events {
     std::function<void()> on_queued;  ///< lines were queued, or may be taken again, and nobody waits in `next_line`
@@ -37,14 +42,29 @@ class control_channel {
     std::function<void()> on_lost;         ///< once, when the peer is gone
   };
 
-  /// Takes over the socket.
-  control_channel(event_loop& loop, int socket);
+  /// Takes over the socket. Lines of more than `line_length` bytes, their end included, are dropped.
+  control_channel(event_loop& loop, int socket, std::size_t line_length = LINE_LENGTH);
   ~control_channel();
   control_channel(const control_channel&) = delete;
   control_channel& operator=(const control_channel&) = delete;
 
+  /// \param held  nothing is read before `secure`
   /// \return false when the socket is no connected TCP socket.
-  bool start(events handlers);
+  bool start(events handlers, bool held = false);
+
+  /// Goes on under TLS, as its server. What the client has sent so far is dropped, lines that wait included: whoever
+  /// sits between could have put them there. Then goes `invitation`, and the handshake has to be over within `limit`.
+  /// No invitation: the client begins by itself, on a channel that was held from its start.
+  /// \return an error after which nothing is to be said any more: the connection can only be finished.
+  boost::asio::awaitable<boost::system::error_code> secure(std::unique_ptr<tls_engine> tls, std::string invitation,
+                                                           std::chrono::milliseconds limit);
+  bool secured() const;
+  /// Has a fresh session ticket go out with the next reply; clients use one up with each data connection.
+  void renew_ticket();
+  /// The certificate that the client has shown under TLS; none: empty.
+  certificate_names peer_certificate() const;
+  /// TLS's version and cipher, for people; empty: plain.
+  std::string protection() const;
 
   /// Whether the peer is there and may say more, as far as the kernel knows by now.
   bool present() const;

@@ -2,6 +2,8 @@
 
 #include "net/event_loop.h"
 #include "net/socket_address.h"
+#include "net/tls_certificate.h"
+#include "net/wake.h"
 
 #include <boost/asio/awaitable.hpp>
 #include <boost/asio/buffer.hpp>
@@ -9,9 +11,14 @@
 
 #include <chrono>
 #include <cstddef>
+#include <memory>
+#include <string>
 #include <utility>
 
 namespace tarvex::server {
+
+class tls_engine;
+struct wire;
 
 /// The bytes of a control connection, and all that is asked of its socket: what lies between socket and lines (TLS) is
 /// this class's alone. One read and one write at a time; `close` ends them with an error. I/O thread.
@@ -39,6 +46,23 @@ class control_stream {
   boost::asio::awaitable<moved> read_some(boost::asio::mutable_buffer into);
   /// All bytes, or an error. They stay where they are until then.
   boost::asio::awaitable<moved> write(boost::asio::const_buffer bytes);
+  /// From now on reads wait until `secure` is over. What has arrived and was not read is dropped.
+  void hold();
+  /// The same, of a connection on which the handshake comes first.
+  void hold_from_start() { held_ = true; }
+  /// Runs the server's side of a TLS handshake; writes wait meanwhile. `hold` comes first. After an error, which a
+  /// handshake of more than `limit` is too, the connection can only be closed.
+  boost::asio::awaitable<boost::system::error_code> secure(std::unique_ptr<tls_engine> tls,
+                                                           std::chrono::milliseconds limit);
+  /// Whether the bytes go under TLS.
+  bool secured() const;
+  /// Has a fresh session ticket go out with what is written next.
+  void renew_ticket();
+  /// The certificate that the peer has shown; none, or plain: empty.
+  certificate_names peer_certificate() const;
+  /// TLS's version and cipher, for the log.
+  std::string protection() const;
+
   /// Waits until the connection is reset, or closed here; of use when nothing is read any more.
   boost::asio::awaitable<void> reset();
 
@@ -53,8 +77,13 @@ class control_stream {
   std::chrono::milliseconds retransmission_timeout() const;
 
  private:
-  mutable boost::asio::ip::tcp::socket socket_;  // its handle is not to be had of a constant one
-  int raw_;                                      // until it is open
+  event_loop& loop_;
+  std::shared_ptr<wire> wire_;
+  int raw_;            // until it is open
+  bool held_ = false;  // reads wait
+  bool secured_ = false;
+  bool securing_ = false;   // writes, too
+  wake reading_, writing_;  // may go on
   socket_address local_, peer_;
 };
 

@@ -8,6 +8,7 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/use_awaitable.hpp>
 
+#include <functional>
 #include <random>
 #include <tuple>
 #include <vector>
@@ -47,14 +48,14 @@ bool acceptor_listen(tcp::acceptor& acceptor, const tcp::endpoint& endpoint, int
 }
 
 data_connection failure(const std::string& what, error_code error) {
-  return {nullptr, "The data connection could not be " + what + ": " + error.message() + "."};
+  return {nullptr, "The data connection could not be " + what + ": " + error.message() + ".", 425};
 }
 
 data_connection success(tcp::socket socket) {
   error_code ignored;
   socket.set_option(asio::socket_base::keep_alive(true), ignored);
   socket.set_option(tcp::no_delay(true), ignored);
-  return {std::make_unique<data_socket>(std::move(socket)), {}};
+  return {std::make_unique<data_socket>(std::move(socket)), {}, 0};
 }
 
 }  // namespace
@@ -68,7 +69,8 @@ struct data_channel::setup {
   asio::ip::address peer;
   std::optional<active_target> active;
   int buffer_bytes = 0;
-  std::string over;  // why there is no connection to be had any more; empty: there is
+  std::vector<data_socket*> securing;  // their handshakes run
+  std::string over;                    // why there is no connection to be had any more; empty: there is
 
   void end(const std::string& why) {
     if (over.empty()) over = why;
@@ -76,20 +78,29 @@ struct data_channel::setup {
     acceptor.close(ignored);
     for (const auto& each : connecting)
       if (const auto socket = each.lock()) socket->close(ignored);
+    for (data_socket* const each : securing) each->close();
   }
 
   static asio::awaitable<data_connection> open(event_loop& loop, std::shared_ptr<setup> self,
+                                               data_protection protection,
                                                std::optional<std::chrono::milliseconds> limit, bool used_up);
   static asio::awaitable<data_connection> accept(std::shared_ptr<setup> self);
   static asio::awaitable<data_connection> connect(std::shared_ptr<setup> self);
+  static asio::awaitable<data_connection> protect(std::shared_ptr<setup> self, data_connection made,
+                                                  data_protection protection);
 };
 
 asio::awaitable<data_connection> data_channel::setup::open(event_loop& loop, std::shared_ptr<setup> self,
+                                                           data_protection protection,
                                                            std::optional<std::chrono::milliseconds> limit,
                                                            bool used_up) {
-  if (!self) co_return data_connection{nullptr, "No data connection was prepared."};
+  if (!self) co_return data_connection{nullptr, "No data connection was prepared.", 425};
   loop_timer timer(loop);
-  if (limit) timer.start(*limit, [waiting = self.get()] { waiting->end("No data connection came."); });
+  std::function<void()> give_up = [waiting = self.get()] {
+    waiting->end(!waiting->securing.empty() ? "The client did not finish the TLS handshake of the data connection."
+                                            : "No data connection came.");
+  };
+  if (limit) timer.start(*limit, std::move(give_up));
   data_connection made;
   if (!self->over.empty())
     made.error = self->over;
@@ -97,7 +108,8 @@ asio::awaitable<data_connection> data_channel::setup::open(event_loop& loop, std
     made = co_await connect(self);
   else
     made = co_await accept(self);
-  if (!self->over.empty()) made = {nullptr, self->over};
+  if (made.socket && protection.tls) made = co_await protect(self, std::move(made), std::move(protection));
+  if (!self->over.empty()) made = {nullptr, self->over, 425};
   if (used_up) self->end("The data connection was used already.");
   co_return made;
 }
@@ -127,6 +139,15 @@ asio::awaitable<data_connection> data_channel::setup::connect(std::shared_ptr<se
   std::tie(error) = co_await socket->async_connect(self->active->to, asio::as_tuple(asio::use_awaitable));
   if (error) co_return failure("made", error);
   co_return success(std::move(*socket));
+}
+
+asio::awaitable<data_connection> data_channel::setup::protect(std::shared_ptr<setup> self, data_connection made,
+                                                              data_protection protection) {
+  self->securing.push_back(made.socket.get());
+  std::string refusal = co_await data_protect(*made.socket, std::move(protection));
+  std::erase(self->securing, made.socket.get());
+  if (!refusal.empty()) made = {nullptr, std::move(refusal), 522};
+  co_return made;
 }
 
 data_channel::data_channel(event_loop& loop) : loop_(loop) {}
@@ -166,11 +187,11 @@ bool data_channel::ready() const {
 }
 
 asio::awaitable<data_connection> data_channel::open(std::chrono::milliseconds limit) {
-  return setup::open(loop_, setup_, limit, true);
+  return setup::open(loop_, setup_, protection_, limit, true);
 }
 
 asio::awaitable<data_connection> data_channel::open_another(std::optional<std::chrono::milliseconds> limit) {
-  return setup::open(loop_, setup_, limit, false);
+  return setup::open(loop_, setup_, protection_, limit, false);
 }
 
 bool data_channel::passive() const {

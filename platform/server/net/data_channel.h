@@ -1,5 +1,6 @@
 #pragma once
 
+#include "net/data_protection.h"
 #include "net/event_loop.h"
 
 #include <boost/asio/awaitable.hpp>
@@ -16,10 +17,11 @@ namespace tarvex::server {
 
 class data_socket;
 
-/// Either a connection, or none and what went wrong, as a sentence. Whoever owns one includes net/data_socket.h.
+/// Either a connection, or none and what went wrong, as a reply. Whoever owns one includes net/data_socket.h.
 struct data_connection {
   std::unique_ptr<data_socket> socket;
   std::string error;
+  int code = 425;
 };
 
 /// How the next data connection comes about (RFC 959 section 3.2): the client connects to a port that was announced,
@@ -42,11 +44,14 @@ class data_channel {
   /// Remembers where to connect to, from the address `local`. Replaces an earlier set-up.
   void target(const boost::asio::ip::address& local, const boost::asio::ip::address& peer, std::uint16_t port);
 
+  /// How data connections are protected from now on.
+  data_protection& protection() { return protection_; }
+
   /// Whether the next transfer has a way to its data connection.
   bool ready() const;
 
-  /// Waits up to `limit` for the connection and uses the set-up up. Connections from other addresses are closed and
-  /// waited past. `close`, `listen` and `target` end the wait with an error.
+  /// Waits up to `limit` for the connection, protected as it is to be, and uses the set-up up. Connections from other
+  /// addresses are closed and waited past. `close`, `listen` and `target` end the wait with an error.
   boost::asio::awaitable<data_connection> open(std::chrono::milliseconds limit);
 
   /// The same without using it up, for transfers on several connections, until `close`. Where the client connects, one
@@ -68,6 +73,7 @@ class data_channel {
   event_loop& loop_;
   std::shared_ptr<setup> setup_;
   int buffer_bytes_ = 0;
+  data_protection protection_;
 };
 
 }  // namespace tarvex::server

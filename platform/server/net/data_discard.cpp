@@ -30,10 +30,7 @@ error_code drop(tcp::socket& socket) {
 
 asio::awaitable<void> discard(event_loop& loop, std::unique_ptr<data_socket> connection) {
   loop_timer limit(loop);
-  limit.start(LIMIT, [open = connection.get()] {
-    error_code ignored;
-    open->transport().close(ignored);
-  });
+  limit.start(LIMIT, [open = connection.get()] { open->close(); });
   while (true) {
     const auto [error] =
         co_await connection->transport().async_wait(tcp::socket::wait_read, asio::as_tuple(asio::use_awaitable));

@@ -6,6 +6,7 @@
 #include "net/wake.h"
 
 #include <boost/asio/error.hpp>
+#include <boost/asio/ssl/error.hpp>
 
 #include <algorithm>
 #include <atomic>
@@ -125,6 +126,10 @@ void data_receiver::state::add(std::size_t bytes) {
 }
 
 void data_receiver::state::end(error_code error) {
+  const bool truncated = error == asio::ssl::error::stream_truncated;
+  if (truncated && rule.require_close_notify)
+    return break_off(426, "The data ended without the close_notify of TLS that is required here.");
+  if (truncated) error = asio::error::eof;
   if (error == asio::error::eof && rule.expected && received < *rule.expected) {
     break_off(426, "The data ended after " + std::to_string(received) + " of " + std::to_string(*rule.expected) +
                        " bytes that were announced.");

@@ -33,6 +33,8 @@ class data_receiver : public inbound {
     /// So many of the newest bytes are not handed out before the end is believed, and never when it is not: whoever
     /// passes data on as they come can still let them fail. Costs a copy of every byte.
     std::size_t hold_last_bytes = 0;
+    /// Under TLS: a FIN without close_notify is no end of the data, since anybody on the way can send one.
+    bool require_close_notify = false;
     /// I/O thread, at most once: the data did not end as they should; a reply code and a sentence about it.
     std::function<void(int code, const std::string& why)> broken;
   };

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "net/tls_certificate.h"
+
 #include <boost/asio/awaitable.hpp>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -10,8 +12,11 @@
 
 namespace tarvex::server {
 
-/// A connected data connection, plain or under TLS: what lies between socket and bytes is this class's alone. One read
-/// and one write at a time; a wait outlives the object, and `close` ends it with an error. I/O thread.
+class tls_engine;
+struct wire;
+
+/// A connected data connection, plain or under TLS. One read and one write at a time; a wait outlives the object, and
+/// `close` ends it with an error. I/O thread.
 class data_socket {
  public:
   /// What a call brought.
@@ -25,6 +30,13 @@ class data_socket {
   data_socket(data_socket&& other) noexcept;
   data_socket& operator=(data_socket&& other) noexcept;
 
+  /// Runs the server's side of a TLS handshake, before anything else. After an error it can only be closed.
+  boost::asio::awaitable<boost::system::error_code> secure(std::unique_ptr<tls_engine> tls);
+  /// Whether the handshake resumed the session of the control connection.
+  bool resumed() const;
+  /// The certificate that the client has shown; none, or plain: empty.
+  certificate_names peer_certificate() const;
+
   /// Some bytes; `boost::asio::error::eof` when the peer has ended its direction in order (FIN; under TLS
   /// close_notify), `boost::asio::ssl::error::stream_truncated` for a FIN without close_notify. The buffer stays until
   /// then.
@@ -34,11 +46,10 @@ class data_socket {
   /// Waits until `read_now` is worth a try. For readers that choose the buffer once there is something to put in it.
   boost::asio::awaitable<boost::system::error_code> readable();
 
-  /// Sends some of the buffers, the first ones first; buffers and bytes stay until then. Bytes that were taken may wait
-  /// here under TLS, up to MAX_WAITING: no bytes and no error means that of those some went out, so that the call makes
-  /// progress. `end_sending` sends the rest.
+  /// Sends some of the buffers, the first ones first; buffers and bytes stay until then. Under TLS bytes that were
+  /// taken may wait here, a few hundred KiB at most: the call takes none and brings no error when it sent some of
+  /// those instead. `end_sending` sends the rest.
   boost::asio::awaitable<moved> write_some(std::span<const boost::asio::const_buffer> buffers);
-  static constexpr std::size_t MAX_WAITING = 256 * 1024;
   /// Whether bytes wait that `write_some` has taken. It may be called with no buffers to send some of them.
   bool unsent() const;
   /// Sends what waits, close_notify under TLS, and FIN. \return an error when not all of it went out.
@@ -50,11 +61,7 @@ class data_socket {
   void close();
 
  private:
-  struct state;
-  std::shared_ptr<state> state_;
+  std::shared_ptr<wire> wire_;
 };
-
-/// Reads and drops what has arrived, so that the close that follows sends FIN and no reset.
-void socket_drain(boost::asio::ip::tcp::socket& socket);
 
 }  // namespace tarvex::server

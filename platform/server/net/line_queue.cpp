@@ -38,6 +38,12 @@ std::optional<control_line> line_queue::take() {
   return line;
 }
 
+void line_queue::clear() {
+  lines_.clear();
+  reader_.clear();
+  overrun_ = false;
+}
+
 /// Counted afresh for each packet: the owner of the lines may have taken any of them.
 bool line_queue::full() const {
   std::size_t bytes = 0;

@@ -22,6 +22,12 @@ line_reader::event line_reader::next(std::string_view& bytes) {
   return event::more;
 }
 
+void line_reader::clear() {
+  text_.clear();
+  telnet_ = telnet::none;
+  discarding_ = false;
+}
+
 std::string line_reader::take_line() {
   if (!text_.empty() && text_.back() == '\r') text_.pop_back();
   return std::exchange(text_, {});

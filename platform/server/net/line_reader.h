@@ -24,6 +24,9 @@ class line_reader {
   /// Takes bytes off the front of `bytes` up to the next event. `more`: all were taken and no line is complete.
   event next(std::string_view& bytes);
 
+  /// Forgets what has come, up to the middle of a line.
+  void clear();
+
   /// The line that `event::line` announced, without its end. Moves it out.
   std::string take_line();
 

@@ -23,6 +23,7 @@ struct client_settings {
   bool block_mode = false;                       ///< MODE E
   unsigned retrieve_connections = 1;             ///< of a download in extended block mode
   std::size_t retrieve_block_bytes = 256 << 10;  ///< of its blocks
+  bool protection_buffer_told = false;           ///< PBSZ was sent, without which there is no PROT
 };
 
 }  // namespace tarvex::server

@@ -14,28 +14,57 @@ namespace tarvex::server {
 session::session(const session_setup& setup)
     : config(*setup.config),
       accounts(*setup.accounts),
-      control(loop, setup.control_socket),
+      control(loop, setup.control_socket, setup.config->line_length),
+      tls(setup.tls ? std::make_unique<tls_session>(setup.tls) : nullptr),
       data(loop),
       storage({.loop = loop,
                .config = config,
                .plugin = *setup.storage,
                .changes = setup.changes,
                .budget = setup.budget,
-               .budget_share = setup.budget_share,
+               .budget_share = setup.share,
                .who = [this] { return who(); }}),
-      end_wake_(loop) {}
+      limits(setup.limits),
+      share(setup.share),
+      end_wake_(loop) {
+  login.deadline = std::chrono::steady_clock::now() + std::chrono::seconds(config.login_timeout_s);
+}
 
 void session::reply(int code, std::string_view line) {
-  control.send(reply_format(code, line));
+  if (!replied_last_) control.send(reply_format(code, line));
+}
+
+void session::reply_last(int code, std::string_view line) {
+  reply(code, line);
+  replied_last_ = true;
 }
 
 void session::reply(int code, const std::vector<std::string>& lines) {
-  control.send(reply_format(code, lines));
+  if (!replied_last_) control.send(reply_format(code, lines));
 }
 
 void session::reply_block(int code, std::string_view first, const std::vector<std::string>& inner,
                           std::string_view last) {
-  control.send(server::reply_block(code, first, inner, last));
+  if (!replied_last_) control.send(server::reply_block(code, first, inner, last));
+}
+
+boost::asio::awaitable<bool> session::secure(std::string invitation) {
+  using std::chrono::milliseconds;
+  const auto left = std::chrono::ceil<milliseconds>(login.deadline - std::chrono::steady_clock::now());
+  auto engine = tls->control_engine();
+  const auto error = co_await control.secure(std::move(engine), std::move(invitation), std::max(left, milliseconds(0)));
+  if (error) {
+    log_info("{}: TLS handshake failed: {}", who(), error.message());
+    end("no TLS");
+    co_return false;
+  }
+  log_info("{}: {}", who(), control.protection());
+  co_return true;
+}
+
+void session::protect_data(bool on) {
+  data.protection().tls = on ? tls.get() : nullptr;
+  data.protection().must_resume = config.tls_require_resumption;
 }
 
 std::shared_ptr<transfer> session::make_transfer(const std::string& path) {
@@ -44,11 +73,16 @@ std::shared_ptr<transfer> session::make_transfer(const std::string& path) {
   return std::make_shared<transfer>(transfer_client{
       .loop = loop,
       .data = data,
-      .stall_limit = std::chrono::seconds(config.idle_timeout_s),
-      .opening = [this, path] { reply(150, "Opening data connection for " + path + "."); },
+      .stall_limit = std::chrono::seconds(config.stalled_timeout_s),
+      .opening =
+          [this, path] {
+            if (data.protection().tls) control.renew_ticket();  // each data connection may use one up
+            reply(150, "Opening data connection for " + path + ".");
+          },
       .present = [this] { return control.present(); },
       .speaks = [this](std::chrono::steady_clock::time_point since) { return last_line_ > since; },
       .end_grace = blocks ? std::chrono::milliseconds(0) : end_grace(),
+      .require_close_notify = config.tls_require_close_notify,
       .blocks = blocks ? std::optional(transfer_blocks()) : std::nullopt,
   });
 }

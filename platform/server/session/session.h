@@ -5,6 +5,7 @@
 #include "net/control_channel.h"
 #include "net/data_channel.h"
 #include "net/event_loop.h"
+#include "net/tls_session.h"
 #include "net/wake.h"
 #include "session/client_settings.h"
 #include "session/login_state.h"
@@ -32,9 +33,12 @@ class session {
   accounts_cache& accounts;
   event_loop loop;
   control_channel control;
+  const std::unique_ptr<tls_session> tls;  ///< null: TLS is not offered
   data_channel data;
   storage_session storage;
   login_state login;
+  shared_limits* const limits;  ///< null: nobody counts
+  const std::size_t share;      ///< of the limits
   client_settings settings;
 
   /// Sends a reply.
@@ -42,6 +46,14 @@ class session {
   void reply(int code, const std::vector<std::string>& lines);
   /// Sends "CODE-first", the inner lines as they stand behind a blank, "CODE last" (RFC 2389, RFC 3659).
   void reply_block(int code, std::string_view first, const std::vector<std::string>& inner, std::string_view last);
+
+  /// The last reply: what a command that is cut short has to say afterwards is not sent.
+  void reply_last(int code, std::string_view line);
+  /// Goes on under TLS, after an invitation that is sent as it stands; none when the client begins by itself.
+  /// \return false when that failed, and the session has ended.
+  boost::asio::awaitable<bool> secure(std::string invitation);
+  /// Whether data connections are private from now on.
+  void protect_data(bool on);
 
   /// A use of the data channel for a command about `path`.
   std::shared_ptr<transfer> make_transfer(const std::string& path);
@@ -69,6 +81,7 @@ class session {
   block_settings transfer_blocks();
 
   bool ending_ = false;
+  bool replied_last_ = false;
   std::chrono::steady_clock::time_point last_line_{};
   std::function<void()> ending_call_, sent_call_;
   wake end_wake_;

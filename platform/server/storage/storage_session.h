@@ -155,8 +155,9 @@ class storage_session {
   /// Cancels what runs: its transfer ends with the reply `code` `why`, the plug-in's sleeps and requests end early.
   /// \return whether something ran.
   bool cancel(int code, const std::string& why);
-  /// Ends the plug-in's session and the thread. \return false when the thread hangs: the process has to end without it.
-  [[nodiscard]] bool finish(std::chrono::milliseconds limit);
+  /// Ends the plug-in's session and the thread. Where uploads were left unfinished, the plug-in has `tidy_limit` to
+  /// undo them at the other end. \return false when the thread hangs beyond `limit`: the process has to end without it.
+  [[nodiscard]] bool finish(std::chrono::milliseconds limit, std::chrono::milliseconds tidy_limit);
 
   // For what the plug-in calls, and for the operation thread.
   event_loop& loop() const { return host_.loop; }

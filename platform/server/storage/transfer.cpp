@@ -48,6 +48,7 @@ void transfer::receive(const incoming_data& what) {
     rules.expected = what.expected;
     rules.end_grace = std::chrono::milliseconds(0);  // it follows once all are there
     rules.peer_present = client_.present;
+    rules.require_close_notify = client_.require_close_notify;
     rules.broken = std::move(broken);
     receiver_ = std::make_unique<data_receiver>(client_.loop, std::move(rules));
     return;
@@ -78,7 +79,7 @@ asio::awaitable<void> transfer::open(std::shared_ptr<transfer> self) {
   if (self->lanes_) co_return co_await accept_lanes(self);
   data_connection connection = co_await self->client_.data.open(CONNECTION_LIMIT);
   if (self->over_) co_return;
-  if (!connection.socket) self->cancel(425, connection.error);
+  if (!connection.socket) self->cancel(connection.code, connection.error);
   if (!connection.socket || self->failed_) co_return;
   if (self->receiver_) {
     self->receiver_->attach(std::move(connection.socket));
@@ -93,7 +94,7 @@ asio::awaitable<void> transfer::accept_lanes(std::shared_ptr<transfer> self) {
   while (true) {
     data_connection connection = co_await self->client_.data.open_another(limit);
     if (self->over_) co_return;
-    if (!connection.socket && limit) co_return self->cancel(425, connection.error);
+    if (!connection.socket && limit) co_return self->cancel(connection.code, connection.error);
     if (!connection.socket) co_return;  // those that are there may be all
     self->receiver_->attach(std::move(connection.socket));
     limit.reset();
@@ -114,7 +115,7 @@ asio::awaitable<void> transfer::open_lane(std::shared_ptr<transfer> self) {
   data_connection connection = co_await self->client_.data.open_another(CONNECTION_LIMIT);
   if (self->over_) co_return;
   if (connection.socket) co_return self->sender_->attach(std::move(connection.socket));
-  if (++self->lanes_missing_ == self->lanes_asked_) co_return self->cancel(425, connection.error);
+  if (++self->lanes_missing_ == self->lanes_asked_) co_return self->cancel(connection.code, connection.error);
   self->lanes_->missing();
 }
 

@@ -49,6 +49,7 @@ struct transfer_client {
   /// Whether the client has said something since then.
   std::function<bool(std::chrono::steady_clock::time_point since)> speaks;
   std::chrono::milliseconds end_grace;        ///< how long a client that is dead may look alive
+  bool require_close_notify = false;          ///< under TLS, before the end of what is received is believed
   std::optional<block_settings> blocks = {};  ///< nothing: stream mode
 };
 

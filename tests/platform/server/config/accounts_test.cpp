@@ -48,6 +48,12 @@ TEST(Accounts, EveryMistakeIsReportedWithItsLine) {
       {"[a]\npassword = '!$6$a$b'\ncredential = 'c'\n", 2, "no password hash"},
       {"[a]\npassword = 5\ncredential = 'c'\n", 2, "expected a text in quotes, found 5"},
       {"[a]\npassword = '$6$a$b'\n\ncredential = ''\n", 4, "expected the path"},
+      {"[a]\ncredential = 'c'\n", 1, "so is certificates"},
+      {"[a]\ncertificates = 'x'\ncredential = 'c'\n", 2, "expected a list"},
+      {"[a]\ncertificates = []\ncredential = 'c'\n", 2, "at least one"},
+      {"[a]\ncertificates = [\n5]\ncredential = 'c'\n", 3, "expected a text"},
+      {"[a]\ncertificates = ['subject:']\ncredential = 'c'\n", 2, "\"sha256:\""},
+      {"[a]\ncertificates = ['sha256:AB']\ncredential = 'c'\n", 2, "lower-case hex"},
       {"[a]\npassword = '$6$a$b'\n", 1, "credential in [a] is missing"},
       {"[a]\npassword = '$6$a$b'\ncredentials = 'c'\ncredential = 'c'\n", 3, "did you mean \"credential\"?"},
       {"\na = 'x'\n", 2, "expected a table"},
@@ -63,6 +69,33 @@ TEST(Accounts, EveryMistakeIsReportedWithItsLine) {
     EXPECT_EQ(mistakes[0].line, row.line) << row.content << mistakes[0].text;
     EXPECT_NE(mistakes[0].text.find(row.text), std::string::npos) << mistakes[0].text;
   }
+}
+
+TEST(Accounts, CertificatesLogInByAnyOfTheirNames) {
+  const temporary_folder folder;
+  const std::string digest = "sha256:" + std::string(64, 'a');
+  const std::string file = folder.write("a.toml", "[bob]\ncertificates = ['subject:CN=bob', '" + digest +
+                                                      "']\ncredential = 'c'\n[eve]\npassword = '" +
+                                                      hash_of("x", "$1$abc") + "'\ncredential = 'c'\n");
+  account_map read;
+  ASSERT_TRUE(accounts_load(file, read).empty());
+  const struct {
+    const char* name;
+    std::vector<std::string> shown;
+    bool accepted;
+  } rows[] = {
+      {"bob", {digest, "subject:CN=other"}, true},
+      {"bob", {"sha256:b", "subject:CN=bob"}, true},
+      {"bob", {"subject:CN=bob,O=more"}, false},
+      {"bob", {}, false},
+      {"eve", {digest, "subject:CN=bob"}, false},
+      {"eve", {}, false},
+      {"nobody", {digest}, false},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(accounts_with_certificate(read, row.name, row.shown) != nullptr, row.accepted) << row.name;
+  for (const char* password : {"", "x"}) EXPECT_EQ(accounts_authenticate(read, "bob", password), nullptr);
+  EXPECT_NE(accounts_authenticate(read, "eve", "x"), nullptr);
 }
 
 }  // namespace
