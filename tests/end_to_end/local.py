@@ -163,7 +163,7 @@ upload_base = "{api_base or box.base}"
 
     def ftp(self, timeout=60):
         client = ftplib.FTP(timeout=timeout)
-        client.connect(self.host, self.port)
+        client.connect(self.host.strip("[]"), self.port)
         client.login("alice", PASSWORD)
         return client
 

@@ -20,18 +20,19 @@ class Lost(Exception):
 class Client:
     """One session."""
 
-    def __init__(self, server):
+    def __init__(self, server, login=True):
         self.control = socket.create_connection((server.host, server.port), timeout=PATIENCE_S)
         self.lines = self.control.makefile("rb")
         self.address = (server.host, server.port)
         self.last_cut = None  # what the server has said of the last store that broke off
-        for line, code in ((None, 220), ("USER alice", 331), (f"PASS {PASSWORD}", 230), ("TYPE I", 200)):
+        entry = ("USER alice", 331), (f"PASS {PASSWORD}", 230), ("TYPE I", 200)
+        for line, code in ((None, 220), *(entry if login else ())):
             answer = self.command(line) if line else self.reply()
             if answer[0] != code:
                 raise Lost(f"login: {answer}")
 
     def send(self, line):
-        self.control.sendall(line.encode() + b"\r\n")
+        self.control.sendall((line if isinstance(line, bytes) else line.encode()) + b"\r\n")
 
     def reply(self):
         """(code, text) of the next final or preliminary reply."""

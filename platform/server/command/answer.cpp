@@ -49,4 +49,18 @@ bool transfer_possible(session& client) {
   return false;
 }
 
+bool download_possible(session& client) {
+  if (!transfer_possible(client)) return false;
+  if (!client.settings.block_mode || !client.data.passive()) return true;
+  client.reply(425, "In extended block mode the server connects to send a file: use PORT, EPRT or SPOR first.");
+  return false;
+}
+
+bool upload_possible(session& client) {
+  if (!transfer_possible(client)) return false;
+  if (!client.settings.block_mode || client.data.passive()) return true;
+  client.reply(425, "In extended block mode the client connects to send a file: use PASV, EPSV or SPAS first.");
+  return false;
+}
+
 }  // namespace tarvex::server
