@@ -55,10 +55,13 @@ class BlockClient:
         return self.ftp.sock.getpeername()[0], port
 
     def connect(self, address):
-        made = socket.create_connection(address, timeout=60)
-        if self.tls:
-            made = self.tls.wrap_socket(made, session=getattr(self.ftp.sock, "session", None))
-        return made
+        return self.protect(socket.create_connection(address, timeout=60))
+
+    def protect(self, made):
+        made.settimeout(60)
+        if not self.tls:
+            return made
+        return self.tls.wrap_socket(made, server_hostname="localhost", session=self.ftp.sock.session)
 
     def listen(self, striped=False):
         """Tells the server where to connect to."""
@@ -122,11 +125,7 @@ class BlockClient:
             assert ready, "nothing comes"
             for lane in ready:
                 if lane is listener:
-                    made = listener.accept()[0]
-                    if self.tls:
-                        made = self.tls.wrap_socket(made, session=getattr(self.ftp.sock, "session", None))
-                    made.settimeout(60)
-                    lanes.add(made)
+                    lanes.add(self.protect(listener.accept()[0]))
                     opened += 1
                     continue
                 bits, announces = self.take_block(lane, take)

@@ -1,13 +1,16 @@
 """Extended block mode, both ways: any number of connections, blocks in any order, ranges, and clients that break off."""
 
+import ftplib
 import re
 import socket
+import ssl
 import struct
 import time
 
 import pytest
 from block_client import CLOSES, EOD, EOF, HEADER, BlockClient, assemble, cut
-from local import SMALL_BOX, SMALL_SERVER, Box, Server, pattern, sha1, wait_until
+from certificates import issue, make_authority
+from local import PASSWORD, SMALL_BOX, SMALL_SERVER, Box, Server, pattern, sha1, wait_until
 
 SIZE = 5_000_011
 LANES = [1, 2, 4, 8, 16]
@@ -73,6 +76,66 @@ def test_restarted_downloads_bring_what_is_missing(server, client, content, rest
     received = bytearray()
     client.ftp.retrbinary(f"{command} /blocks", received.extend)
     assert received == b"".join(content[a:b] for a, b in wanted), "in stream mode one after the other"
+
+
+@pytest.fixture(scope="module")
+def private(tmp_path_factory, box):
+    """A server with TLS, and how clients with a certificate, with another, and with none speak it."""
+    directory = tmp_path_factory.mktemp("private")
+    authority = make_authority(directory)
+    certificate = issue(directory, authority, "server", "/CN=localhost")
+    server = Server(directory, box, server_lines=f'''[tls]
+certificate = "{certificate.file}"
+key = "{certificate.key}"
+client_ca = "{authority.file}"''')
+    contexts = {}
+    for name in ("none", "alice", "bob"):
+        contexts[name] = ssl.create_default_context(cafile=authority.file)
+        if name != "none":
+            shown = issue(directory, authority, name, f"/CN={name}", "extendedKeyUsage=clientAuth")
+            contexts[name].load_cert_chain(shown.file, shown.key)
+    yield server, contexts
+    server.stop()
+
+
+def private_client(server, context):
+    ftp = ftplib.FTP_TLS(context=context, timeout=60)
+    ftp.connect("127.0.0.1", server.port)
+    ftp.login("alice", PASSWORD)
+    ftp.prot_p()
+    return BlockClient(ftp, context)
+
+
+@pytest.mark.parametrize("lanes", LANES)
+def test_tls_is_the_same_both_ways(box, private, content, lanes):
+    server, contexts = private
+    client = private_client(server, contexts["none"])
+    if lanes % 4:
+        client.ftp.sendcmd(f"ALLO {SIZE}")
+    assert client.store(f"/tls-{lanes}", cut(content, 150_000, lanes, 4, seed=lanes)).startswith("226")
+    assert box.find(f"/tls-{lanes}")["sha1"] == sha1(content)
+    answer, blocks, opened = client.fetch("/blocks", streams=lanes)
+    assert answer.startswith("226") and opened == lanes and assemble(blocks, SIZE)[0] == content
+
+
+def test_data_connections_show_the_certificate(private, content):
+    server, contexts = private
+    client = private_client(server, contexts["none"])
+    with pytest.raises(ftplib.error_perm, match="503"):
+        client.ftp.sendcmd("DCAU A")
+    client = private_client(server, contexts["alice"])
+    assert client.ftp.sendcmd("DCAU A").startswith("200")
+    assert client.fetch("/blocks", streams=2)[0].startswith("226")
+    client.ftp.sendcmd("PROT C")
+    client.passive()
+    with pytest.raises(ftplib.error_perm, match="503 DCAU A needs private"):
+        client.ftp.sendcmd("STOR /plain-dcau")
+    client.ftp.sendcmd("PROT P")
+    address = client.passive()
+    client.ftp.putcmd("STOR /stolen")
+    assert client.reply().startswith("150")
+    with socket.create_connection(address) as plain, contexts["bob"].wrap_socket(plain, server_hostname="localhost"):
+        assert client.reply().startswith("522 The data connection has to show the certificate")
 
 
 def test_empty_files_go_both_ways(box, client):

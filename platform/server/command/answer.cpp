@@ -44,6 +44,11 @@ bool root_refused(session& client, std::string_view path) {
 }
 
 bool transfer_possible(session& client) {
+  const data_protection& wanted = client.data.protection();
+  if (!wanted.certificate.empty() && wanted.tls == nullptr) {
+    client.reply(503, "DCAU A needs private data connections: send PROT P, or DCAU N.");
+    return false;
+  }
   if (client.data.ready()) return true;
   client.reply(425, "Prepare a data connection with PASV, EPSV, PORT or EPRT first.");
   return false;

@@ -62,6 +62,17 @@ bool take_option(client_settings& settings, std::string_view option) {
   return row != RETRIEVE_OPTIONS.end() && row->take(settings, option);
 }
 
+/// Data connections have to show the certificate of the control connection.
+void authenticate_data(session& client) {
+  const certificate_names shown = client.control.peer_certificate();
+  if (shown.empty()) return client.reply(503, "DCAU A needs TLS and a client certificate on the control connection.");
+  // By its digest where there is one: a subject can be another certificate's, too.
+  const auto exact =
+      std::find_if(shown.begin(), shown.end(), [](const std::string& name) { return name.starts_with("sha256:"); });
+  client.data.protection().certificate = exact == shown.end() ? shown.front() : *exact;
+  client.reply(200, "Data connections have to show the certificate of the control connection.");
+}
+
 }  // namespace
 
 void opts_retr(session& client, std::string_view options) {
@@ -101,9 +112,11 @@ handled command_rest(session& client, std::string argument) {
 handled command_dcau(session& client, std::string argument) {
   std::string_view rest = argument;
   const std::string_view mode = take_word(rest);
-  if (same_word(mode, "N") && rest.empty()) co_return client.reply(200, "Data connections are not authenticated.");
-  if (same_word(mode, "A") && rest.empty())
-    co_return client.reply(503, "DCAU A needs TLS and a client certificate on the control connection.");
+  if (same_word(mode, "A") && rest.empty()) co_return authenticate_data(client);
+  if (same_word(mode, "N") && rest.empty()) {
+    client.data.protection().certificate.clear();
+    co_return client.reply(200, "Data connections are not authenticated.");
+  }
   if (same_word(mode, "S") && !rest.empty())
     co_return client.reply(504, "Data connections cannot be authenticated for another subject.");
   client.reply(501, "DCAU takes N, A or S subject.");
