@@ -111,7 +111,7 @@ TEST_F(SessionTest, HangingStorageDoesNotKeepTheProcess) {
 }
 
 TEST_F(SessionTest, IdleClientsAreSentAway) {
-  config.idle_timeout_s = 1;
+  config.idle_timeout_s = config.stalled_timeout_s = 1;
   script.send = [](auto op, auto*) { send_without_end(op); };
   log_in();
   const loopback_socket data = passive();

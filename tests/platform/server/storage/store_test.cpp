@@ -114,7 +114,7 @@ TEST_F(StoreTest, ClientsThatAreGoneHaveNotSentEverything) {
 }
 
 TEST_F(StoreTest, BrokenAndSilentDataConnectionsAreNoEnd) {
-  config.idle_timeout_s = 1;
+  config.stalled_timeout_s = 1;
   log_in();
   for (const bool announced : {false, true}) {
     for (const bool reset : {false, true}) {
