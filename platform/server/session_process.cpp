@@ -57,11 +57,11 @@ bool conversation::open() {
   control_channel::events events;
   events.on_queued = [this] { attend(); };
   events.on_lost = [this] { client_.end("connection lost"); };
-  // Who has said all may still read its replies and its download. Of one whose data are on their way in it is the sign
-  // that it died: a killed client's connections end like this.
+  // Who has said all may still read its replies. Of one whose data are on their way it is the sign that it died: a
+  // killed client's connections end like this, and nobody would take what is still to come.
   events.on_half_closed = [this] {
     const operation* const running = client_.storage.running();
-    if (running && running->transfer && running->transfer->receives()) client_.end("connection lost");
+    if (running && running->transfer) client_.end("connection lost");
   };
   if (!client_.control.start(std::move(events), implicit_tls_)) return false;
   client_.loop.on_signal(SIGTERM, [this] { stop(); });

@@ -105,7 +105,7 @@ bool store::prepare_anew(operation& op) {
   if (!operation_prepare(op)) return false;
   std::optional<item_stat> taken;
   if (request_.replaces || !stat_inside(op, op.subject.path, taken).ok() || !taken) return true;
-  request_.replaces = true;
+  request_.replaces = op.replaces = true;
   return !std::exchange(end_awaited_, false) || await_life(op);
 }
 
