@@ -19,6 +19,7 @@ import time
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests" / "end_to_end"))
 from certificates import issue, make_authority  # noqa: E402
 from local import BUILD, PASSWORD, Box, Server  # noqa: E402
+from block_mode import long_wire, loopback  # noqa: E402
 import crowd as crowds  # noqa: E402
 from memory import private_bytes  # noqa: E402
 
@@ -469,6 +470,22 @@ def rclone():
         rclone_side_by_side(place, GIB, 300, 100)
 
 
+def block_mode():
+    """1 GiB both ways in extended block mode on loopback, and 16 MiB over a wire of 80 ms that loses packets."""
+    with Place() as (box, server):
+        fill(box, "large", 1, GIB)
+        (name,) = box.items(box.items()["large"]["id"])
+        for what, speed in loopback(server, f"/large/{name}", GIB):
+            aim = "aim: no less than 1" if what in ("4 down", "4 up") else ""
+            row(f"block mode 1 GiB, connections: {what}", f"{speed / 1e6:.0f} MB/s", aim)
+    for loss, control in ((0.001, "cubic"), (0.003, "cubic"), (0.003, "reno")):
+        found = long_wire(loss, control)
+        for way in ("down", "up"):
+            one, eight = found[f"1 {way}"], found[f"8 {way}"]
+            row(f"block mode, 80 ms, {loss:.1%} loss, {control}, {way}: 1 / 8 connections / ratio",
+                f"{one / 1e6:.2f} / {eight / 1e6:.2f} MB/s / {eight / one:.1f}", "aim: at least 3 times")
+
+
 class Vsftpd:
     """An FTP server of others that serves a local folder to everybody, as whoever runs this."""
 
@@ -590,7 +607,7 @@ def micro():
 
 BENCHMARKS = {run.__name__: run for run in (
     download, listing, memory, logins, pacing, upload, upload_memory, checksum, small_files, tls, handshakes, four_sessions,
-    abort_under_pacing, crowd, rclone, micro)}
+    abort_under_pacing, block_mode, crowd, rclone, micro)}
 
 
 def main():

@@ -74,6 +74,7 @@ std::string session_processes::open() {
   if (!changes_ || !budget_ || !limits_) return std::strerror(errno);
   budget_->memory_limit_bytes = config_.spool_memory_bytes;
   budget_->disk_limit_bytes = config_.spool_disk_bytes;
+  budget_->window_limit_bytes = config_.window_bytes_total;
   if (getrandom(&limits_->salt, sizeof limits_->salt, 0) != sizeof limits_->salt) return std::strerror(errno);
   return sandbox_.prepare(config_.sandbox);
 }

@@ -5,6 +5,7 @@
 
 #include <boost/asio/ip/address_v4.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -59,7 +60,8 @@ struct configuration {
   // [limits], over all sessions of this server
   std::uint64_t spool_memory_bytes = std::uint64_t{1} << 30;  ///< of uploads that wait in memory
   std::uint64_t spool_disk_bytes = 0;  ///< of those in the spool directory; 0: as the disk allows
-  unsigned sessions_per_account = 0;   ///< 0 here and in the next three: no limit
+  std::uint64_t window_bytes_total = std::uint64_t{1} << 30;  ///< of blocks that came early
+  unsigned sessions_per_account = 0;                          ///< 0 here and in the next three: no limit
   unsigned sessions_per_address = 100;
   unsigned connections_per_minute = 600;  ///< of one address
   unsigned wrong_passwords = 20;          ///< of one address within the window
@@ -67,6 +69,10 @@ struct configuration {
   unsigned login_timeout_s = 120;
   unsigned line_length = 8192;      ///< bytes of a command line with its end
   unsigned stalled_timeout_s = 60;  ///< a transfer that waits for the client as long is given up
+
+  // [limits], of one transfer in extended block mode
+  unsigned data_streams = 16;           ///< connections
+  std::size_t window_bytes = 64 << 20;  ///< of blocks that came early
 
   // [security]
   std::string user = "tarvex";  ///< whom a server that was started as root becomes

@@ -14,6 +14,8 @@ namespace tarvex::server {
 namespace {
 
 constexpr std::int64_t LARGEST_SIZE = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t LEAST_WINDOW = 1 << 20;
+constexpr std::int64_t LARGEST_WINDOW = std::int64_t{64} << 30;
 
 using c = configuration;
 struct setting_row {
@@ -59,6 +61,9 @@ constexpr auto ROWS = std::to_array<setting_row>({
     {"limits", "stalled_timeout", read_number<&c::stalled_timeout_s, 1, 86400>},
     {"limits", "spool_memory_bytes", read_number<&c::spool_memory_bytes, 0, LARGEST_SIZE>},
     {"limits", "spool_disk_bytes", read_number<&c::spool_disk_bytes, 0, LARGEST_SIZE>},
+    {"limits", "data_streams", read_number<&c::data_streams, 1, 256>},
+    {"limits", "window_bytes", read_number<&c::window_bytes, LEAST_WINDOW, LARGEST_WINDOW>},
+    {"limits", "window_bytes_total", read_number<&c::window_bytes_total, 0, LARGEST_SIZE>},
     {"security", "user", read_user},
     {"security", "sandbox", read_sandbox},
 });

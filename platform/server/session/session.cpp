@@ -1,7 +1,9 @@
 #include "session/session.h"
 
 #include "base/log.h"
+#include "ftp/markers.h"
 #include "ftp/reply.h"
+#include "storage/spool_budget.h"
 #include "storage/transfer.h"
 
 #include <algorithm>
@@ -66,6 +68,8 @@ void session::protect_data(bool on) {
 }
 
 std::shared_ptr<transfer> session::make_transfer(const std::string& path) {
+  // Whoever ends explicitly needs no grace.
+  const bool blocks = settings.block_mode;
   return std::make_shared<transfer>(transfer_client{
       .loop = loop,
       .data = data,
@@ -77,9 +81,24 @@ std::shared_ptr<transfer> session::make_transfer(const std::string& path) {
           },
       .present = [this] { return control.present(); },
       .speaks = [this](std::chrono::steady_clock::time_point since) { return last_line_ > since; },
-      .end_grace = end_grace(),
+      .end_grace = blocks ? std::chrono::milliseconds(0) : end_grace(),
       .require_close_notify = config.tls_require_close_notify,
+      .blocks = blocks ? std::optional(transfer_blocks()) : std::nullopt,
   });
+}
+
+block_settings session::transfer_blocks() {
+  const storage_session::host& host = storage.environment();
+  return {
+      .connections_max = config.data_streams,
+      .connections = std::min(settings.retrieve_connections, config.data_streams),
+      .block_bytes = settings.retrieve_block_bytes,
+      .window_bytes = config.window_bytes,
+      .account = window_account(host.budget, host.budget_share),
+      .interval = std::chrono::seconds(config.update_interval_s),
+      .progress = [this](std::uint64_t moved,
+                         std::uint64_t restart_point) { control.send(markers_format(moved, restart_point)); },
+  };
 }
 
 /// A packet that tells of the end of the control connection may have to be sent again, more than once.

@@ -11,6 +11,7 @@
 #include "session/login_state.h"
 #include "session/session_setup.h"
 #include "storage/storage_session.h"
+#include "storage/transfer.h"
 
 #include <functional>
 #include <memory>
@@ -77,6 +78,7 @@ class session {
 
  private:
   std::chrono::milliseconds end_grace() const;
+  block_settings transfer_blocks();
 
   bool ending_ = false;
   bool replied_last_ = false;
