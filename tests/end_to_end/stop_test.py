@@ -2,14 +2,17 @@
 
 import contextlib
 import ftplib
+import shutil
 import signal
 import socket
+import ssl
 import threading
 import time
 import uuid
 
 import pytest
-from local import SMALL_BOX, SMALL_SERVER, Box, Server, pattern, wait_until
+from certificates import issue, make_authority
+from local import PASSWORD, SMALL_BOX, SMALL_SERVER, Box, Server, pattern, wait_until
 
 GRACE = 1
 # A request of Box's may take as long as a test wants.
@@ -29,9 +32,9 @@ def start(tmp_path, small_box):
     """Starts a server; it is gone at the end."""
     started = []
 
-    def make(server_lines="", **options):
+    def make(server_lines="", grace=GRACE, **options):
         started.append(Server(tmp_path, small_box, settings=SETTINGS,
-                              server_lines=f"grace_time = {GRACE}\n{server_lines}", **options))
+                              server_lines=f"grace_time = {grace}\n{server_lines}", **options))
         return started[-1]
 
     yield make
@@ -93,14 +96,14 @@ def test_what_runs_has_its_grace_and_then_ends(start, small_box):
 
 
 def test_what_ends_within_the_grace_ends_well(start, small_box):
-    server = start()
+    server = start(grace=20)
     client = server.ftp()
     client.voidcmd("TYPE I")
     client.sendcmd("ALLO 300000")
     with client.transfercmd("STOR whole") as data:
         data.sendall(pattern(300_000)[:200_000])
         server.process.send_signal(signal.SIGTERM)
-        time.sleep(GRACE / 4)
+        time.sleep(0.2)
         data.sendall(pattern(300_000)[200_000:])
     assert replies_till_the_end(client) == [226, 421]
     assert server.process.wait(timeout=20) == 0
@@ -235,3 +238,37 @@ def test_a_restart_refuses_nobody_when_the_socket_is_handed_over(tmp_path, small
                 assert waiting.recv(100).startswith(b"220 ")
             assert server.address == address
             assert server.stop() == 0
+
+
+def test_a_renewed_certificate_is_for_those_who_come_and_a_bad_one_for_nobody(start, tmp_path, small_box):
+    """On AUTH TLS and on an implicit address; a session that runs keeps the one that it began with."""
+    authority = make_authority(tmp_path)
+    first, second = (issue(tmp_path, authority, name, "/CN=localhost") for name in ("first", "second"))
+    for source, target in ((first.file, "cert.pem"), (first.key, "key.pem")):
+        shutil.copy(source, tmp_path / target)
+    server = start(tables='[tls]\ncertificate = "cert.pem"\nkey = "key.pem"\nimplicit_listen = ["127.0.0.1:0"]')
+    implicit = int(server.process.stdout.readline().decode().rsplit(":", 1)[1])
+    trusted = ssl.create_default_context(cafile=authority.file)
+
+    def serial():
+        """Of the certificate that a new implicit connection sees."""
+        with socket.create_connection((server.host, implicit), timeout=20) as plain, \
+                trusted.wrap_socket(plain, server_hostname="localhost") as control:
+            assert control.recv(100).startswith(b"220 ")
+            return control.getpeercert()["serialNumber"]
+
+    before = serial()
+    running = ftplib.FTP_TLS(context=trusted, timeout=20)
+    running.connect(server.host, server.port)
+    running.login("alice", PASSWORD)
+    (tmp_path / "cert.pem").write_text("no certificate")
+    assert "nothing is changed" in change(server, "", "")
+    assert serial() == before
+    for source, target in ((second.file, "cert.pem"), (second.key, "key.pem")):
+        shutil.copy(source, tmp_path / target)
+    assert "read again" in change(server, "", "")
+    assert serial() != before
+    running.prot_p()
+    lines = []
+    running.retrlines("NLST", lines.append)  # its data connections too are those of the first
+    running.quit()

@@ -555,7 +555,8 @@ def test_a_login_is_refused_for_the_credential_alone(box, server):
 
 
 def test_sessions_that_wait_for_their_turn_at_box_can_give_up(tmp_path, box):
-    server = Server(tmp_path, box, policy='{"user_api_rate_limit": 16}')
+    server = Server(tmp_path, box, policy='{"user_api_rate_limit": 16}',
+                    tables="[limits]\nsessions_per_address = 0")
     with concurrent.futures.ThreadPoolExecutor(20) as pool:
         clients = list(pool.map(lambda _: Client(server), range(200)))
     for client in clients:

@@ -39,7 +39,7 @@ class InterruptionTest : public SessionTest {
     if (how == abort) control.write("\xff\xf4\xff\xf2" + std::string("ABOR\r\n"));
     if (how == client_lost_with_full_queue) control.write(queue);
     if (how == termination) raise(SIGTERM);
-    if (how <= abort) expect_reply("426 ");
+    if (how <= abort || how == termination) expect_reply("426 ");
     if (how == abort) expect_reply("226 ");
     if (how == termination) expect_reply("426 ");
     if (how == termination) expect_reply("421 ");
