@@ -21,6 +21,12 @@ def private_bytes(pid):
     return total
 
 
+def proportional_bytes(pid):
+    """Pages that processes share are divided among them (Pss of /proc/PID/smaps_rollup). Raises OSError."""
+    with open(f"/proc/{pid}/smaps_rollup", encoding="ascii") as rollup:
+        return next(int(line.split()[1]) * 1024 for line in rollup if line.startswith("Pss:"))
+
+
 def main():
     pids = sys.argv[1:]
     if not pids or not all(pid.isdecimal() for pid in pids):

@@ -19,10 +19,14 @@ import time
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests" / "end_to_end"))
 from certificates import issue, make_authority  # noqa: E402
 from local import BUILD, PASSWORD, Box, Server  # noqa: E402
+from block_mode import long_wire, loopback  # noqa: E402
+import crowd as crowds  # noqa: E402
 from memory import private_bytes  # noqa: E402
 
 GIB = 1024**3
 ROWS = []
+# All clients come from one address, and log in one after the other.
+CROWDED = "[limits]\nconnections_per_minute = 0"
 
 
 def row(name, value, aim=""):
@@ -66,7 +70,7 @@ class Place:
         self.directory = tempfile.TemporaryDirectory(prefix="tarvex-bench-")
         path = pathlib.Path(self.directory.name)
         self.box = Box(path, *self.arguments[0])
-        self.server = Server(path, self.box, **self.arguments[1])
+        self.server = Server(path, self.box, **{"tables": CROWDED, **self.arguments[1]})
         return self.box, self.server
 
     def __exit__(self, *error):
@@ -386,7 +390,8 @@ class RclonePlace:
         make_certificate(self.top)
         self.box = Box(self.top, "--certificate", self.top / "cert.pem", "--key", self.top / "key.pem",
                        listen="127.0.0.1:443", ca=self.top / "ca.pem")
-        self.server = Server(self.top, self.box, api_base="https://127.0.0.1:443", ca=self.top / "ca.pem")
+        self.server = Server(self.top, self.box, api_base="https://127.0.0.1:443", ca=self.top / "ca.pem",
+                             tables=CROWDED)
         (self.top / "rclone.conf").write_text(f"[bx]\ntype = box\naccess_token = {self.box.token}\n")
         return self
 
@@ -463,6 +468,22 @@ def rclone():
     with RclonePlace() as place:
         rclone_side_by_side(place, GIB, 1000, 0)
         rclone_side_by_side(place, GIB, 300, 100)
+
+
+def block_mode():
+    """1 GiB both ways in extended block mode on loopback, and 16 MiB over a wire of 80 ms that loses packets."""
+    with Place() as (box, server):
+        fill(box, "large", 1, GIB)
+        (name,) = box.items(box.items()["large"]["id"])
+        for what, speed in loopback(server, f"/large/{name}", GIB):
+            aim = "aim: no less than 1" if what in ("4 down", "4 up") else ""
+            row(f"block mode 1 GiB, connections: {what}", f"{speed / 1e6:.0f} MB/s", aim)
+    for loss, control in ((0.001, "cubic"), (0.003, "cubic"), (0.003, "reno")):
+        found = long_wire(loss, control)
+        for way in ("down", "up"):
+            one, eight = found[f"1 {way}"], found[f"8 {way}"]
+            row(f"block mode, 80 ms, {loss:.1%} loss, {control}, {way}: 1 / 8 connections / ratio",
+                f"{one / 1e6:.2f} / {eight / 1e6:.2f} MB/s / {eight / one:.1f}", "aim: at least 3 times")
 
 
 class Vsftpd:
@@ -572,6 +593,13 @@ def handshakes():
                     f"{400 / took:.0f} / {400 / each:.0f} / {signatures(bits):.0f}")
 
 
+def crowd():
+    """500 idle sessions, and what one hostile client costs another."""
+    for measure in (crowds.idle_sessions, crowds.hostile_client):
+        with tempfile.TemporaryDirectory(prefix="tarvex-bench-") as directory:
+            measure(row, pathlib.Path(directory))
+
+
 def micro():
     """Pieces inside a process."""
     subprocess.run([BUILD / "bin/micro", "--benchmark_min_time=0.2"], check=True)
@@ -579,7 +607,7 @@ def micro():
 
 BENCHMARKS = {run.__name__: run for run in (
     download, listing, memory, logins, pacing, upload, upload_memory, checksum, small_files, tls, handshakes, four_sessions,
-    abort_under_pacing, rclone, micro)}
+    abort_under_pacing, block_mode, crowd, rclone, micro)}
 
 
 def main():

@@ -33,6 +33,9 @@ TARVEX_API extern int tarvex_i_box_commit_attempts;      ///< commits of an uplo
 /// What a download for a checksum does with the digests and the count when it is tried again: 0: they go on, 1: they
 /// start afresh.
 TARVEX_API extern int tarvex_i_box_cksm_restart;
+/// What becomes of an upload session that is open when its login ends, and whose commit was not tried: 0: it stays at
+/// Box until Box drops it, 1: it is aborted.
+TARVEX_API extern int tarvex_i_box_abort_uploads;
 TARVEX_API extern const char* tarvex_i_box_retry_path;   ///< template of the directory of the pacing files
 TARVEX_API extern const char* tarvex_i_box_upload_path;  ///< template of the directory of the upload state files
 

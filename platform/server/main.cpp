@@ -3,7 +3,9 @@
 #include "config/accounts.h"
 #include "config/box_check.h"
 #include "config/configuration.h"
+#include "confine/privileges.h"
 #include "listener.h"
+#include "reload.h"
 #include "storage/plugin.h"
 
 #include <CLI/CLI.hpp>
@@ -11,7 +13,7 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
-#include <iterator>
+#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
@@ -34,17 +36,12 @@ struct options {
   server::log_level level = server::log_level::info;
 };
 
-void append(std::vector<server::configuration_mistake>& all, std::vector<server::configuration_mistake> more) {
-  all.insert(all.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
-}
-
-/// Every mistake in the configuration and in what it names.
+/// Every mistake in the configuration, in what it names, and in what it asks of this machine.
 std::vector<server::configuration_mistake> find_mistakes(const std::string& file, server::configuration& config,
                                                          server::account_map& accounts) {
-  auto mistakes = server::configuration_load(file, config);
-  if (!config.accounts_file.empty()) append(mistakes, server::accounts_load(config.accounts_file, accounts));
-  append(mistakes, server::accounts_credential_mistakes(config.accounts_file, accounts));
-  if (!config.storage_library.empty()) append(mistakes, server::plugin_check(config, file));
+  auto mistakes = server::configuration_read(file, config, accounts);
+  const std::string error = server::privileges_mistake(config.user);
+  if (!error.empty()) mistakes.push_back({file, server::configuration_line(config, "security.user"), error});
   return mistakes;
 }
 
@@ -56,9 +53,9 @@ int run(const options& chosen) {
   const auto mistakes = find_mistakes(chosen.file, config, accounts);
   for (const auto& mistake : mistakes) std::fprintf(stderr, "%s\n", server::mistake_text(mistake).c_str());
   if (!mistakes.empty()) return EXIT_MISTAKES;
-  const std::string warning = server::box_pacing_warning(config);
-  if (!warning.empty()) server::log_warning("{}", warning);
   if (chosen.check) {
+    const std::string warning = server::box_pacing_warning(config);
+    if (!warning.empty()) server::log_warning("{}", warning);
     std::puts("configuration ok");
     return 0;
   }
@@ -69,7 +66,7 @@ int run(const options& chosen) {
     server::log_write(server::log_level::error, error);
     return 1;
   }
-  return server::listener_run(config, storage);
+  return server::listener_run(std::filesystem::absolute(chosen.file).string(), config, storage);
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <utility>
 
 namespace tarvex::server {
 
@@ -20,13 +21,15 @@ namespace asio = boost::asio;
 namespace {
 
 constexpr std::chrono::seconds END_LIMIT{1};
+constexpr std::chrono::seconds TIDY_LIMIT{5};  ///< for what the storage still has to undo at the other end
 constexpr std::string_view GREETING = "GridFTP server ready.";
 
-/// One session's loop: a command after the other, while what may not wait is dealt with beside it.
+/// One session's loop: a command after the other, while what may not wait is dealt with beside it. When the server is
+/// to stop, what runs may go on for a while, and nothing new is begun.
 class conversation {
  public:
   conversation(session& client, bool implicit_tls)
-      : client_(client), implicit_tls_(implicit_tls), limit_(client.loop) {}
+      : client_(client), implicit_tls_(implicit_tls), limit_(client.loop), grace_(client.loop) {}
 
   /// \return false when the socket is no connection.
   bool open();
@@ -36,31 +39,32 @@ class conversation {
   void greet();
   void attend();
   void watch_idleness();
+  void stop();
+  void cut_short();
+  void say_farewell();
   void stop_when_over();
 
   session& client_;
   const bool implicit_tls_;
-  loop_timer limit_;
-  bool busy_ = false;    ///< a command is not over yet; later lines wait
-  bool served_ = false;  ///< no more commands
-  bool sent_ = false;    ///< no more replies
+  loop_timer limit_, grace_;
+  bool busy_ = false;      ///< a command is not over yet; later lines wait
+  bool stopping_ = false;  ///< the server is to stop
+  bool served_ = false;    ///< no more commands
+  bool sent_ = false;      ///< no more replies
 };
 
 bool conversation::open() {
   control_channel::events events;
   events.on_queued = [this] { attend(); };
   events.on_lost = [this] { client_.end("connection lost"); };
-  // Who has said all may still read its replies and its download. Of one whose data are on their way in it is the sign
-  // that it died: a killed client's connections end like this.
+  // Who has said all may still read its replies. Of one whose data are on their way it is the sign that it died: a
+  // killed client's connections end like this, and nobody would take what is still to come.
   events.on_half_closed = [this] {
     const operation* const running = client_.storage.running();
-    if (running && running->transfer && running->transfer->receives()) client_.end("connection lost");
+    if (running && running->transfer) client_.end("connection lost");
   };
   if (!client_.control.start(std::move(events), implicit_tls_)) return false;
-  client_.loop.on_signal(SIGTERM, [this] {
-    client_.reply(421, "The server is shutting down.");
-    client_.end("server shutdown");
-  });
+  client_.loop.on_signal(SIGTERM, [this] { stop(); });
   // A peer that does not read its last reply, or a storage that does not come back, is not waited for longer.
   client_.on_end([this] { limit_.start(END_LIMIT, [this] { client_.loop.stop(); }); },
                  [this] {
@@ -86,6 +90,7 @@ asio::awaitable<void> conversation::serve() {
     busy_ = true;
     co_await command_run(client_, *line);
     busy_ = false;
+    if (stopping_) say_farewell();
   }
   client_.end("connection lost");
   served_ = true;
@@ -129,6 +134,28 @@ void conversation::watch_idleness() {
   });
 }
 
+/// A command that runs has the grace time; whoever has none to wait for goes at once.
+void conversation::stop() {
+  if (client_.ending() || std::exchange(stopping_, true)) return;
+  if (!busy_) return say_farewell();
+  grace_.start(std::chrono::seconds(client_.config.grace_time_s), [this] { cut_short(); });
+}
+
+/// The grace is over. A transfer gets its own reply before the farewell; a storage that does not come back from it is
+/// not waited for.
+void conversation::cut_short() {
+  const operation* const running = client_.storage.running();
+  if (!running || !running->transfer) return say_farewell();
+  (void)client_.storage.cancel(426, "The transfer is cut short: the server is shutting down.");
+  grace_.start(END_LIMIT, [this] { say_farewell(); });
+}
+
+void conversation::say_farewell() {
+  if (client_.ending()) return;
+  client_.reply_last(421, "The server is shutting down.");
+  client_.end("server shutdown");
+}
+
 void conversation::stop_when_over() {
   if (served_ && sent_) client_.loop.stop();
 }
@@ -155,7 +182,7 @@ int serve(const session_setup& setup) {
   conversation with_client(client, setup.implicit_tls && setup.tls);
   if (!with_client.open()) return 1;
   run_loop(client);
-  if (!client.storage.finish(END_LIMIT)) {
+  if (!client.storage.finish(END_LIMIT, TIDY_LIMIT)) {
     log_error("{}: the storage hangs; the process ends without it", client.who());
     _exit(1);
   }

@@ -2,6 +2,9 @@
 
 #include "config/accounts_cache.h"
 #include "config/configuration.h"
+#include "confine/sandbox.h"
+#include "limits/arrivals.h"
+#include "limits/shared_limits.h"
 #include "net/tls_identity.h"
 #include "storage/change_slots.h"
 #include "storage/plugin.h"
@@ -11,9 +14,12 @@
 #include <sys/mman.h>
 #include <sys/types.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <string>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -21,20 +27,25 @@
 namespace tarvex::server {
 
 /// The processes that serve sessions, one for each connection: forked, not executed, so that they share the pages of
-/// the loaded libraries. The listener's thread.
+/// the loaded libraries, and confined. The listener's thread.
 class session_processes {
  public:
   /// \param signal_mask  that of the sessions; the listener blocks what it awaits
-  session_processes(const configuration& config, storage_plugin& storage, const sigset_t& signal_mask);
+  session_processes(configuration config, storage_plugin& storage, const sigset_t& signal_mask);
 
-  /// Sets up what all sessions share. \return false, with errno set, when there is no memory.
-  [[nodiscard]] bool open();
+  /// Sets up what all sessions share, and how they confine themselves. \return what went wrong; empty: nothing.
+  [[nodiscard]] std::string open();
+
+  /// Takes another configuration for the sessions to come. \return why it cannot be; nothing is changed then.
+  [[nodiscard]] std::string reload(configuration fresh);
 
   /// Sessions that are started from now on offer TLS as this identity; null: none.
   void use_tls(std::shared_ptr<const tls_identity> identity) { tls_ = std::move(identity); }
 
-  /// Hands a connection to a new process; a 421 turns it away beyond `max_sessions` and when no process can be had.
-  void start(descriptor control);
+  /// Hands a connection to a new process. A 421 turns it away when a limit is reached or no process can be had (a
+  /// client that speaks TLS from the first byte would not understand it, and is just closed upon). \return whether it
+  /// was handed over.
+  bool start(descriptor control, bool implicit_tls);
 
   /// Takes note of processes that have ended. Call after SIGCHLD.
   void reap();
@@ -45,6 +56,7 @@ class session_processes {
   void wait_for_all();
 
   [[nodiscard]] std::size_t count() const { return running_.size(); }
+  [[nodiscard]] const configuration& config() const { return config_; }
 
  private:
   template <typename Shared>
@@ -55,18 +67,39 @@ class session_processes {
   template <typename Shared>
   using shared_memory = std::unique_ptr<Shared, unmap<Shared>>;
 
-  [[noreturn]] void become_session(descriptor control, pid_t parent, std::size_t share);
+  /// What the listener keeps of a session.
+  struct session_record {
+    std::size_t share;    ///< of the budget and of the limits
+    std::uint64_t group;  ///< of addresses that it is counted for
+  };
 
-  const configuration& config_;
+  /// Why a connection is turned away, for the client and for the log.
+  struct refusal {
+    const char* reply = nullptr;
+    const char* reason = nullptr;
+  };
+
+  [[noreturn]] void become_session(descriptor control, pid_t parent, std::size_t share, bool implicit_tls);
+  refusal admit(std::uint64_t group);
+  bool turn_away(const descriptor& control, const refusal& why, const listen_address& peer, bool implicit_tls);
+  std::size_t take_share();
+  void release(const session_record& record);
+
+  configuration config_;
   accounts_cache accounts_;
   storage_plugin& storage_;
   const sigset_t signal_mask_;
   std::shared_ptr<const tls_identity> tls_;
   shared_memory<change_slots> changes_;
   shared_memory<spool_budget> budget_;
-  std::unordered_map<pid_t, std::size_t> running_;  ///< and the share of the budget that each has
-  std::vector<std::size_t> free_shares_;            ///< that were given back
-  std::size_t next_share_ = 0;                      ///< that nobody had yet
+  shared_memory<shared_limits> limits_;
+  arrivals arrivals_;
+  sandbox sandbox_;
+  std::unordered_map<pid_t, session_record> running_;
+  std::vector<std::size_t> free_shares_;          ///< that were given back
+  std::size_t next_share_ = 0;                    ///< that nobody had yet
+  std::chrono::steady_clock::time_point told_{};  ///< of a refusal, in the log
+  unsigned untold_ = 0;                           ///< refusals since
 };
 
 }  // namespace tarvex::server

@@ -2,6 +2,7 @@
 
 import ftplib
 import hashlib
+import io
 import json
 import os
 import pathlib
@@ -17,16 +18,20 @@ PASSWORD = "correct horse"
 # A pacing rate that no test waits for; pacing itself is tested with the plug-in.
 FAST_POLICY = '{"user_api_rate_limit": 100000}'
 
+# Tests that are run by root have no other user to become.
+SECURITY = '[security]\nuser = "root"'
+
 
 class Program:
     """A program that says "listening on HOST:PORT" once it serves."""
 
-    def __init__(self, arguments, directory, name, environment=None):
+    def __init__(self, arguments, directory, name, environment=None, inherited=()):
+        """`inherited`: descriptors that the program gets under the numbers that they have."""
         self.log_path = directory / f"{name}.log"
         with open(self.log_path, "ab") as log:
             self.process = subprocess.Popen(
                 [str(argument) for argument in arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=log,
-                env={**os.environ, **(environment or {})})
+                env={**os.environ, **(environment or {})}, pass_fds=inherited)
         line = self.process.stdout.readline().decode()
         assert line.startswith("listening on "), f"{name} did not start: {line!r}\n{self.log()}"
         self.address = line.split()[-1]
@@ -70,13 +75,9 @@ class Box(Program):
         return self.call("POST", "/2.0/folders", {"name": name, "parent": {"id": parent}})["id"]
 
     def file(self, name, content, parent="0"):
-        boundary = uuid.uuid4().hex
-        attributes = json.dumps({"name": name, "parent": {"id": parent}})
-        body = (f'--{boundary}\r\nContent-Disposition: form-data; name="attributes"\r\n\r\n{attributes}\r\n'
-                f'--{boundary}\r\nContent-Disposition: form-data; name="file"; filename="x"\r\n'
-                f"Content-Type: application/octet-stream\r\n\r\n").encode() + content + f"\r\n--{boundary}--\r\n".encode()
+        body = form(json.dumps({"name": name, "parent": {"id": parent}}), content)
         return self.call("POST", "/api/2.0/files/content", body,
-                         {"Content-Type": f"multipart/form-data; boundary={boundary}"})["entries"][0]["id"]
+                         {"Content-Type": "multipart/form-data; boundary=edge"})["entries"][0]["id"]
 
     def items(self, folder="0"):
         page = self.call("GET", f"/2.0/folders/{folder}/items?limit=1000&fields=type,id,name,size,sha1")
@@ -121,7 +122,9 @@ class Server(Program):
     """The server, with one account "alice"."""
 
     def __init__(self, directory, box, settings=None, policy=FAST_POLICY, server_lines="", credential=None,
-                 api_base=None, ca=None, environment=None):
+                 api_base=None, ca=None, environment=None, tables="", command=(), listen="127.0.0.1:0",
+                 inherited=()):
+        """`tables`: TOML that follows the rest; `command`: what starts the program, where it is not just started."""
         self.directory = directory
         self.credential_path = directory / "alice.json"
         self.write_credential(credential or {
@@ -134,7 +137,7 @@ class Server(Program):
             "upload_per_second": 10000, **(settings or {})}.items())
         (directory / "server.toml").write_text(f"""
 [server]
-listen = ["127.0.0.1:0"]
+listen = ["{listen}"]
 {server_lines}
 [accounts]
 file = "accounts.toml"
@@ -146,9 +149,11 @@ policy = '{policy}'
 api_base = "{api_base or box.base}"
 upload_base = "{api_base or box.base}"
 {f'ca_file = "{ca}"' if ca else ""}
+{"" if "[security]" in tables else SECURITY}
+{tables}
 """)
-        super().__init__([BUILD / "bin/tarvex-gridftp-server", "--config", directory / "server.toml"], directory,
-                         "server", environment)
+        super().__init__([*command, BUILD / "bin/tarvex-gridftp-server", "--config", directory / "server.toml"],
+                         directory, "server", environment, inherited)
 
     def write_credential(self, document):
         new = self.credential_path.with_suffix(".new")
@@ -158,7 +163,7 @@ upload_base = "{api_base or box.base}"
 
     def ftp(self, timeout=60):
         client = ftplib.FTP(timeout=timeout)
-        client.connect(self.host, self.port)
+        client.connect(self.host.strip("[]"), self.port)
         client.login("alice", PASSWORD)
         return client
 
@@ -179,6 +184,17 @@ upload_base = "{api_base or box.base}"
         return subprocess.run(["lftp", "-u", f"alice,{PASSWORD}", "-e", script + "; bye", self.url],
                               capture_output=True, text=True, check=check, timeout=timeout,
                               env={**os.environ, "HOME": str(self.directory)})
+
+
+def put(client, path, content):
+    client.storbinary(f"STOR {path}", io.BytesIO(content))
+
+
+def form(attributes, content):
+    """A multipart body that uploads a file; its boundary is "edge"."""
+    return (b'--edge\r\nContent-Disposition: form-data; name="attributes"\r\n\r\n' + attributes.encode() +
+            b'\r\n--edge\r\nContent-Disposition: form-data; name="file"; filename="a "quoted" name"\r\n'
+            b"Content-Type: application/octet-stream\r\n\r\n" + content + b"\r\n--edge--\r\n")
 
 
 def sha1(content):

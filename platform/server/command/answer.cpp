@@ -44,8 +44,27 @@ bool root_refused(session& client, std::string_view path) {
 }
 
 bool transfer_possible(session& client) {
+  const data_protection& wanted = client.data.protection();
+  if (!wanted.certificate.empty() && wanted.tls == nullptr) {
+    client.reply(503, "DCAU A needs private data connections: send PROT P, or DCAU N.");
+    return false;
+  }
   if (client.data.ready()) return true;
   client.reply(425, "Prepare a data connection with PASV, EPSV, PORT or EPRT first.");
+  return false;
+}
+
+bool download_possible(session& client) {
+  if (!transfer_possible(client)) return false;
+  if (!client.settings.block_mode || !client.data.passive()) return true;
+  client.reply(425, "In extended block mode the server connects to send a file: use PORT, EPRT or SPOR first.");
+  return false;
+}
+
+bool upload_possible(session& client) {
+  if (!transfer_possible(client)) return false;
+  if (!client.settings.block_mode || client.data.passive()) return true;
+  client.reply(425, "In extended block mode the client connects to send a file: use PASV, EPSV or SPAS first.");
   return false;
 }
 

@@ -31,5 +31,8 @@ bool root_refused(session& client, std::string_view path);
 
 /// Whether a data connection is prepared; answers 425 itself when none is.
 bool transfer_possible(session& client);
+/// The same for the contents of files: in extended block mode whoever sends them connects.
+bool download_possible(session& client);
+bool upload_possible(session& client);
 
 }  // namespace tarvex::server

@@ -75,6 +75,29 @@ handled command_port(session& client, std::string argument) {
   target_set(client, *target);
 }
 
+/// A server of one node is passive as by PASV, in a reply with a line for each node (GFD-R.020).
+handled command_spas(session& client, std::string) {
+  if (epsv_only_refused(client)) co_return;
+  if (client.control.local().ipv6()) co_return client.reply(425, "SPAS is for IPv4; use EPSV.");
+  const std::uint16_t port = passive_listen(client);
+  if (port == 0) co_return;
+  const auto announced = client.config.passive_address.value_or(client.control.local().address.to_v4());
+  client.reply_block(229, "Entering Striped Passive Mode.", {port_address_format(announced, port)}, "End");
+}
+
+/// One address for each node of the client; a server of one node has use for the first.
+handled command_spor(session& client, std::string argument) {
+  if (epsv_only_refused(client)) co_return;
+  std::string_view rest = argument;
+  std::optional<host_port> first;
+  while (!rest.empty()) {
+    const auto target = port_address_parse(take_word(rest));
+    if (!target) co_return client.reply(501, "SPOR takes h1,h2,h3,h4,p1,p2, once for each node.");
+    if (!first) first = target;
+  }
+  target_set(client, *first);
+}
+
 /// RFC 2428 section 2.
 handled command_eprt(session& client, std::string argument) {
   if (epsv_only_refused(client)) co_return;

@@ -28,7 +28,7 @@ asio::awaitable<void> run_row(session& client, const command_row& row, std::stri
     co_return refuse(client, 501, verb + " takes no argument.");
   if (row.argument == command_argument::required && argument.empty())
     co_return refuse(client, 501, verb + " needs an argument: " + std::string(row.help) + ".");
-  if (!row.keeps_restart) client.settings.restart_offset = 0;
+  if (!row.keeps_restart) client.settings.held.clear();
   co_await row.handler(client, std::move(argument));
 }
 

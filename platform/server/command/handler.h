@@ -26,6 +26,12 @@ handled command_pbsz(session& client, std::string argument);
 handled command_prot(session& client, std::string argument);
 handled command_ccc(session& client, std::string argument);
 
+// reinitialise
+handled command_rein(session& client, std::string argument);
+
+// language
+handled command_lang(session& client, std::string argument);
+
 // settings
 handled command_noop(session& client, std::string argument);
 handled command_syst(session& client, std::string argument);
@@ -33,9 +39,7 @@ handled command_help(session& client, std::string argument);
 handled command_feat(session& client, std::string argument);
 handled command_opts(session& client, std::string argument);
 handled command_type(session& client, std::string argument);
-handled command_mode(session& client, std::string argument);
 handled command_stru(session& client, std::string argument);
-handled command_rest(session& client, std::string argument);
 handled command_allo(session& client, std::string argument);
 handled command_storattr(session& client, std::string argument);
 
@@ -44,6 +48,8 @@ handled command_pasv(session& client, std::string argument);
 handled command_epsv(session& client, std::string argument);
 handled command_port(session& client, std::string argument);
 handled command_eprt(session& client, std::string argument);
+handled command_spas(session& client, std::string argument);
+handled command_spor(session& client, std::string argument);
 
 // namespace
 handled command_pwd(session& client, std::string argument);
@@ -79,9 +85,17 @@ handled command_xmd5(session& client, std::string argument);
 handled command_xsha1(session& client, std::string argument);
 handled command_xsha256(session& client, std::string argument);
 
+// extended
+handled command_mode(session& client, std::string argument);
+handled command_rest(session& client, std::string argument);
+handled command_dcau(session& client, std::string argument);
+handled command_sbuf(session& client, std::string argument);
+
 // retrieve, store
 handled command_retr(session& client, std::string argument);
+handled command_eret(session& client, std::string argument);
 handled command_stor(session& client, std::string argument);
+handled command_esto(session& client, std::string argument);
 handled command_appe(session& client, std::string argument);
 handled command_abor(session& client, std::string argument);
 

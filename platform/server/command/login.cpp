@@ -3,6 +3,9 @@
 #include "command/handler.h"
 #include "config/accounts_cache.h"
 #include "ftp/path.h"
+#include "limits/account_seats.h"
+#include "limits/address_group.h"
+#include "limits/wrong_passwords.h"
 #include "session/session.h"
 
 #include <chrono>
@@ -17,12 +20,50 @@ namespace {
 constexpr unsigned FAILURES_MAX = 5;
 constexpr std::chrono::seconds FAILURE_DELAY{1};
 
+password_rules guessing_rules(const configuration& config) {
+  return {config.wrong_passwords, std::chrono::seconds(config.wrong_passwords_window_s)};
+}
+
+/// Whether the client's address has used its wrong passwords up, over all of its connections.
+bool guesses_used_up(const session& client) {
+  return client.limits && wrong_passwords_used_up(*client.limits, address_group(client.control.peer().address),
+                                                  guessing_rules(client.config), std::chrono::steady_clock::now());
+}
+
+void send_away(session& client, std::string_view reply, std::string_view reason) {
+  log_warning("{}: sent away: {}", client.who(), reason);
+  client.reply(421, reply);
+  client.end(reason);
+}
+
+/// Counts a wrong password. One that cannot be counted is the last of its connection.
+void count_wrong_password(session& client) {
+  if (!client.limits) return;
+  const bool counted = wrong_password_count(*client.limits, address_group(client.control.peer().address),
+                                            guessing_rules(client.config), std::chrono::steady_clock::now());
+  if (!counted) client.login.failures = FAILURES_MAX;
+}
+
+/// Counts the session for the account; sends the client away itself when that cannot be.
+bool take_seat(session& client, std::string_view account) {
+  if (!client.limits) return true;
+  const unsigned limit = client.config.sessions_per_account;
+  const seat_answer answer = account_seat_take(*client.limits, client.share, account, limit);
+  if (answer == seat_answer::taken || (answer == seat_answer::uncounted && limit == 0)) return true;
+  if (answer == seat_answer::uncounted) {
+    send_away(client, "The sessions of this account cannot be counted; try again later.", "too many accounts");
+  } else {
+    send_away(client, "This account has as many sessions as it may have; try again later.", "sessions_per_account");
+  }
+  return false;
+}
+
 /// Answers a failed login after a while, so that guessing takes its time.
 asio::awaitable<void> login_failed(session& client, outcome how) {
   co_await client.pause(FAILURE_DELAY);
   client.reply(how.code, how.lines);
   if (how.code == 421) co_return client.end("the storage did not start");
-  if (++client.login.failures < FAILURES_MAX) co_return;
+  if (++client.login.failures < FAILURES_MAX && !guesses_used_up(client)) co_return;
   client.reply(421, "Too many failed logins; closing the control connection.");
   client.end("too many failed logins");
 }
@@ -38,9 +79,11 @@ void logged_in(session& client, const std::string& user, int code) {
 
 /// Begins to serve somebody who has shown to be who it says.
 asio::awaitable<void> log_in(session& client, std::string user, storage_user served, int code) {
+  if (!take_seat(client, served.name)) co_return;
   outcome how = co_await client.storage.start(std::move(served));
   if (how.ok()) co_return logged_in(client, user, code);
   log_warning("login of {} from {} failed: {}", user, client.control.peer().host(), how.text());
+  if (client.limits) account_seat_give_back(*client.limits, client.share);
   co_await login_failed(client, std::move(how));
 }
 
@@ -90,6 +133,8 @@ handled command_pass(session& client, std::string password) {
   if (client.login.logged_in) co_return client.reply(503, "Already logged in.");
   if (client.login.user.empty()) co_return client.reply(503, "Send USER first.");
   if (!storage_opened(client)) co_return;
+  if (guesses_used_up(client))
+    co_return send_away(client, "Too many wrong passwords came from your address; try again later.", "wrong_passwords");
   std::string user = std::exchange(client.login.user, {});
   const std::string peer = client.control.peer().host();
   secret typed(std::move(password));
@@ -106,6 +151,7 @@ handled command_pass(session& client, std::string password) {
   outcome how = outcome_failure(530, "Login incorrect.");
   if (answer.verdict == login_verdict::refused) {
     log_info("login of {} from {} failed: wrong name or password", user, peer);
+    count_wrong_password(client);
     co_return co_await login_failed(client, std::move(how));
   }
   storage_user served = served_user(client, *answer.who);

@@ -1,12 +1,14 @@
 #include "base/number.h"
 #include "base/text.h"
 #include "command/checksum_names.h"
+#include "command/extended.h"
 #include "command/handler.h"
 #include "command/table.h"
 #include "ftp/facts.h"
 #include "ftp/listing.h"
 #include "session/session.h"
 
+#include <algorithm>
 #include <array>
 #include <optional>
 #include <span>
@@ -21,6 +23,11 @@ void opts_mlst(session& client, std::string_view names) {
   client.reply(200, chosen.empty() ? "MLST OPTS" : "MLST OPTS " + chosen);
 }
 
+void opts_utf8(session& client, std::string_view value) {
+  if (!value.empty() && !same_word(value, "ON")) return client.reply(504, "UTF8 is always on.");
+  client.reply(200, "UTF8 is on.");
+}
+
 /// Tells the algorithm of HASH, or sets it.
 void opts_hash(session& client, std::string_view algorithm) {
   std::string& chosen = client.settings.hash_algorithm;
@@ -30,6 +37,29 @@ void opts_hash(session& client, std::string_view algorithm) {
     chosen = known;
   }
   client.reply(200, hash_name(chosen));
+}
+
+/// The lines of FEAT, which name all that works beyond RFC 959.
+std::vector<std::string> features(const session& client) {
+  std::vector<std::string> lines = {
+      "CLNT",        "EPRT", "EPSV", "HOST", "LANG EN*", "MDTM", "MLST " + facts_starred(client.settings.mlst_facts),
+      "REST STREAM", "SIZE", "TVFS", "UTF8"};
+  if (client.tls)
+    for (const char* line : {"AUTH TLS", "PBSZ", "PROT"}) lines.emplace_back(line);
+  if (!client.storage.checksums().empty()) lines.push_back("CKSUM " + client.storage.checksums());
+  lines.push_back("HASH " + hashes_starred(client.settings.hash_algorithm));
+  for (const char* verb : {"XCRC", "XMD5", "XSHA1", "XSHA256"}) lines.emplace_back(verb);
+  for (const char* word : {"PARALLEL", "ERET", "ESTO", "SPAS", "SPOR", "DCAU"}) lines.emplace_back(word);
+  return lines;
+}
+
+/// A feature without options takes none, and has then nothing to change.
+void opts_other(session& client, std::string_view name, std::string_view value) {
+  const std::vector<std::string> lines = features(client);
+  const bool known = std::any_of(lines.begin(), lines.end(),
+                                 [name](std::string_view line) { return same_word(name, take_word(line)); });
+  if (!known) return client.reply(501, "OPTS takes a feature that FEAT lists, and its options.");
+  client.reply(value.empty() ? 200 : 501, std::string(name) + " has no options.");
 }
 
 /// A setting of which one value, or a few, exist.
@@ -69,15 +99,7 @@ handled command_help(session& client, std::string argument) {
 }
 
 handled command_feat(session& client, std::string) {
-  std::vector<std::string> lines = {
-      "CLNT",        "EPRT", "EPSV", "HOST", "MDTM", "MLST " + facts_starred(client.settings.mlst_facts),
-      "REST STREAM", "SIZE", "TVFS", "UTF8"};
-  if (client.tls)
-    for (const char* line : {"AUTH TLS", "PBSZ", "PROT"}) lines.emplace_back(line);
-  if (!client.storage.checksums().empty()) lines.push_back("CKSUM " + client.storage.checksums());
-  lines.push_back("HASH " + hashes_starred(client.settings.hash_algorithm));
-  for (const char* verb : {"XCRC", "XMD5", "XSHA1", "XSHA256"}) lines.emplace_back(verb);
-  client.reply_block(211, "Extensions supported:", lines, "End.");
+  client.reply_block(211, "Extensions supported:", features(client), "End.");
   co_return;
 }
 
@@ -86,9 +108,9 @@ handled command_opts(session& client, std::string argument) {
   const std::string_view name = take_word(value);
   if (same_word(name, "MLST")) co_return opts_mlst(client, value);
   if (same_word(name, "HASH")) co_return opts_hash(client, value);
-  if (!same_word(name, "UTF8")) co_return client.reply(501, "Options exist for UTF8, MLST and HASH only.");
-  if (!value.empty() && !same_word(value, "ON")) co_return client.reply(504, "UTF8 is always on.");
-  client.reply(200, "UTF8 is on.");
+  if (same_word(name, "RETR")) co_return opts_retr(client, value);
+  if (same_word(name, "UTF8")) co_return opts_utf8(client, value);
+  opts_other(client, name, value);
 }
 
 /// Data are sent byte for byte in either type: a text that changed on its way would not match its checksum.
@@ -98,25 +120,10 @@ handled command_type(session& client, std::string argument) {
   co_return;
 }
 
-handled command_mode(session& client, std::string argument) {
-  static constexpr auto KNOWN = std::to_array<std::string_view>({"S"});
-  choose(client, argument, KNOWN, "Mode");
-  co_return;
-}
-
 handled command_stru(session& client, std::string argument) {
   static constexpr auto KNOWN = std::to_array<std::string_view>({"F"});
   choose(client, argument, KNOWN, "Structure");
   co_return;
-}
-
-handled command_rest(session& client, std::string argument) {
-  const auto offset = parse_number<std::int64_t>(argument);
-  client.settings.restart_offset = 0;
-  if (!offset || *offset < 0)
-    co_return client.reply(501, "REST takes an offset in bytes from 0 to 9223372036854775807.");
-  client.settings.restart_offset = *offset;
-  client.reply(350, "Restarting at " + std::to_string(*offset) + "; send RETR or STOR.");
 }
 
 /// RFC 959 section 4.1.3. The size of a record ("R n") means nothing here.

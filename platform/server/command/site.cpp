@@ -112,11 +112,17 @@ handled site_store_attributes(session& client, const site_row&, std::string argu
   return command_storattr(client, std::move(argument));
 }
 
+handled site_buffer_size(session& client, const site_row& row, std::string argument) {
+  if (argument.empty()) return refuse_form(client, row);
+  return command_sbuf(client, std::move(argument));
+}
+
 handled site_help(session& client, const site_row& row, std::string argument);
 
 //   word, handler, type, help
 constexpr auto SITE_ROWS = std::to_array<site_row>({
     {"AUTHZ_ASSERT", site_text, TARVEX_GFS_CMD_SITE_AUTHZ_ASSERT, "assertion"},
+    {"BUFSIZE", site_buffer_size, {}, "bytes"},
     {"CHGRP", site_group, TARVEX_GFS_CMD_SITE_CHGRP, "group path"},
     {"CHMOD", site_mode, TARVEX_GFS_CMD_SITE_CHMOD, "octal-mode path"},
     {"CHROOT", site_path, TARVEX_GFS_CMD_SITE_CHROOT, "path"},

@@ -1,3 +1,5 @@
+#include "base/number.h"
+#include "base/text.h"
 #include "command/answer.h"
 #include "command/handler.h"
 #include "ftp/path.h"
@@ -5,6 +7,7 @@
 #include "storage/transfer.h"
 
 #include <memory>
+#include <optional>
 #include <utility>
 
 namespace tarvex::server {
@@ -29,36 +32,43 @@ std::string continuation_refusal(session& client, const std::string& path, const
   if (left == unfinished.end() || left->second.offset == 0)
     return "Nothing to go on with: only a large upload of this session that was cut off can go on at an offset.";
   const unfinished_store& cut = left->second;
-  if (request.offset != cut.offset) return "This upload can go on with REST " + std::to_string(cut.offset) + " only.";
-  if (request.size != 0 && request.size != cut.size && request.size != cut.size - cut.offset)
+  // Blocks say where they belong, so a client may send again what is there.
+  const bool repeats = client.settings.block_mode && request.offset < cut.offset;
+  if (request.offset != cut.offset && !repeats)
+    return "This upload can go on with REST " + std::to_string(cut.offset) + " only.";
+  if (request.size != 0 && request.size != cut.size && request.size != cut.size - request.offset)
     return "This upload has " + std::to_string(cut.size) + " bytes, of which " + std::to_string(cut.size - cut.offset) +
            " are to come.";
   request.size = cut.size;
+  request.offset = cut.offset;
   request.session = cut.session;
   return {};
 }
 
-/// What REST, ALLO and STORATTR have said of the next store; they count once.
-store_request request_take(client_settings& settings) {
+/// What REST, ALLO and STORATTR have said of the next store; they count once. \return nothing when it cannot go on as
+/// REST said; the client was told.
+std::optional<store_request> request_take(session& client) {
+  client_settings& settings = client.settings;
+  const file_ranges held = std::exchange(settings.held, {});
   store_request request;
   request.size = std::exchange(settings.announced_size, 0);
-  request.offset = static_cast<std::uint64_t>(std::exchange(settings.restart_offset, 0));
   request.modification_time = std::exchange(settings.modification_time, -1);
-  return request;
+  if (held.empty()) return request;
+  request.offset = held.front().end;
+  if (held.size() == 1 && held.front().begin == 0) return request;
+  client.reply(553, "An upload goes on behind what was stored, so that has to be one range from byte 0 on.");
+  return std::nullopt;
 }
 
-}  // namespace
-
-handled command_stor(session& client, std::string argument) {
-  store_request request = request_take(client.settings);
+handled store_file(session& client, std::string verb, std::string argument, store_request request) {
   const auto path = path_argument(client, argument);
-  if (!path || root_refused(client, *path) || !transfer_possible(client)) co_return;
+  if (!path || root_refused(client, *path) || !upload_possible(client)) co_return;
   if (!client.storage.receives()) co_return client.reply(502, "The storage takes no files.");
 
   // Whether it can succeed, before anything is sent or spooled.
   const auto place = std::make_shared<storage_session::place>();
-  outcome how = co_await client.storage.look_at_place("STOR", *path, place);
-  if (!how.ok()) co_return answer_failure(client, "STOR", *path, how);
+  outcome how = co_await client.storage.look_at_place(verb, *path, place);
+  if (!how.ok()) co_return answer_failure(client, verb, *path, how);
   how = place_refusal(*place, *path);
   if (!how.ok()) co_return client.reply(how.code, how.lines);
   if (request.offset > 0) {
@@ -66,19 +76,42 @@ handled command_stor(session& client, std::string argument) {
     if (!refusal.empty()) co_return client.reply(553, refusal);
   } else {
     how = co_await client.storage.forget_unfinished(*path);
-    if (!how.ok()) co_return answer_failure(client, "STOR", *path, how);
+    if (!how.ok()) co_return answer_failure(client, verb, *path, how);
   }
   request.replaces = place->target.has_value();
 
   const auto channel = client.make_transfer(*path);
   how = co_await client.storage.receive(*path, request, channel);
-  answer_transfer(client, "STOR", *path, *channel, how);
+  answer_transfer(client, verb, *path, *channel, how);
+}
+
+}  // namespace
+
+handled command_stor(session& client, std::string argument) {
+  const auto request = request_take(client);
+  if (request) co_await store_file(client, "STOR", std::move(argument), *request);
+}
+
+/// "A offset path": what the data say of where they belong counts from the offset.
+handled command_esto(session& client, std::string argument) {
+  auto request = request_take(client);
+  if (!request) co_return;
+  std::string_view rest = argument;
+  const std::string_view mode = take_word(rest);
+  const auto offset = parse_number<std::int64_t>(take_word(rest));
+  if (!same_word(mode, "A"))
+    co_return client.reply(504, "ESTO " + std::string(mode) + " is not offered; ESTO takes: A offset path.");
+  if (!offset || *offset < 0 || rest.empty()) co_return client.reply(501, "ESTO takes: A offset path.");
+  if (request->offset > 0 && *offset > 0)
+    co_return client.reply(553, "REST and the offset of ESTO cannot both say where the upload goes on.");
+  request->shift = static_cast<std::uint64_t>(*offset);
+  if (*offset > 0) request->offset = request->shift;
+  co_await store_file(client, "ESTO", std::string(rest), *request);
 }
 
 /// Refused before anything is touched: a storage would begin by deleting the file that is to grow.
 handled command_appe(session& client, std::string) {
-  (void)request_take(client.settings);
-  client.reply(553, "Nothing can be appended to a file here; store it whole with STOR.");
+  if (request_take(client)) client.reply(553, "Nothing can be appended to a file here; store it whole with STOR.");
   co_return;
 }
 

@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <set>
 #include <utility>
 
 namespace tarvex::server {
@@ -17,6 +19,12 @@ constexpr std::time_t SETTLING_S = 1;
 
 bool same_time(const timespec& a, const timespec& b) {
   return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+std::vector<std::string> folders_of(const account_map& accounts) {
+  std::set<std::string> folders;
+  for (const auto& [name, who] : accounts) folders.insert(std::filesystem::path(who.credential).parent_path().string());
+  return {folders.begin(), folders.end()};
 }
 
 }  // namespace
@@ -47,6 +55,7 @@ void accounts_cache::take(std::vector<configuration_mistake> mistakes, account_m
   readable_ = std::none_of(mistakes.begin(), mistakes.end(), [](const auto& mistake) { return mistake.line == 0; });
   if (whole_) accounts_ = std::move(read);
   if (!readable_) accounts_.clear();
+  credential_folders_ = folders_of(accounts_);
   std::string texts;
   for (const configuration_mistake& mistake : mistakes) texts += mistake_text(mistake) + "\n";
   if (texts == std::exchange(logged_, texts)) return;

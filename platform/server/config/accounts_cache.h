@@ -37,6 +37,9 @@ class accounts_cache {
   /// Reads the file when it is not the one that was read last. With 10,000 accounts a reading takes 0.3 s, a look 2 us.
   void refresh();
 
+  /// The folders of the accounts' credential files, each once; they may not exist.
+  [[nodiscard]] const std::vector<std::string>& credential_folders() const { return credential_folders_; }
+
   /// Refreshes, then checks a login; takes the time of one password hash, whatever comes out.
   [[nodiscard]] login_answer authenticate(std::string_view name, const std::string& password);
 
@@ -61,6 +64,7 @@ class accounts_cache {
 
   std::string file_;
   account_map accounts_;
+  std::vector<std::string> credential_folders_;
   std::optional<file_stamp> stamp_;  ///< of the file that was read
   bool settled_ = false;             ///< the file was old enough when it was read
   bool readable_ = false;

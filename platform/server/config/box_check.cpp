@@ -71,6 +71,11 @@ void box_check(const configuration& config, mistake_list& mistakes) {
   if (!error.empty()) mistakes.add(configuration_line(config, "storage.policy"), "policy in [storage]: " + error);
 }
 
+std::string box_folder() {
+  const std::string home = home_directory();
+  return home.empty() ? "" : home + "/.tarvex";
+}
+
 std::string box_pacing_warning(const configuration& config) {
   if (config.storage_dsi != BOX) return {};
   const std::string home = home_directory();

@@ -5,6 +5,7 @@
 
 #include <boost/asio/ip/address_v4.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -13,6 +14,9 @@
 #include <vector>
 
 namespace tarvex::server {
+
+/// Whether sessions confine themselves: `require` serves nobody where the kernel cannot, `attempt` takes what there is.
+enum class sandbox_mode { require, attempt, off };
 
 /// Everything the configuration file says, with defaults in place. Paths are absolute.
 struct configuration {
@@ -23,6 +27,7 @@ struct configuration {
   bool allow_plaintext_login = false;
   unsigned max_sessions = 1000;
   unsigned idle_timeout_s = 300;
+  unsigned grace_time_s = 10;           ///< for what runs when the server is to stop
   unsigned update_interval_s = 5;       ///< between progress replies; 0: none
   unsigned end_grace_ms = 1000;         ///< before the end of data without an announced size is believed; least
   std::string spool_directory;          ///< empty: a private temporary directory
@@ -55,6 +60,23 @@ struct configuration {
   // [limits], over all sessions of this server
   std::uint64_t spool_memory_bytes = std::uint64_t{1} << 30;  ///< of uploads that wait in memory
   std::uint64_t spool_disk_bytes = 0;  ///< of those in the spool directory; 0: as the disk allows
+  std::uint64_t window_bytes_total = std::uint64_t{1} << 30;  ///< of blocks that came early
+  unsigned sessions_per_account = 0;                          ///< 0 here and in the next three: no limit
+  unsigned sessions_per_address = 100;
+  unsigned connections_per_minute = 600;  ///< of one address
+  unsigned wrong_passwords = 20;          ///< of one address within the window
+  unsigned wrong_passwords_window_s = 600;
+  unsigned login_timeout_s = 120;
+  unsigned line_length = 8192;      ///< bytes of a command line with its end
+  unsigned stalled_timeout_s = 60;  ///< a transfer that waits for the client as long is given up
+
+  // [limits], of one transfer in extended block mode
+  unsigned data_streams = 16;           ///< connections
+  std::size_t window_bytes = 64 << 20;  ///< of blocks that came early
+
+  // [security]
+  std::string user = "tarvex";  ///< whom a server that was started as root becomes
+  sandbox_mode sandbox = sandbox_mode::attempt;
 
   std::map<std::string, unsigned> lines;  ///< where FILE sets what, by "table.key"; for mistakes that show later
 };

@@ -13,6 +13,8 @@ namespace tarvex::server {
 struct listen_address {
   boost::asio::ip::address host;
   std::uint16_t port = 0;
+
+  bool operator==(const listen_address&) const = default;
 };
 
 /// "IPv4:port" or "[IPv6]:port", numeric, without a scope, port 0 to 65535.

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <utility>
 
 namespace tarvex::server {
 
@@ -110,6 +111,26 @@ void read_dsi(const setting_reading& in) {
   if (text == nullptr) return;
   if (!is_symbol_part(*text)) return in.refuse("a name of letters, digits and \"_\"");
   in.out.storage_dsi = *text;
+}
+
+void read_user(const setting_reading& in) {
+  const auto* const text = in.as<std::string>();
+  if (text == nullptr) return;
+  if (text->empty()) return in.refuse("the name of a user");
+  in.out.user = *text;
+}
+
+void read_sandbox(const setting_reading& in) {
+  constexpr std::pair<std::string_view, sandbox_mode> MODES[] = {
+      {"require", sandbox_mode::require}, {"try", sandbox_mode::attempt}, {"off", sandbox_mode::off}};
+  const auto* const text = in.as<std::string>();
+  if (text == nullptr) return;
+  for (const auto& [name, mode] : MODES) {
+    if (*text != name) continue;
+    in.out.sandbox = mode;
+    return;
+  }
+  in.refuse("\"require\", \"try\" or \"off\"");
 }
 
 void read_storage_settings(const setting_reading& in) {

@@ -82,6 +82,8 @@ void read_data_ports(const setting_reading& in);
 void read_passive_address(const setting_reading& in);
 void read_proxy(const setting_reading& in);
 void read_dsi(const setting_reading& in);
+void read_user(const setting_reading& in);
+void read_sandbox(const setting_reading& in);
 void read_storage_settings(const setting_reading& in);
 
 }  // namespace tarvex::server

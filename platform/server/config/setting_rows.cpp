@@ -14,6 +14,8 @@ namespace tarvex::server {
 namespace {
 
 constexpr std::int64_t LARGEST_SIZE = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t LEAST_WINDOW = 1 << 20;
+constexpr std::int64_t LARGEST_WINDOW = std::int64_t{64} << 30;
 
 using c = configuration;
 struct setting_row {
@@ -28,6 +30,7 @@ constexpr auto ROWS = std::to_array<setting_row>({
     {"server", "allow_plaintext_login", read_value<&c::allow_plaintext_login>},
     {"server", "max_sessions", read_number<&c::max_sessions, 1, 100000>},
     {"server", "idle_timeout", read_number<&c::idle_timeout_s, 1, 86400>},
+    {"server", "grace_time", read_number<&c::grace_time_s, 0, 3600>},
     {"server", "update_interval", read_number<&c::update_interval_s, 0, 3600>},
     {"server", "end_grace_ms", read_number<&c::end_grace_ms, 0, 60000>},
     {"server", "spool_directory", read_path<&c::spool_directory, true>},
@@ -48,8 +51,21 @@ constexpr auto ROWS = std::to_array<setting_row>({
     {"box", "upload_base", read_base_url<&c::box_upload_base>},
     {"box", "ca_file", read_path<&c::box_ca_file, false>},
     {"box", "proxy", read_proxy},
+    {"limits", "sessions_per_account", read_number<&c::sessions_per_account, 0, 100000>},
+    {"limits", "sessions_per_address", read_number<&c::sessions_per_address, 0, 100000>},
+    {"limits", "connections_per_minute", read_number<&c::connections_per_minute, 0, 1000000>},
+    {"limits", "wrong_passwords", read_number<&c::wrong_passwords, 0, 1000000>},
+    {"limits", "wrong_passwords_window", read_number<&c::wrong_passwords_window_s, 1, 86400>},
+    {"limits", "login_timeout", read_number<&c::login_timeout_s, 1, 3600>},
+    {"limits", "line_length", read_number<&c::line_length, 512, 65536>},
+    {"limits", "stalled_timeout", read_number<&c::stalled_timeout_s, 1, 86400>},
     {"limits", "spool_memory_bytes", read_number<&c::spool_memory_bytes, 0, LARGEST_SIZE>},
     {"limits", "spool_disk_bytes", read_number<&c::spool_disk_bytes, 0, LARGEST_SIZE>},
+    {"limits", "data_streams", read_number<&c::data_streams, 1, 256>},
+    {"limits", "window_bytes", read_number<&c::window_bytes, LEAST_WINDOW, LARGEST_WINDOW>},
+    {"limits", "window_bytes_total", read_number<&c::window_bytes_total, 0, LARGEST_SIZE>},
+    {"security", "user", read_user},
+    {"security", "sandbox", read_sandbox},
 });
 
 /// The names in `member` of all rows whose table is `table` (of all rows when that is empty).

@@ -23,15 +23,19 @@ constexpr std::chrono::seconds WRITE_LIMIT{300};  // for a peer that takes no re
 }  // namespace
 
 struct control_channel::state : std::enable_shared_from_this<state> {
-  state(event_loop& event_loop, int descriptor)
-      : loop(event_loop), stream(event_loop, descriptor), write_check(event_loop), changed(event_loop) {}
+  state(event_loop& event_loop, int descriptor, std::size_t line_length)
+      : loop(event_loop),
+        stream(event_loop, descriptor),
+        write_check(event_loop),
+        queue(QUEUED_BYTES_MAX, line_length),
+        changed(event_loop) {}
 
   event_loop& loop;
   control_stream stream;
   loop_timer write_check;
   events handlers;
 
-  line_queue queue{QUEUED_BYTES_MAX};
+  line_queue queue;
   bool awaited = false;  // somebody waits in `next_line`
   bool held = false;     // a line was wanted, and not given for the sake of the output
   wake changed;          // for who waits
@@ -171,7 +175,8 @@ void control_channel::state::close() {
   if (const auto call = std::exchange(closed, nullptr)) call();
 }
 
-control_channel::control_channel(event_loop& loop, int socket) : state_(std::make_shared<state>(loop, socket)) {}
+control_channel::control_channel(event_loop& loop, int socket, std::size_t line_length)
+    : state_(std::make_shared<state>(loop, socket, line_length)) {}
 
 control_channel::~control_channel() {
   state_->handlers = {};

@@ -34,6 +34,7 @@ class control_channel {
   static constexpr std::size_t QUEUED_BYTES_MAX = 1 << 20;
   /// Of replies that the peer does not take, before its next line waits.
   static constexpr std::size_t WAITING_OUTPUT_MAX = 64 * 1024;
+  static constexpr std::size_t LINE_LENGTH = 8192;
 
   struct events {
     std::function<void()> on_queued;  ///< lines were queued, or may be taken again, and nobody waits in `next_line`
@@ -41,8 +42,8 @@ class control_channel {
     std::function<void()> on_lost;         ///< once, when the peer is gone
   };
 
-  /// Takes over the socket.
-  control_channel(event_loop& loop, int socket);
+  /// Takes over the socket. Lines of more than `line_length` bytes, their end included, are dropped.
+  control_channel(event_loop& loop, int socket, std::size_t line_length = LINE_LENGTH);
   ~control_channel();
   control_channel(const control_channel&) = delete;
   control_channel& operator=(const control_channel&) = delete;

@@ -54,6 +54,17 @@ class data_channel {
   /// addresses are closed and waited past. `close`, `listen` and `target` end the wait with an error.
   boost::asio::awaitable<data_connection> open(std::chrono::milliseconds limit);
 
+  /// The same without using it up, for transfers on several connections, until `close`. Where the client connects, one
+  /// at a time is waited for.
+  /// \param limit  nothing: as long as it takes
+  boost::asio::awaitable<data_connection> open_another(std::optional<std::chrono::milliseconds> limit);
+
+  /// Whether the client is to connect; of one that is ready.
+  bool passive() const;
+
+  /// Send and receive buffers of connections from now on; 0: as the kernel sees fit.
+  void set_buffers(int bytes);
+
   /// Gives the set-up up.
   void close();
 
@@ -61,6 +72,7 @@ class data_channel {
   struct setup;
   event_loop& loop_;
   std::shared_ptr<setup> setup_;
+  int buffer_bytes_ = 0;
   data_protection protection_;
 };
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "net/event_loop.h"
+#include "net/inbound.h"
 
 #include <chrono>
 #include <cstddef>
@@ -12,33 +13,15 @@
 
 namespace tarvex::server {
 
-class data_socket;
-
-/// What became of a read.
-struct read_outcome {
-  bool failed = false;
-  std::size_t bytes = 0;
-  std::uint64_t offset = 0;  ///< of the first of them, counted from the first byte that came
-  bool eof = false;          ///< no more will come
-};
-
-/// A wish for the next bytes. The buffer is the receiver's until `done`, which runs on the I/O thread.
-struct data_read {
-  unsigned char* buffer = nullptr;
-  std::size_t length = 0;
-  std::function<void(const read_outcome&)> done;
-};
-
-/// The incoming bytes of one transfer: a monitor between the threads that want them and the I/O thread, which receives
-/// them straight into the buffers of waiting reads, or ahead of reads into a window of bounded memory.
+/// The incoming bytes of a transfer in stream mode, on one connection: received straight into the buffers of waiting
+/// reads, or ahead of reads into a window of bounded memory.
 ///
-/// Reads are done exactly once, in order: when full, when the data end or break off, and partly filled when the peer
-/// is slow. A read of 0 bytes waits for the end of the data. The data end when the peer closes its direction in order,
-/// after as many bytes as it announced, and is still there to be answered a grace later: a process that is killed
-/// closes its data connection like one that has sent everything, but its control connection goes with it.
+/// The data end when the peer closes its direction in order, after as many bytes as it announced, and is still there to
+/// be answered a grace later: a process that is killed closes its data connection like one that has sent everything,
+/// but its control connection goes with it.
 ///
 /// States: waiting for its connection, open, ended or broken off (what came before is still handed out), over.
-class data_receiver {
+class data_receiver : public inbound {
  public:
   struct rules {
     std::size_t window_bytes = 0;             ///< of memory for what comes ahead of reads
@@ -57,25 +40,15 @@ class data_receiver {
   };
 
   data_receiver(event_loop& loop, rules with);
-  ~data_receiver();
+  ~data_receiver() override;
   data_receiver(const data_receiver&) = delete;
   data_receiver& operator=(const data_receiver&) = delete;
 
-  // Any thread.
-
-  /// \return false when the receiver is over; the read was not taken then.
-  [[nodiscard]] bool read(data_read read);
-  /// Bytes that have come.
-  std::uint64_t received_bytes() const;
-
-  // I/O thread.
-
-  /// The connection is there.
-  void attach(std::unique_ptr<data_socket> connection);
-  /// No more reads. A peer that is still sending may go on for a while into nothing, so that it gets to read the reply.
-  void finish();
-  /// Closes at once; reads that wait fail. Does not call `broken`.
-  void abort();
+  [[nodiscard]] bool read(data_read read) override;
+  std::uint64_t received_bytes() const override;
+  void attach(std::unique_ptr<data_socket> connection) override;
+  void finish() override;
+  void abort() override;  ///< does not call `broken`
 
  private:
   struct state;

@@ -14,8 +14,9 @@ namespace tarvex::server {
 /// comes behind it an ABOR is kept, as long as none waits there that has not cancelled anything yet.
 class line_queue {
  public:
-  /// \param limit  bytes that may wait, a line counting with its record
-  explicit line_queue(std::size_t limit) : limit_(limit) {}
+  /// \param limit        bytes that may wait, a line counting with its record
+  /// \param line_length  bytes of a line with its end; longer ones are dropped
+  line_queue(std::size_t limit, std::size_t line_length) : limit_(limit), reader_(line_length) {}
 
   /// Cuts what has arrived into lines. \return whether lines were queued.
   bool add(std::string_view bytes);

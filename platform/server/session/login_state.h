@@ -12,7 +12,7 @@ struct login_state {
   unsigned failures = 0;
   unsigned bad_commands = 0;
   /// Who has not logged in by then is sent away, whatever else was said.
-  std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::now() + std::chrono::seconds(120);
+  std::chrono::steady_clock::time_point deadline;
   std::string name;  ///< the storage's name for the user
 };
 

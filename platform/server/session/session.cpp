@@ -1,7 +1,9 @@
 #include "session/session.h"
 
 #include "base/log.h"
+#include "ftp/markers.h"
 #include "ftp/reply.h"
+#include "storage/spool_budget.h"
 #include "storage/transfer.h"
 
 #include <algorithm>
@@ -12,7 +14,7 @@ namespace tarvex::server {
 session::session(const session_setup& setup)
     : config(*setup.config),
       accounts(*setup.accounts),
-      control(loop, setup.control_socket),
+      control(loop, setup.control_socket, setup.config->line_length),
       tls(setup.tls ? std::make_unique<tls_session>(setup.tls) : nullptr),
       data(loop),
       storage({.loop = loop,
@@ -20,21 +22,30 @@ session::session(const session_setup& setup)
                .plugin = *setup.storage,
                .changes = setup.changes,
                .budget = setup.budget,
-               .budget_share = setup.budget_share,
+               .budget_share = setup.share,
                .who = [this] { return who(); }}),
-      end_wake_(loop) {}
+      limits(setup.limits),
+      share(setup.share),
+      end_wake_(loop) {
+  login.deadline = std::chrono::steady_clock::now() + std::chrono::seconds(config.login_timeout_s);
+}
 
 void session::reply(int code, std::string_view line) {
-  control.send(reply_format(code, line));
+  if (!replied_last_) control.send(reply_format(code, line));
+}
+
+void session::reply_last(int code, std::string_view line) {
+  reply(code, line);
+  replied_last_ = true;
 }
 
 void session::reply(int code, const std::vector<std::string>& lines) {
-  control.send(reply_format(code, lines));
+  if (!replied_last_) control.send(reply_format(code, lines));
 }
 
 void session::reply_block(int code, std::string_view first, const std::vector<std::string>& inner,
                           std::string_view last) {
-  control.send(server::reply_block(code, first, inner, last));
+  if (!replied_last_) control.send(server::reply_block(code, first, inner, last));
 }
 
 boost::asio::awaitable<bool> session::secure(std::string invitation) {
@@ -57,10 +68,12 @@ void session::protect_data(bool on) {
 }
 
 std::shared_ptr<transfer> session::make_transfer(const std::string& path) {
+  // Whoever ends explicitly needs no grace.
+  const bool blocks = settings.block_mode;
   return std::make_shared<transfer>(transfer_client{
       .loop = loop,
       .data = data,
-      .stall_limit = std::chrono::seconds(config.idle_timeout_s),
+      .stall_limit = std::chrono::seconds(config.stalled_timeout_s),
       .opening =
           [this, path] {
             if (data.protection().tls) control.renew_ticket();  // each data connection may use one up
@@ -68,9 +81,24 @@ std::shared_ptr<transfer> session::make_transfer(const std::string& path) {
           },
       .present = [this] { return control.present(); },
       .speaks = [this](std::chrono::steady_clock::time_point since) { return last_line_ > since; },
-      .end_grace = end_grace(),
+      .end_grace = blocks ? std::chrono::milliseconds(0) : end_grace(),
       .require_close_notify = config.tls_require_close_notify,
+      .blocks = blocks ? std::optional(transfer_blocks()) : std::nullopt,
   });
+}
+
+block_settings session::transfer_blocks() {
+  const storage_session::host& host = storage.environment();
+  return {
+      .connections_max = config.data_streams,
+      .connections = std::min(settings.retrieve_connections, config.data_streams),
+      .block_bytes = settings.retrieve_block_bytes,
+      .window_bytes = config.window_bytes,
+      .account = window_account(host.budget, host.budget_share),
+      .interval = std::chrono::seconds(config.update_interval_s),
+      .progress = [this](std::uint64_t moved,
+                         std::uint64_t restart_point) { control.send(markers_format(moved, restart_point)); },
+  };
 }
 
 /// A packet that tells of the end of the control connection may have to be sent again, more than once.

@@ -11,6 +11,7 @@
 #include "session/login_state.h"
 #include "session/session_setup.h"
 #include "storage/storage_session.h"
+#include "storage/transfer.h"
 
 #include <functional>
 #include <memory>
@@ -36,6 +37,8 @@ class session {
   data_channel data;
   storage_session storage;
   login_state login;
+  shared_limits* const limits;  ///< null: nobody counts
+  const std::size_t share;      ///< of the limits
   client_settings settings;
 
   /// Sends a reply.
@@ -44,6 +47,8 @@ class session {
   /// Sends "CODE-first", the inner lines as they stand behind a blank, "CODE last" (RFC 2389, RFC 3659).
   void reply_block(int code, std::string_view first, const std::vector<std::string>& inner, std::string_view last);
 
+  /// The last reply: what a command that is cut short has to say afterwards is not sent.
+  void reply_last(int code, std::string_view line);
   /// Goes on under TLS, after an invitation that is sent as it stands; none when the client begins by itself.
   /// \return false when that failed, and the session has ended.
   boost::asio::awaitable<bool> secure(std::string invitation);
@@ -73,8 +78,10 @@ class session {
 
  private:
   std::chrono::milliseconds end_grace() const;
+  block_settings transfer_blocks();
 
   bool ending_ = false;
+  bool replied_last_ = false;
   std::chrono::steady_clock::time_point last_line_{};
   std::function<void()> ending_call_, sent_call_;
   wake end_wake_;

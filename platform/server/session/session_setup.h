@@ -8,6 +8,7 @@ namespace tarvex::server {
 class accounts_cache;
 struct change_slots;
 struct configuration;
+struct shared_limits;
 struct spool_budget;
 struct storage_plugin;
 struct tls_identity;
@@ -19,7 +20,8 @@ struct session_setup {
   storage_plugin* storage = nullptr;             ///< loaded, not yet activated
   change_slots* changes = nullptr;               ///< shared memory; null: no other session exists
   spool_budget* budget = nullptr;                ///< shared memory; null: none
-  std::size_t budget_share = 0;                  ///< this session's
+  shared_limits* limits = nullptr;               ///< shared memory; null: none
+  std::size_t share = 0;                         ///< this session's, of the budget and of the limits
   int control_socket = -1;                       ///< the session closes it
   std::shared_ptr<const tls_identity> tls = {};  ///< null: TLS is not offered
   bool implicit_tls = false;                     ///< TLS comes before the greeting

@@ -2,7 +2,7 @@
 
 namespace tarvex::server {
 
-block_source::block_source(data_receiver& receiver) : receiver_(receiver) {
+block_source::block_source(inbound& receiver) : receiver_(receiver) {
   for (block& into : blocks_) ask(into);
 }
 

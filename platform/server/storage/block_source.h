@@ -1,6 +1,6 @@
 #pragma once
 
-#include "net/data_receiver.h"
+#include "net/inbound.h"
 
 #include <array>
 #include <condition_variable>
@@ -15,7 +15,7 @@ namespace tarvex::server {
 /// Received data, block by block, for one thread that may wait for them: while it is busy with one block others fill.
 class block_source {
  public:
-  explicit block_source(data_receiver& receiver);
+  explicit block_source(inbound& receiver);
   /// Waits until the receiver has let go of every block: it has ended by then, or is over.
   ~block_source();
   block_source(const block_source&) = delete;
@@ -32,7 +32,7 @@ class block_source {
   void ask(block& into);
   void done(const read_outcome& outcome, bool taken);
 
-  data_receiver& receiver_;
+  inbound& receiver_;
   std::array<block, BLOCKS> blocks_;
   std::size_t taken_ = 0;
   std::mutex mutex_;

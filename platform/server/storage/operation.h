@@ -65,6 +65,7 @@ struct tarvex_gfs_operation_s {
   int default_code = 550;       ///< of the reply to an error that names none
   bool storage_failed = false;  ///< by the storage's own account
   bool certain = true;          ///< what was done is known by what Box answered
+  bool replaces = false;        ///< an item that came while the work was on its way
   bool moves_folder = false;    ///< what is removed or renamed is a folder
   std::string remark;           ///< a line more for the reply to a failure
 

@@ -43,7 +43,7 @@ void enter(operation& op, maker by) {
   change_view& view = op.storage.others();
   const operation_subject& about = op.subject;
   if (!about.from_path.empty()) view.enter_change(about.from_path, by);
-  if (about.removes || about.replaces || by == maker::nobody) view.enter_change(about.path, by);
+  if (about.removes || about.replaces || op.replaces || by == maker::nobody) view.enter_change(about.path, by);
   if (about.adds) view.enter_addition(about.path, by);
 }
 

@@ -123,6 +123,11 @@ bool was_told(operation& op, const request_fate& fate) {
 }
 
 void verify_store(operation& op, const exchange_summary& heard) {
+  const bool in_the_way = heard.deletes.sent > 0 && heard.deletes.status != 200 && heard.deletes.status != 204;
+  if (in_the_way && result_class(op.result.get()) == "PATH_EXISTS" && status_may_pass(heard.deletes.status)) {
+    op.result = failure("TRY_AGAIN", "Box has not deleted the former " + op.subject.path + "; send the new one again.");
+    return;
+  }
   const request_fate& fate = heard.commit.sent > 0 ? heard.commit : heard.upload;
   if (fate.sent == 0) {
     const bool made_way = heard.deletes.doubtful && result_missing(op.result.get());

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <functional>
 #include <mutex>
-#include <span>
+#include <vector>
 
 namespace tarvex::server {
 
@@ -16,29 +16,32 @@ struct byte_range {
   tarvex_off_t length = -1;  ///< -1: to the end
 };
 
-/// What the storage sends of a file: hands every byte of the wanted range on once and in order, also when the storage
-/// begins an attempt anew. Any thread, unless said otherwise.
+/// What the storage sends of a file: hands every byte of the wanted ranges on once and in order, also when the storage
+/// begins an attempt at one of them anew. Any thread, unless said otherwise.
 class outgoing {
  public:
   /// Takes a piece; it calls the piece's `done`. False: nobody takes any more.
   using taker = std::function<bool(data_piece)>;
 
-  outgoing(byte_range range, taker take);
+  /// \param ranges  in order and apart; only the last may go to the end of the file
+  outgoing(std::vector<byte_range> ranges, taker take);
 
-  /// As `tarvex_gridftp_server_get_read_range`.
+  /// As `tarvex_gridftp_server_get_read_range`. There is no next one before all of the range before was handed on.
   byte_range next_range();
   /// Hands on a piece that belongs at `offset`, without what was handed on before.
-  /// \return an error result, which is the caller's, for bytes that leave a gap, and when nobody takes them; the piece
-  /// is not done then.
+  /// \return an error result, which is the caller's, for bytes that leave a gap or lie beyond the range, and when
+  /// nobody takes them; the piece is not done then.
   [[nodiscard]] tarvex_result_t push(data_piece piece, tarvex_off_t offset);
   /// Makes ready to be sent from the start. \return false when bytes have flowed.
   bool rewind();
 
  private:
-  const byte_range range_;
+  bool range_is_over() const;
+
+  const std::vector<byte_range> ranges_;
   const taker take_;
   std::mutex mutex_;
-  bool asked_ = false;     // guarded by mutex_
+  std::size_t asked_ = 0;  // guarded by mutex_: ranges that the storage was told of
   tarvex_off_t next_ = 0;  // guarded by mutex_: of the file, the first byte that was not handed on
 };
 

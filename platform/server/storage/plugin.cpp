@@ -25,6 +25,15 @@ constexpr setting_environment ENVIRONMENT[] = {
     {"TARVEX_DSI_REST_PROXY", &configuration::box_proxy},
 };
 
+/// Settings for which this server has a better value than the plug-in's own; the configuration's count before them.
+struct preferred_setting {
+  const char* key;
+  int value;
+};
+constexpr preferred_setting PREFERRED[] = {
+    {"abort_uploads", 1},  // a session's end is known here to be for good
+};
+
 std::string load_error() {
   const char* const text = dlerror();
   return text == nullptr ? "unknown error" : text;
@@ -104,6 +113,9 @@ std::string open_library(const configuration& config, storage_plugin& out) {
 std::string plugin_load(const configuration& config, storage_plugin& out) {
   const std::string error = open_library(config, out);
   if (!error.empty()) return error;
+  for (const preferred_setting& row : PREFERRED) {
+    if (int* const setting = find_setting(out.library, setting_name(config.storage_dsi, row.key))) *setting = row.value;
+  }
   for (const auto& [key, value] : config.storage_settings) {
     int* const setting = find_setting(out.library, setting_name(config.storage_dsi, key));
     if (setting == nullptr) return unknown_setting(config.storage_dsi, key);

@@ -16,7 +16,8 @@ struct storage_plugin {
   const tarvex_gfs_storage_iface_t* interface = nullptr;  ///< null before plugin_activate
 };
 
-/// Loads the plug-in and applies [storage.settings] and [box] (the bases go into the environment, for the plug-in's
+/// Loads the plug-in and applies [storage.settings] (where they name it not, this server's own choice: unfinished
+/// uploads are aborted when a session ends) and [box] (the bases go into the environment, for the plug-in's
 /// activation to read). Runs none of its code; before any session.
 /// \return an empty string, or one line that says what is wrong: the library cannot be loaded, lacks its module, is of
 /// another interface version, or has no int setting `tarvex_i_<dsi>_<key>` (an exported object of int's size).

@@ -117,12 +117,12 @@ asio::awaitable<outcome> storage_session::say(std::string verb, std::string path
   co_return operation_outcome(op);
 }
 
-asio::awaitable<outcome> storage_session::send(std::string verb, std::string path, byte_range range,
+asio::awaitable<outcome> storage_session::send(std::string verb, std::string path, std::vector<byte_range> ranges,
                                                std::shared_ptr<transfer> over) {
   operation op(*this, operation_kind::transfer, {.verb = std::move(verb), .path = std::move(path)});
   op.transfer = over;
   op.sends = std::make_shared<outgoing>(
-      range, [channel = over.get()](data_piece piece) { return channel->push(std::move(piece)); });
+      std::move(ranges), [channel = over.get()](data_piece piece) { return channel->push(std::move(piece)); });
   op.rewind = [&op] { return op.sends->rewind(); };
   op.work = call_send;
   co_await run(op);
@@ -131,7 +131,8 @@ asio::awaitable<outcome> storage_session::send(std::string verb, std::string pat
 
 asio::awaitable<outcome> storage_session::read(std::string verb, std::string path, byte_range range, bytes_sink sink) {
   operation op(*this, operation_kind::transfer, {.verb = std::move(verb), .path = std::move(path)});
-  op.sends = std::make_shared<outgoing>(range, [this, &sink](data_piece piece) {
+  std::vector<byte_range> ranges = {range};
+  op.sends = std::make_shared<outgoing>(std::move(ranges), [this, &sink](data_piece piece) {
     loop().post([&sink, piece = std::move(piece)] {
       sink({reinterpret_cast<const std::byte*>(piece.bytes), piece.length});
       piece.done(true);

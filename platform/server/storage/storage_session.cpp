@@ -106,6 +106,19 @@ asio::awaitable<outcome> storage_session::start(storage_user user) {
   co_return how;
 }
 
+asio::awaitable<void> storage_session::leave() {
+  std::function<void()> let_go = [this] {
+    unfinished_.clear();
+    handle_.reset();
+  };
+  if (thread_) co_await run_aside(std::move(let_go));
+  started_ = false;
+  user_ = {};
+  username_.clear();
+  home_directory_.clear();
+  checksums_.clear();
+}
+
 /// The plug-in's session that an operation has started becomes the one in use. \return false when there is none.
 bool storage_session::take_session(operation& started) {
   if (!started.finished || !operation_succeeded(started)) return false;
@@ -144,7 +157,9 @@ asio::awaitable<outcome> storage_session::forget_unfinished(std::string path) {
     co_await run(op);
     how = operation_outcome(op);
   }
-  if (how.ok()) unfinished_.erase(path);
+  // There, since it may be the end of a session of the plug-in's, which talks to Box then.
+  std::function<void()> forget = [this, path] { unfinished_.erase(path); };
+  if (how.ok()) co_await run_aside(std::move(forget));
   co_return how;
 }
 
@@ -181,14 +196,19 @@ bool storage_session::cancel(int code, const std::string& why) {
   return true;
 }
 
-bool storage_session::finish(std::chrono::milliseconds limit) {
+bool storage_session::finish(std::chrono::milliseconds limit, std::chrono::milliseconds tidy_limit) {
   if (!thread_) return true;
   if (running_) return false;
+  const bool tidies = !unfinished_.empty();
+  if (tidies) tarvex_cancel_reset(cancel_);  // or the requests that undo would be cancelled like those that did
   thread_->submit([this] {
     unfinished_.clear();
     handle_.reset();
   });
-  if (!thread_->stop(limit)) return false;
+  bool stopped = tidies && thread_->stop(tidy_limit);
+  if (!stopped) tarvex_cancel_request(cancel_);
+  if (!stopped) stopped = thread_->stop(limit);
+  if (!stopped) return false;
   thread_.reset();
   if (interface()) plugin_deactivate(host_.plugin);
   return true;

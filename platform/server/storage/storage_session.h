@@ -21,6 +21,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tarvex::server {
 
@@ -102,6 +103,8 @@ class storage_session {
   /// Activates the plug-in and starts its session for the user.
   boost::asio::awaitable<outcome> start(storage_user user);
   bool started() const { return started_; }
+  /// Ends the plug-in's session; the next `start` may be for another user. Nothing may run.
+  boost::asio::awaitable<void> leave();
   const std::string& username() const { return username_; }              ///< empty: the login name
   const std::string& home_directory() const { return home_directory_; }  ///< absolute, as the plug-in has it
 
@@ -125,8 +128,8 @@ class storage_session {
   /// Sends text over a transfer: no plug-in is asked, but it can be cancelled like everything.
   boost::asio::awaitable<outcome> say(std::string verb, std::string path, std::string text,
                                       std::shared_ptr<transfer> over);
-  /// Sends a range of a file over a transfer.
-  boost::asio::awaitable<outcome> send(std::string verb, std::string path, byte_range range,
+  /// Sends ranges of a file over a transfer, in order and apart; only the last may go to the end of the file.
+  boost::asio::awaitable<outcome> send(std::string verb, std::string path, std::vector<byte_range> ranges,
                                        std::shared_ptr<transfer> over);
   /// Has a range of a file sent to `sink`, which is called on the I/O thread.
   boost::asio::awaitable<outcome> read(std::string verb, std::string path, byte_range range, bytes_sink sink);
@@ -152,8 +155,9 @@ class storage_session {
   /// Cancels what runs: its transfer ends with the reply `code` `why`, the plug-in's sleeps and requests end early.
   /// \return whether something ran.
   bool cancel(int code, const std::string& why);
-  /// Ends the plug-in's session and the thread. \return false when the thread hangs: the process has to end without it.
-  [[nodiscard]] bool finish(std::chrono::milliseconds limit);
+  /// Ends the plug-in's session and the thread. Where uploads were left unfinished, the plug-in has `tidy_limit` to
+  /// undo them at the other end. \return false when the thread hangs beyond `limit`: the process has to end without it.
+  [[nodiscard]] bool finish(std::chrono::milliseconds limit, std::chrono::milliseconds tidy_limit);
 
   // For what the plug-in calls, and for the operation thread.
   event_loop& loop() const { return host_.loop; }

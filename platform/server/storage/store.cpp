@@ -61,11 +61,15 @@ void block_counter::note(std::size_t length, const read_outcome& outcome) {
 }
 
 store::store(storage_session& storage, std::shared_ptr<transfer> channel, const store_request& request)
-    : storage_(storage), channel_(std::move(channel)), request_(request) {
+    : storage_(storage), channel_(std::move(channel)), request_(request), announced_(request.size > 0) {
   std::optional<std::uint64_t> expected;
   if (request.size > 0) expected = request.size - request.offset;
   // Bytes that were counted need no grace; for others it follows once all are there.
-  channel_->receive(expected, expected ? READ_AHEAD_BYTES : SPOOL_AHEAD_BYTES, std::chrono::milliseconds(0));
+  channel_->receive({.expected = expected,
+                     .window_bytes = expected ? READ_AHEAD_BYTES : SPOOL_AHEAD_BYTES,
+                     .start = request.offset,
+                     .shift = request.shift,
+                     .restart_point = [this] { return restart_point(); }});
   if (request.size <= storage_.chunked_minimum()) sha1_ = checksum_stream::create("SHA1");
 }
 
@@ -105,7 +109,7 @@ bool store::prepare_anew(operation& op) {
   if (!operation_prepare(op)) return false;
   std::optional<item_stat> taken;
   if (request_.replaces || !stat_inside(op, op.subject.path, taken).ok() || !taken) return true;
-  request_.replaces = true;
+  request_.replaces = op.replaces = true;
   return !std::exchange(end_awaited_, false) || await_life(op);
 }
 
@@ -130,7 +134,8 @@ bool store::may_run_again(operation& op) {
 bool store::await_beginning(operation& op) {
   const std::uint64_t enough = std::min<std::uint64_t>(request_.size - request_.offset, BEGINNING_BYTES);
   channel_->begin();
-  while (channel_->receiver().received_bytes() < enough) {
+  const inbound& data = channel_->receiver();
+  while (data.received_bytes() < enough && !data.full()) {
     if (op.cancelled || channel_->broken() || tarvex_sleep(&POLL) != 0) return false;
   }
   return true;
@@ -275,6 +280,11 @@ std::string store::sha1(const std::string& digest) {
   }
   if (spool_) return stream->finish().value_or("");
   return sha1_ ? sha1_->finish().value_or("") : "";
+}
+
+/// Of what is taken in first nothing has reached the storage as long as the client can break it off.
+std::uint64_t store::restart_point() const {
+  return announced_ && request_.size > storage_.chunked_minimum() ? blocks_.last() : 0;
 }
 
 std::optional<unfinished_store> store::leftover() const {

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "base/checksum.h"
-#include "net/data_receiver.h"
 #include "net/event_loop.h"
+#include "net/inbound.h"
 #include "storage/operation.h"
 #include "storage/outgoing.h"
 
@@ -22,6 +22,7 @@ class spool;
 struct store_request {
   std::uint64_t size = 0;    ///< of the whole file; 0: it was not announced
   std::uint64_t offset = 0;  ///< goes on there with an upload that was cut off; 0: starts afresh
+  std::uint64_t shift = 0;   ///< in extended block mode, added to what the blocks say of where they belong
   std::time_t modification_time = -1;
   bool replaces = false;          ///< an item of that name exists
   std::shared_ptr<void> session;  ///< of the plug-in, which holds the upload that goes on; null: the one in use
@@ -41,6 +42,8 @@ class block_counter {
  public:
   /// A read of `length` bytes has come to its end with `outcome`, whose offset is the file's.
   void note(std::size_t length, const read_outcome& outcome);
+  /// Where the last block begins.
+  std::uint64_t last() const { return start_; }
   /// Where the block begins that could not be filled; nothing: none failed.
   const std::optional<std::uint64_t>& failed() const { return failed_; }
 
@@ -83,7 +86,7 @@ class store {
   const store_request& request() const { return request_; }
   /// As `tarvex_gridftp_server_get_write_range`.
   byte_range write_range() const;
-  /// As `data_receiver::read`, with offsets of the file.
+  /// As `inbound::read`, with offsets of the file.
   [[nodiscard]] bool read(data_read wanted);
   /// SHA-1 of what was sent, in lower-case hex; empty: not known. `digest`: what the storage said of it to Box.
   std::string sha1(const std::string& digest);
@@ -97,6 +100,8 @@ class store {
   bool complete() const { return end_passed_; }
   /// What the plug-in may have kept of it after it failed; nothing: it keeps none of files of this size.
   std::optional<unfinished_store> leftover() const;
+  /// Where the store could go on if it broke off now; 0: nowhere. I/O thread, at any time.
+  std::uint64_t restart_point() const;
 
  private:
   bool await_data(operation& op);
@@ -114,6 +119,7 @@ class store {
   storage_session& storage_;
   const std::shared_ptr<transfer> channel_;
   store_request request_;  ///< its size is learnt before the plug-in is called
+  const bool announced_;   ///< the size
 
   std::atomic<std::uint64_t> stored_{0};
   std::unique_ptr<spool> spool_;

@@ -1,8 +1,9 @@
 #pragma once
 
 #include "net/data_channel.h"
-#include "net/data_receiver.h"
-#include "net/data_sender.h"
+#include "net/inbound.h"
+#include "net/outbound.h"
+#include "net/window_memory.h"
 
 #include <boost/asio/awaitable.hpp>
 
@@ -15,6 +16,29 @@
 
 namespace tarvex::server {
 
+class block_sender;
+
+/// How a transfer goes in extended block mode.
+struct block_settings {
+  unsigned connections_max = 1;      ///< that an upload may come on
+  unsigned connections = 1;          ///< of a download
+  std::size_t block_bytes = 0;       ///< of a download's blocks
+  std::size_t window_bytes = 0;      ///< for blocks of an upload that come early
+  memory_account account;            ///< that the window's memory is taken from
+  std::chrono::seconds interval{0};  ///< between calls of `progress`; 0: none
+  /// I/O thread: tells how many bytes were moved, and where an upload could go on if it broke off; 0: nowhere.
+  std::function<void(std::uint64_t moved, std::uint64_t restart_point)> progress;
+};
+
+/// What a transfer receives.
+struct incoming_data {
+  std::optional<std::uint64_t> expected;         ///< exactly so many bytes; nothing: as many as come
+  std::size_t window_bytes = 0;                  ///< that may wait to be read, in stream mode
+  std::uint64_t start = 0;                       ///< of the file, where they begin
+  std::uint64_t shift = 0;                       ///< added to the offset of each block
+  std::function<std::uint64_t()> restart_point;  ///< I/O thread: where it could go on if it broke off; 0: nowhere
+};
+
 /// What a transfer needs of the client's session.
 struct transfer_client {
   event_loop& loop;
@@ -24,8 +48,9 @@ struct transfer_client {
   std::function<bool()> present;          ///< whether the client's control connection is there
   /// Whether the client has said something since then.
   std::function<bool(std::chrono::steady_clock::time_point since)> speaks;
-  std::chrono::milliseconds end_grace;  ///< how long a client that is dead may look alive
-  bool require_close_notify = false;    ///< under TLS, before the end of what is received is believed
+  std::chrono::milliseconds end_grace;        ///< how long a client that is dead may look alive
+  bool require_close_notify = false;          ///< under TLS, before the end of what is received is believed
+  std::optional<block_settings> blocks = {};  ///< nothing: stream mode
 };
 
 /// One use of the data channel, from the 150 reply to the closed connection. The final reply is the caller's. It sends,
@@ -39,6 +64,7 @@ class transfer : public std::enable_shared_from_this<transfer> {
   };
 
   explicit transfer(transfer_client client);
+  ~transfer();
 
   // Any thread.
 
@@ -47,9 +73,9 @@ class transfer : public std::enable_shared_from_this<transfer> {
   bool begun() const { return begun_; }
   /// Hands a piece to the client, or text of which no more than a bounded amount waits: this blocks while the client is
   /// slow. \return false when the data channel has ended.
-  [[nodiscard]] bool push(data_piece piece) { return sender_.push(std::move(piece)); }
+  [[nodiscard]] bool push(data_piece piece) { return sender_->push(std::move(piece)); }
   [[nodiscard]] bool push_text(std::string text);
-  data_receiver& receiver() { return *receiver_; }           ///< of one that receives
+  inbound& receiver() { return *receiver_; }                 ///< of one that receives
   bool client_present() const { return client_.present(); }  ///< I/O thread
   bool client_speaks(std::chrono::steady_clock::time_point since) const {
     return client_.speaks(since);
@@ -58,13 +84,14 @@ class transfer : public std::enable_shared_from_this<transfer> {
   bool broken() const { return broken_; }  ///< a failure was noted
   bool receives() const { return receiver_ != nullptr; }
   /// Bytes that went out, or that came in.
-  std::uint64_t moved_bytes() const { return receiver_ ? receiver_->received_bytes() : sender_.sent_bytes(); }
+  std::uint64_t moved_bytes() const { return receiver_ ? receiver_->received_bytes() : sender_->sent_bytes(); }
 
   // I/O thread.
 
-  /// Makes it receive exactly `expected` bytes; nothing: as many as come. `window_bytes` may wait to be read. The end
-  /// is believed after `end_grace`.
-  void receive(std::optional<std::uint64_t> expected, std::size_t window_bytes, std::chrono::milliseconds end_grace);
+  /// Makes it receive.
+  void receive(const incoming_data& what);
+  /// That so many bytes will be sent: no more connections are opened than there are blocks.
+  void announce(std::uint64_t bytes) { announced_ = bytes; }
   /// Who cancels the operation that the transfer serves when the data connection fails.
   void on_failure(std::function<void(int code, const std::string& why)> cancel) { cancel_ = std::move(cancel); }
   /// What the client will be told; the first failure counts. Ends nothing by itself.
@@ -80,6 +107,11 @@ class transfer : public std::enable_shared_from_this<transfer> {
 
  private:
   static boost::asio::awaitable<void> open(std::shared_ptr<transfer> self);
+  static boost::asio::awaitable<void> accept_lanes(std::shared_ptr<transfer> self);
+  static boost::asio::awaitable<void> open_lane(std::shared_ptr<transfer> self);
+  void open_lanes();
+  void tell_progress();
+  void close_down();
   void cancel(int code, const std::string& why);
 
   const transfer_client client_;
@@ -89,8 +121,14 @@ class transfer : public std::enable_shared_from_this<transfer> {
   std::optional<failure> failed_;
   bool over_ = false;  ///< a wait for the connection that ends now says nothing
   std::function<void(int code, const std::string& why)> cancel_;
-  data_sender sender_;
-  std::unique_ptr<data_receiver> receiver_;
+  std::unique_ptr<outbound> sender_;
+  block_sender* lanes_ = nullptr;  ///< the sender in extended block mode
+  unsigned lanes_asked_ = 0;
+  unsigned lanes_missing_ = 0;
+  std::optional<std::uint64_t> announced_;
+  std::unique_ptr<inbound> receiver_;
+  std::function<std::uint64_t()> restart_point_;
+  loop_timer progress_timer_;
 };
 
 }  // namespace tarvex::server

@@ -52,6 +52,10 @@ proxy = "socks5h://me:p%40ss@[::1]:1080"
 [limits]
 spool_memory_bytes = 0
 spool_disk_bytes = 9223372036854775807
+stalled_timeout = 7
+[security]
+user = "ftp"
+sandbox = "require"
 )",
                              full);
   for (const auto& mistake : mistakes) ADD_FAILURE() << mistake_text(mistake);
@@ -68,6 +72,9 @@ spool_disk_bytes = 9223372036854775807
   EXPECT_EQ(full.box_proxy, "socks5h://me:p%40ss@[::1]:1080");
   EXPECT_EQ(full.spool_memory_bytes, 0U);
   EXPECT_EQ(full.spool_disk_bytes, 9223372036854775807U);
+  EXPECT_EQ(full.stalled_timeout_s, 7U);
+  EXPECT_EQ(full.user, "ftp");
+  EXPECT_EQ(full.sandbox, sandbox_mode::require);
 }
 
 struct mistake_row {
@@ -116,6 +123,9 @@ TEST_F(Configuration, EveryMistakeIsReportedWithItsLine) {
       {"box", "proxy = 'http://u:p@'", "SCHEME"},
       {"box", "proxy = 'h:1'", "SCHEME"},
       {"limits", "spool_memory_bytes = -1", "from 0 to"},
+      {"limits", "line_length = 10", "from 512 to 65536"},
+      {"security", "user = ''", "the name of a user"},
+      {"security", "sandbox = 'on'", "\"require\", \"try\" or \"off\""},
       {"storage.settings", "api_per_second = 0", "api_per_second in [storage.settings]: expected a number of requests"},
       {"storage.settings", "upload_per_second = -3", "from 1 up, found -3"},
       {"storage", "policy = '{\"user_api_rate_limit\": 0}'", "policy in [storage]: expected user_api_rate_limit"},

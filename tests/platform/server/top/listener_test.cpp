@@ -22,7 +22,8 @@ class Listener : public testing::Test {
   Listener() {
     folder_.write("accounts.toml", "");
     folder_.write("c.toml",
-                  "[accounts]\nfile = 'accounts.toml'\n[server]\nlisten = ['127.0.0.1:0']\n[storage]\ndsi = 'fake'\n");
+                  "[accounts]\nfile = 'accounts.toml'\n[server]\nlisten = ['127.0.0.1:0']\n[storage]\ndsi = 'fake'\n"
+                  "[security]\nuser = 'root'\n");
   }
 
   void start(const std::string& redirection = "") {

@@ -3,6 +3,7 @@
 #include "support/temporary_folder.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdint>
@@ -16,7 +17,7 @@ class Program : public testing::Test {
 
   std::string configuration(const std::string& server, const std::string& more = "") const {
     return folder_.write("c.toml", "[accounts]\nfile = 'accounts.toml'\n[server]\n" + server +
-                                       "\n[storage]\ndsi = 'fake'\n" + more + "\n");
+                                       "\n[storage]\ndsi = 'fake'\n" + more + "\n[security]\nuser = '" + user_ + "'\n");
   }
 
   static std::uint16_t port_of(const std::string& listening) {
@@ -26,6 +27,7 @@ class Program : public testing::Test {
   }
 
   temporary_folder folder_;
+  std::string user_ = "root";  ///< of no account where the tests are not run by root
 };
 
 TEST_F(Program, ChecksItsConfiguration) {
@@ -53,6 +55,27 @@ TEST_F(Program, ChecksItsConfiguration) {
     EXPECT_EQ(start.line(), "") << "must not listen";
     EXPECT_EQ(start.wait_for_end(), 2) << row.text;
   }
+}
+
+TEST_F(Program, StartedByRootBecomesAnotherOrRefuses) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root becomes others";
+  user_ = "nobody-of-this-name";
+  for (const char* const check : {"--check", "--log-level=info"}) {
+    child_program refused({SERVER_PROGRAM, "--config", configuration("listen = ['127.0.0.1:0']"), check});
+    EXPECT_EQ(refused.line(), "") << "must not listen";
+    EXPECT_EQ(refused.wait_for_end(), 2);
+    EXPECT_NE(refused.errors().find("there is no user \"nobody-of-this-name\""), std::string::npos);
+  }
+  user_ = "nobody";
+  child_program hidden({SERVER_PROGRAM, "--config", configuration("listen = ['127.0.0.1:0']")});
+  EXPECT_EQ(hidden.line(), "");
+  EXPECT_EQ(hidden.wait_for_end(), 1) << "the folder is root's alone";
+  EXPECT_NE(hidden.errors().find("accounts.toml cannot be used by the user"), std::string::npos) << hidden.errors();
+  std::filesystem::permissions(folder_.path(), std::filesystem::perms(0755));
+  child_program server({SERVER_PROGRAM, "--config", configuration("listen = ['127.0.0.1:0']")});
+  const auto session = loopback_socket::connect(port_of(server.line()));
+  EXPECT_TRUE(session.read_line().starts_with("220"));
+  EXPECT_EQ(server.wait_for_end(SIGTERM), 0) << server.errors();
 }
 
 TEST_F(Program, ServesUpToItsLimitAndEndsItsSessionsOnSigterm) {
