@@ -499,7 +499,8 @@ class Vsftpd:
             "ssl_ciphers": "HIGH", "rsa_cert_file": certificate.file, "rsa_private_key_file": certificate.key,
             "seccomp_sandbox": "NO", "allow_writeable_chroot": "YES", "xferlog_enable": "NO"}
         (folder / "vsftpd.conf").write_text("".join(f"{key}={value}\n" for key, value in settings.items()))
-        self.process = subprocess.Popen(["/usr/sbin/vsftpd", folder / "vsftpd.conf"], stdin=subprocess.DEVNULL)
+        self.process = subprocess.Popen(["/usr/sbin/vsftpd", folder / "vsftpd.conf"], stdin=subprocess.DEVNULL,
+                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         time.sleep(1)
 
     def stop(self):

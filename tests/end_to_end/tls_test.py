@@ -7,6 +7,7 @@ import re
 import socket
 import ssl
 import subprocess
+import threading
 import time
 
 import pytest
@@ -139,15 +140,23 @@ def test_clients_refuse_a_server_whose_certificate_is_not_trusted(server, keys):
     assert server.curl("--ssl-reqd", "--cacert", keys["ca"].file, f"{server.url}/", check=False).returncode == 0
 
 
+@pytest.fixture(scope="module")
+def implicit(server):
+    """Where the server begins with TLS: the second address that it tells."""
+    lines = []
+    reader = threading.Thread(target=lambda: lines.append(server.process.stdout.readline().decode()), daemon=True)
+    reader.start()
+    reader.join(10)
+    assert lines and lines[0].startswith("listening on "), lines
+    return lines[0].split()[-1]
+
+
 @pytest.mark.parametrize("version", VERSIONS)
-def test_implicit_tls_protects_data_from_the_start(server, keys, tmp_path, version):
-    if not hasattr(server, "implicit"):
-        server.implicit = server.process.stdout.readline().decode().split()[-1]  # told after the other address, once
-    address = server.implicit
+def test_implicit_tls_protects_data_from_the_start(server, implicit, keys, tmp_path, version):
     (tmp_path / "up").write_bytes(CONTENT)
     common = ["--cacert", keys["ca"].file, "--tlsv" + version, "--tls-max", version]
-    server.curl(*common, "-T", tmp_path / "up", f"ftps://{address}/implicit-{version}")
-    server.curl(*common, "-o", tmp_path / "down", f"ftps://{address}/implicit-{version}")
+    server.curl(*common, "-T", tmp_path / "up", f"ftps://{implicit}/implicit-{version}")
+    server.curl(*common, "-o", tmp_path / "down", f"ftps://{implicit}/implicit-{version}")
     assert (tmp_path / "down").read_bytes() == CONTENT
 
 

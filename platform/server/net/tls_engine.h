@@ -31,7 +31,7 @@ class tls_engine {
   };
 
   /// Plain bytes that `write` takes at most.
-  static constexpr std::size_t WRITE_MAX = 256 * 1024;
+  static constexpr std::size_t WRITE_MAX = 128 * 1024;
 
   /// Takes over a connection of OpenSSL that has no socket yet. Throws std::bad_alloc.
   tls_engine(SSL* connection, kind use);
