@@ -1,24 +1,49 @@
-"""rclone's Box backend against the local Box, over TLS and through a proxy.
+"""rclone's Box backend against the local Box, over TLS and through a proxy."""
 
-The path of the built emulator comes in TARVEX_EMULATOR.
-"""
-
+import asyncio
 import filecmp
-import http.client
 import json
 import os
-import pathlib
 import random
-import ssl
 import subprocess
-import tempfile
-import unittest
+import threading
 import urllib.parse
 
-from rclone_proxy import Proxy
+import pytest
+from emulated_box import EmulatedBox
 
 HOSTS = ("api.box.com", "upload.box.com", "app.box.com", "dl.boxcloud.com")
-TOKEN = "rclone-token"
+CLIENT = {"client_id": "id", "client_secret": "secret"}
+
+
+class Proxy:
+    """Every CONNECT is joined to one server, whatever host it names: a client with its hosts compiled in reaches the local
+    Box, and nothing reaches anything else. `hosts` collects the names that were asked for."""
+
+    def __init__(self, target_port):
+        self.hosts, self.target_port = set(), target_port
+        self.loop = asyncio.new_event_loop()
+        server = self.loop.run_until_complete(asyncio.start_server(self.join, "127.0.0.1", 0))
+        self.port = server.sockets[0].getsockname()[1]
+        threading.Thread(target=self.loop.run_forever, daemon=True).start()
+
+    async def join(self, reader, writer):
+        self.hosts.add((await reader.readuntil(b"\r\n\r\n")).split()[1].decode().rsplit(":", 1)[0])
+        from_box, to_box = await asyncio.open_connection("127.0.0.1", self.target_port)
+        writer.write(b"HTTP/1.1 200 Connected\r\n\r\n")
+        await asyncio.gather(self.copy(reader, to_box), self.copy(from_box, writer))
+
+    async def copy(self, source, target):
+        try:
+            while piece := await source.read(262144):
+                target.write(piece)
+                await target.drain()
+        except ConnectionError:
+            pass
+        target.close()
+
+    def close(self):
+        self.loop.call_soon_threadsafe(self.loop.stop)
 
 
 def make_certificate(directory):
@@ -33,107 +58,82 @@ def make_certificate(directory):
         subprocess.run(["openssl", *arguments.split()], cwd=directory, check=True, capture_output=True)
 
 
-class RcloneTest(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.holder = tempfile.TemporaryDirectory()
-        cls.top = pathlib.Path(cls.holder.name)
-        make_certificate(cls.top)
-        cls.box = subprocess.Popen(
-            [os.environ["TARVEX_EMULATOR"], "--quiet", "--listen", "127.0.0.1:0", "--data", cls.top / "box",
-             "--account", "rc:" + TOKEN, "--certificate", cls.top / "cert.pem", "--key", cls.top / "key.pem",
-             "--set", "commit_pending_count=1"],
-            stdout=subprocess.PIPE, text=True)
-        cls.port = int(cls.box.stdout.readline().rsplit(":", 1)[1])
-        cls.proxy = Proxy(cls.port)
-        (cls.top / "rclone.conf").write_text(
-            f"[bx]\ntype = box\naccess_token = {TOKEN}\n\n"
-            "[renewing]\ntype = box\nclient_id = id\nclient_secret = secret\ntoken = " + cls.old_token() + "\n")
+def old_token(box):
+    """A token that has run out, with a refresh token that has not."""
+    consent = box.send("GET /api/oauth2/authorize?response_type=code&client_id=id&redirect_uri=http%3A%2F%2Fh%2F", token="")
+    form = {"grant_type": "authorization_code", "code": consent.headers["Location"].split("code=")[1], **CLIENT}
+    refresh = box.send("POST /oauth2/token", urllib.parse.urlencode(form), token="").at("refresh_token")
+    return json.dumps({"access_token": "old", "token_type": "bearer", "refresh_token": refresh,
+                       "expiry": "2020-01-01T00:00:00Z"})
 
-    @classmethod
-    def tearDownClass(cls):
-        cls.proxy.close()
-        cls.box.terminate()
-        status = cls.box.wait()
-        cls.box.stdout.close()
-        cls.holder.cleanup()
-        assert status == 0, f"the emulator ended with {status}"
 
-    @classmethod
-    def request(cls, path, form=None):
-        """One request straight to the emulator; redirects are not followed."""
-        context = ssl.create_default_context(cafile=cls.top / "ca.pem")
-        connection = http.client.HTTPSConnection("127.0.0.1", cls.port, context=context)
-        connection.request("POST" if form else "GET", path, urllib.parse.urlencode(form) if form else None)
-        return connection.getresponse()
+@pytest.fixture
+def rclone(tmp_path):
+    """Runs rclone with its remotes "bx" and "renewing". \\return what it printed."""
+    make_certificate(tmp_path)
+    box = EmulatedBox(tmp_path, "--certificate", tmp_path / "cert.pem", "--key", tmp_path / "key.pem",
+                      "--set", "commit_pending_count=1", ca=tmp_path / "ca.pem")
+    config = tmp_path / "rclone.conf"
+    config.write_text(f"[bx]\ntype = box\naccess_token = {box.token}\n\n[renewing]\ntype = box\nclient_id = id\n"
+                      f"client_secret = secret\ntoken = {old_token(box)}\n")
+    proxy = Proxy(box.port)
+    environment = dict(os.environ, HTTPS_PROXY=f"http://127.0.0.1:{proxy.port}", NO_PROXY="", no_proxy="")
 
-    @classmethod
-    def old_token(cls):
-        """A token that has run out, with a refresh token that has not."""
-        query = "response_type=code&client_id=id&redirect_uri=http%3A%2F%2Fh%2F"
-        with cls.request("/api/oauth2/authorize?" + query) as consent:
-            code = consent.headers["Location"].split("code=")[1]
-        form = {"grant_type": "authorization_code", "code": code, "client_id": "id", "client_secret": "secret"}
-        with cls.request("/oauth2/token", form) as answer:
-            refresh = json.load(answer)["refresh_token"]
-        return json.dumps({"access_token": "old", "token_type": "bearer", "refresh_token": refresh,
-                           "expiry": "2020-01-01T00:00:00Z"})
-
-    def rclone(self, *arguments):
-        environment = dict(os.environ, HTTPS_PROXY=f"http://127.0.0.1:{self.proxy.port}", NO_PROXY="", no_proxy="")
+    def run(*arguments):
         done = subprocess.run(
-            ["rclone", "--config", self.top / "rclone.conf", "--ca-cert", self.top / "ca.pem", "--retries", "1", *arguments],
+            ["rclone", "--config", config, "--ca-cert", tmp_path / "ca.pem", "--retries", "1", *arguments],
             env=environment, capture_output=True, text=True, timeout=60)
-        self.assertEqual(done.returncode, 0, done.stderr)
+        assert done.returncode == 0, done.stderr
         return done.stdout
 
-    def make_tree(self):
-        tree = self.top / "up"
-        source = random.Random(1)
-        for name, size in {"a.txt": 10, "empty": 0, "sub folder/b c.bin": 70000, "sub folder/\u00fc/d": 1,
-                           "large.bin": 51 * 1024 * 1024}.items():
-            (tree / name).parent.mkdir(parents=True, exist_ok=True)
-            (tree / name).write_bytes(source.randbytes(size))
-            os.utime(tree / name, (1500000000, 1500000000))
-        return tree
-
-    def assert_same(self, left, right):
-        names = sorted(str(path.relative_to(left)) for path in left.rglob("*"))
-        self.assertEqual(names, sorted(str(path.relative_to(right)) for path in right.rglob("*")))
-        files = [name for name in names if (left / name).is_file()]
-        self.assertEqual(filecmp.cmpfiles(left, right, files, shallow=False)[0], files)
-        for name in files:
-            self.assertEqual((right / name).stat().st_mtime, 1500000000, name)
-
-    def test_files_up_and_down(self):
-        tree = self.make_tree()
-        self.rclone("copy", tree, "bx:tree")
-        self.assertEqual(sorted(self.rclone("lsf", "bx:tree").split("\n")),
-                         ["", "a.txt", "empty", "large.bin", "sub folder/"])
-        self.rclone("check", tree, "bx:tree")
-        self.rclone("copy", "bx:tree", self.top / "down")
-        self.assert_same(tree, self.top / "down")
-
-        (tree / "a.txt").write_text("a new version")
-        self.rclone("copy", tree, "bx:tree")
-        self.assertEqual(self.rclone("cat", "bx:tree/a.txt"), "a new version")
-        self.assertEqual(self.rclone("cat", "--offset", "2", "--count", "3", "bx:tree/a.txt"), "new")
-        self.rclone("moveto", "bx:tree/a.txt", "bx:tree/sub folder/moved.txt")
-        self.rclone("copyto", "bx:tree/empty", "bx:tree/sub folder/copied")
-        self.rclone("deletefile", "bx:tree/large.bin")
-        self.assertEqual(sorted(self.rclone("lsf", "-R", "--files-only", "bx:tree").split("\n")),
-                         ["", "empty", "sub folder/b c.bin", "sub folder/copied", "sub folder/moved.txt", "sub folder/\u00fc/d"])
-        self.rclone("purge", "bx:tree")
-        self.assertEqual(self.rclone("lsf", "bx:"), "")
-        self.rclone("cleanup", "bx:")
-        self.assertEqual(json.loads(self.rclone("about", "--json", "bx:"))["used"], 0)
-        self.assertLessEqual(self.proxy.hosts, set(HOSTS))
-
-    def test_an_old_token_is_renewed(self):
-        self.rclone("mkdir", "renewing:renewed")
-        self.assertIn("renewed/", self.rclone("lsf", "renewing:"))
-        self.rclone("rmdir", "renewing:renewed")
+    yield run
+    assert proxy.hosts <= set(HOSTS)
+    proxy.close()
+    assert box.stop() == 0
 
 
-if __name__ == "__main__":
-    unittest.main()
+def make_tree(tree):
+    source = random.Random(1)
+    for name, size in {"a.txt": 10, "empty": 0, "sub folder/b c.bin": 70000, "sub folder/\u00fc/d": 1,
+                       "large.bin": 51 * 1024 * 1024}.items():
+        (tree / name).parent.mkdir(parents=True, exist_ok=True)
+        (tree / name).write_bytes(source.randbytes(size))
+        os.utime(tree / name, (1500000000, 1500000000))
+
+
+def assert_same(left, right):
+    names = sorted(str(path.relative_to(left)) for path in left.rglob("*"))
+    assert names == sorted(str(path.relative_to(right)) for path in right.rglob("*"))
+    files = [name for name in names if (left / name).is_file()]
+    assert filecmp.cmpfiles(left, right, files, shallow=False)[0] == files
+    assert {(right / name).stat().st_mtime for name in files} == {1500000000}
+
+
+def test_files_up_and_down(rclone, tmp_path):
+    tree = tmp_path / "up"
+    make_tree(tree)
+    rclone("copy", tree, "bx:tree")
+    assert sorted(rclone("lsf", "bx:tree").split("\n")) == ["", "a.txt", "empty", "large.bin", "sub folder/"]
+    rclone("check", tree, "bx:tree")
+    rclone("copy", "bx:tree", tmp_path / "down")
+    assert_same(tree, tmp_path / "down")
+
+    (tree / "a.txt").write_text("a new version")
+    rclone("copy", tree, "bx:tree")
+    assert rclone("cat", "bx:tree/a.txt") == "a new version"
+    assert rclone("cat", "--offset", "2", "--count", "3", "bx:tree/a.txt") == "new"
+    rclone("moveto", "bx:tree/a.txt", "bx:tree/sub folder/moved.txt")
+    rclone("copyto", "bx:tree/empty", "bx:tree/sub folder/copied")
+    rclone("deletefile", "bx:tree/large.bin")
+    assert sorted(rclone("lsf", "-R", "--files-only", "bx:tree").split("\n")) == [
+        "", "empty", "sub folder/b c.bin", "sub folder/copied", "sub folder/moved.txt", "sub folder/\u00fc/d"]
+    rclone("purge", "bx:tree")
+    assert rclone("lsf", "bx:") == ""
+    rclone("cleanup", "bx:")
+    assert json.loads(rclone("about", "--json", "bx:"))["used"] == 0
+
+
+def test_an_old_token_is_renewed(rclone):
+    rclone("mkdir", "renewing:renewed")
+    assert "renewed/" in rclone("lsf", "renewing:")
+    rclone("rmdir", "renewing:renewed")

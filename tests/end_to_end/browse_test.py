@@ -1,10 +1,9 @@
-"""Folders and attributes through real clients, and logins with a bad credential."""
+"""Folders and attributes through real clients."""
 
-import ftplib
 import re
 
 import pytest
-from local import PASSWORD, Server, pattern
+from local import pattern
 
 
 @pytest.fixture(scope="module")
@@ -34,21 +33,3 @@ def test_lists_as_every_client_asks(tree, server, ftp):
     listed = server.lftp("cd /docs; cls -1").stdout.splitlines()
     assert {line.rstrip("/") for line in listed} == names
     assert [len(ftp.nlst(path)) for path in ("/many", "/empty")] == [650, 0]
-
-
-@pytest.mark.parametrize("change, words", [
-    ({"access_token": "revoked"}, ["PERMISSION_DENIED"]),
-    ({"token_expiry": "2001-01-01T00:00:00.0+00:00"}, ["INTERNAL_ERROR", "expired"]),
-])
-def test_login_with_a_bad_credential(tmp_path, box, change, words):
-    good = {"access_token": box.token, "token_expiry": "2099-01-01T00:00:00.0+00:00", "sub": box.user_id, "max_upload": 1}
-    server = Server(tmp_path, box, credential={**good, **change})
-    client = ftplib.FTP()
-    client.connect(server.host, server.port)
-    with pytest.raises(ftplib.error_perm, match="^530") as refused:
-        client.login("alice", PASSWORD)
-    assert all(word in str(refused.value) for word in words), refused.value
-    server.write_credential(good)  # as a renewing program would; the same connection may try again
-    client.login("alice", PASSWORD)
-    client.close()
-    assert server.stop() == 0

@@ -1,13 +1,11 @@
 """Commands that change Box, checksums, and sessions of one account side by side."""
 
 import concurrent.futures
-import ftplib
 import hashlib
-import io
 import subprocess
 
 import pytest
-from local import PASSWORD, pattern, sha1
+from local import PASSWORD, pattern, put, sha1
 
 
 @pytest.fixture
@@ -16,39 +14,6 @@ def place(box, ftp, request):
     path = f"/{abs(hash(request.node.nodeid))}"
     ftp.mkd(path)
     return path
-
-
-def put(client, path, content):
-    client.storbinary(f"STOR {path}", io.BytesIO(content))
-
-
-def test_folders_are_made_and_removed(box, ftp, place):
-    for _ in range(2):  # a folder that is there is fine
-        assert ftp.mkd(f'{place}/new "one"') == f'{place}/new "one"'
-    put(ftp, f'{place}/new "one"/file', b"1")
-    with pytest.raises(ftplib.error_perm, match="^5"):
-        ftp.rmd(f'{place}/new "one"')
-    ftp.delete(f'{place}/new "one"/file')
-    ftp.rmd(f'{place}/new "one"')
-    assert ftp.nlst(place) == []
-    ftp.mkd(f"{place}/x")
-    put(ftp, f"{place}/x/deep", b"1")
-    assert ftp.sendcmd(f"SITE RDEL {place}/x").startswith("250")
-    assert ftp.nlst(place) == []
-
-
-def test_items_are_renamed_and_moved(box, ftp, place):
-    ftp.mkd(f"{place}/a")
-    ftp.mkd(f"{place}/b")
-    put(ftp, f"{place}/a/one", b"1")
-    put(ftp, f"{place}/b/two", b"2")
-    ftp.rename(f"{place}/a/one", f"{place}/a/uno")
-    ftp.rename(f"{place}/a/uno", f"{place}/b/uno")
-    with pytest.raises(ftplib.error_perm, match="553.PATH_EXISTS"):
-        ftp.rename(f"{place}/b/uno", f"{place}/b/two")
-    ftp.rename(f"{place}/b", f"{place}/a/b")
-    assert sorted(ftp.nlst(f"{place}/a/b")) == ["two", "uno"]
-    assert ftp.nlst(place) == ["a"]
 
 
 def test_checksums_come_from_what_costs_least(box, server, ftp, place):

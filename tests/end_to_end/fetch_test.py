@@ -1,7 +1,5 @@
 """Files fetched through real clients, whole and in pieces, and what happens when Box goes away meanwhile."""
 
-import time
-
 import pytest
 from local import pattern
 
@@ -15,9 +13,9 @@ def files(box):
     return {name: (box.file(name, content, folder), content) for name, content in contents.items()}
 
 
-def fetch(ftp, path, rest=None):
+def fetch(ftp, path):
     received = bytearray()
-    ftp.retrbinary(f"RETR {path}", received.extend, rest=rest)
+    ftp.retrbinary(f"RETR {path}", received.extend)
     return bytes(received)
 
 
@@ -30,11 +28,6 @@ def test_whole_files_arrive(files, server, ftp, tmp_path, name):
     assert (tmp_path / "curl").read_bytes() == content
     server.lftp(f"get -O {tmp_path} /fetch/{name}")
     assert (tmp_path / name).read_bytes() == content
-
-
-@pytest.mark.parametrize("rest", [1, SIZE - 1, SIZE])
-def test_fetching_goes_on_from_an_offset(files, ftp, rest):
-    assert fetch(ftp, "/fetch/data.bin", rest) == files["data.bin"][1][rest:]
 
 
 def test_curl_fetches_ranges_resumes_and_asks_for_attributes(files, server, tmp_path):
@@ -58,17 +51,3 @@ def test_lftp_fetches_in_every_mode(files, server, tmp_path, options):
 def test_a_cut_download_goes_on_where_it_stopped(files, box, ftp, cut_after):
     box.fault(method="GET", path="/d/**", times=1, cut_answer_after=cut_after)
     assert fetch(ftp, "/fetch/data.bin") == files["data.bin"][1]
-
-
-def test_abort_ends_a_stuck_download_and_the_session_goes_on(files, box, server):
-    client = server.ftp()
-    box.fault(method="GET", path="/d/**", times=1, piece_bytes=100_000, piece_delay_ms=30_000)
-    data = client.transfercmd("RETR /fetch/data.bin")
-    assert data.recv(1000)
-    begun = time.monotonic()
-    client.putcmd("ABOR")
-    assert client.getmultiline().startswith("426") and client.getmultiline().startswith("226")
-    assert time.monotonic() - begun < 3
-    data.close()
-    assert fetch(client, "/fetch/one") == b"1"
-    client.close()

@@ -2,6 +2,7 @@
 
 import ftplib
 import hashlib
+import io
 import json
 import os
 import pathlib
@@ -74,13 +75,9 @@ class Box(Program):
         return self.call("POST", "/2.0/folders", {"name": name, "parent": {"id": parent}})["id"]
 
     def file(self, name, content, parent="0"):
-        boundary = uuid.uuid4().hex
-        attributes = json.dumps({"name": name, "parent": {"id": parent}})
-        body = (f'--{boundary}\r\nContent-Disposition: form-data; name="attributes"\r\n\r\n{attributes}\r\n'
-                f'--{boundary}\r\nContent-Disposition: form-data; name="file"; filename="x"\r\n'
-                f"Content-Type: application/octet-stream\r\n\r\n").encode() + content + f"\r\n--{boundary}--\r\n".encode()
+        body = form(json.dumps({"name": name, "parent": {"id": parent}}), content)
         return self.call("POST", "/api/2.0/files/content", body,
-                         {"Content-Type": f"multipart/form-data; boundary={boundary}"})["entries"][0]["id"]
+                         {"Content-Type": "multipart/form-data; boundary=edge"})["entries"][0]["id"]
 
     def items(self, folder="0"):
         page = self.call("GET", f"/2.0/folders/{folder}/items?limit=1000&fields=type,id,name,size,sha1")
@@ -187,6 +184,17 @@ upload_base = "{api_base or box.base}"
         return subprocess.run(["lftp", "-u", f"alice,{PASSWORD}", "-e", script + "; bye", self.url],
                               capture_output=True, text=True, check=check, timeout=timeout,
                               env={**os.environ, "HOME": str(self.directory)})
+
+
+def put(client, path, content):
+    client.storbinary(f"STOR {path}", io.BytesIO(content))
+
+
+def form(attributes, content):
+    """A multipart body that uploads a file; its boundary is "edge"."""
+    return (b'--edge\r\nContent-Disposition: form-data; name="attributes"\r\n\r\n' + attributes.encode() +
+            b'\r\n--edge\r\nContent-Disposition: form-data; name="file"; filename="a "quoted" name"\r\n'
+            b"Content-Type: application/octet-stream\r\n\r\n" + content + b"\r\n--edge--\r\n")
 
 
 def sha1(content):

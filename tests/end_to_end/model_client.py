@@ -6,9 +6,8 @@ import socket
 import struct
 import time
 import urllib.error
-import urllib.request
 
-from local import PASSWORD
+from local import PASSWORD, form
 from model_tree import Item, content_of
 
 PATIENCE_S = 30
@@ -21,18 +20,19 @@ class Lost(Exception):
 class Client:
     """One session."""
 
-    def __init__(self, server):
+    def __init__(self, server, login=True):
         self.control = socket.create_connection((server.host, server.port), timeout=PATIENCE_S)
         self.lines = self.control.makefile("rb")
         self.address = (server.host, server.port)
         self.last_cut = None  # what the server has said of the last store that broke off
-        for line, code in ((None, 220), ("USER alice", 331), (f"PASS {PASSWORD}", 230), ("TYPE I", 200)):
+        entry = ("USER alice", 331), (f"PASS {PASSWORD}", 230), ("TYPE I", 200)
+        for line, code in ((None, 220), *(entry if login else ())):
             answer = self.command(line) if line else self.reply()
             if answer[0] != code:
                 raise Lost(f"login: {answer}")
 
     def send(self, line):
-        self.control.sendall(line.encode() + b"\r\n")
+        self.control.sendall((line if isinstance(line, bytes) else line.encode()) + b"\r\n")
 
     def reply(self):
         """(code, text) of the next final or preliminary reply."""
@@ -126,21 +126,15 @@ class Foreign:
         if step["do"] == "mkd":
             self.call("POST", "/2.0/folders", {"name": name, "parent": {"id": folder}})
         elif step["do"] == "store":
-            self._upload(ids.get(path), folder, name, content_of(step))
+            place = f"{ids[path]}/content" if path in ids else "content"
+            body = form(json.dumps({"name": name, "parent": {"id": folder}}), content_of(step))
+            self.call("POST", f"/api/2.0/files/{place}", body, {"Content-Type": "multipart/form-data; boundary=edge"})
         elif step["do"] == "rename":
             to, new = step["to"].rpartition("/")[::2]
             self.call("PUT", f"/2.0/{kind}/{ids[path]}", {"name": new, "parent": {"id": ids[to or "/"]}})
         else:
             query = "?recursive=true" if step["do"] == "rdel" else ""
             self.call("DELETE", f"/2.0/{kind}/{ids[path]}{query}")
-
-    def _upload(self, version_of, folder, name, content):
-        attributes = json.dumps({"name": name, "parent": {"id": folder}})
-        body = (f'--edge\r\nContent-Disposition: form-data; name="attributes"\r\n\r\n{attributes}\r\n'
-                f'--edge\r\nContent-Disposition: form-data; name="file"; filename="x"\r\n'
-                f"Content-Type: application/octet-stream\r\n\r\n").encode() + content + b"\r\n--edge--\r\n"
-        place = f"/api/2.0/files/{version_of}/content" if version_of else "/api/2.0/files/content"
-        self.call("POST", place, body, {"Content-Type": "multipart/form-data; boundary=edge"})
 
     def fault_uses(self):
         return sum(row["used"] for row in self.call("GET", "/_emulator/faults"))

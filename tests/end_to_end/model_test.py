@@ -58,17 +58,11 @@ def simpler(step):
 def shrink(schedule, fails):
     """Leaves out ever smaller pieces, then makes single steps simpler, as long as it still fails."""
     end = time.monotonic() + SHRINK_SECONDS
-    size = len(schedule) // 2
-    while size >= 1:
-        at, before = 0, len(schedule)
-        while at < len(schedule) and time.monotonic() < end:
+    for size in (16, 8, 4, 2, 1, 1):
+        for at in range(len(schedule) - size, -1, -size):
             shorter = schedule[:at] + schedule[at + size:]
-            if shorter and fails(shorter):
+            if shorter and time.monotonic() < end and fails(shorter):
                 schedule = shorter
-            else:
-                at += size
-        if size > 1 or len(schedule) == before:
-            size //= 2
     for at, step in enumerate(schedule):
         for other in simpler(step):
             if time.monotonic() < end and fails(schedule[:at] + [other] + schedule[at + 1:]):

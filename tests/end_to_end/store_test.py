@@ -1,15 +1,13 @@
-"""Files stored through real clients: every size, every fault of Box on the way, and clients that die in the middle."""
+"""Files stored through real clients: every size and name, and clients that die in the middle."""
 
-import ftplib
 import hashlib
 import signal
 import subprocess
 import time
 
 import pytest
-from local import PASSWORD, pattern, sha1, wait_until
+from local import PASSWORD, pattern, put, wait_until
 
-PART = 8 * 1024**2
 CHUNKED = 52428800
 
 
@@ -39,14 +37,6 @@ def requests(box, mark):
     return [(entry["method"], entry["path"]) for entry in box.journal(mark)]
 
 
-def store(client, path, content, announce=None, rest=None):
-    if announce is not None:
-        client.sendcmd(f"ALLO {announce}")
-    with client.transfercmd(f"STOR {path}", rest) as data:
-        data.sendall(content)
-    return client.voidresp()
-
-
 @pytest.mark.parametrize("size", [0, 1, CHUNKED, CHUNKED + 1, 200_000_001])
 def test_files_of_every_size_arrive(box, server, source, size):
     for announced in (False, True):
@@ -65,84 +55,29 @@ def test_files_of_every_size_arrive(box, server, source, size):
             assert not any(path.endswith("/content") for _, path in requests(box, mark)), "known since the upload"
 
 
-@pytest.mark.parametrize("sent, announced", [(11, 10), (60_000_000, 60_000_001)])
-def test_another_number_of_bytes_than_announced_stores_nothing(box, ftp, sent, announced):
-    with pytest.raises((ftplib.error_perm, ftplib.error_temp, ConnectionError)):
-        store(ftp, f"wrong-{sent}", bytes(sent), announced)
-    assert box.find(f"/wrong-{sent}") is None
-
-
 @pytest.mark.parametrize("name", ["with space", "quo\"te's", "größe ☃", "x" * 255, "-dash", "semi;colon", "[b]{r}*?"])
 def test_names_survive_the_way_there_and_back(box, server, ftp, name):
-    store(ftp, f"/{name}", b"content of " + name.encode())
+    put(ftp, f"/{name}", b"content of " + name.encode())
     assert box.find(f"/{name}")["size"] == len(b"content of " + name.encode())
     received = bytearray()
     server.ftp().retrbinary(f"RETR /{name}", received.extend)
     assert received == b"content of " + name.encode()
 
 
-def test_storing_onto_what_is_there(box, ftp):
-    store(ftp, "/again", b"first")
-    store(ftp, "/again", b"second")
-    assert box.content(box.find("/again")["id"]) == b"second"
-    ftp.mkd("/a folder")
-    for path in ("/a folder", "/no/such/folder/x"):
-        with pytest.raises(ftplib.error_perm, match="^55"):
-            store(ftp, path, b"x")
-    assert box.find("/a folder")["type"] == "folder"
-
-
 def test_the_modification_time_is_kept(ftp):
     ftp.sendcmd("STORATTR modify=20200102030405;")
-    store(ftp, "/dated", b"x")
+    put(ftp, "/dated", b"x")
     assert ftp.sendcmd("MDTM /dated") == "213 20200102030405"
 
 
 def test_what_cannot_be_continued_is_refused_and_stays_whole(box, server, source, ftp):
     old, new = b"the whole file, short", source(1000).read_bytes()
     for upload in (["-C", "-"], ["-a"]):
-        store(ftp, "/kept", old)
+        put(ftp, "/kept", old)
         assert server.curl(*upload, "-T", source(1000), f"{server.url}/kept", check=False).returncode != 0
         assert box.content(box.find("/kept")["id"]) == old
     server.lftp(f"put -c {source(1000)} -o kept", check=False)  # which sends all of it when it is refused
     assert box.content(box.find("/kept")["id"]) in (old, new)
-
-
-def test_a_cut_chunked_upload_goes_on_at_the_next_part(box, server, source):
-    content = source(CHUNKED + PART).read_bytes()
-    client = server.ftp()
-    mark = box.mark()
-    with pytest.raises((ftplib.error_perm, ftplib.error_temp)):
-        store(client, "/resumed", content[:3 * PART + 1000], len(content))
-    assert box.find("/resumed") is None
-    assert store(client, "/resumed", content[3 * PART:], rest=3 * PART).startswith("226")
-    assert box.find("/resumed")["sha1"] == sha1(content)
-    assert requests(box, mark).count(("POST", "/api/2.0/files/upload_sessions")) == 1
-    client.close()
-
-
-@pytest.mark.parametrize("size, path, row, stored", [
-    (10, "content", {"status": 403, "text": '{"code": "storage_limit_exceeded"}'}, False),
-    (CHUNKED + 1, "upload_sessions", {"status": 429, "text": "", "headers": {"Retry-After": "1"}}, True),
-    (CHUNKED + 1, "upload_sessions/*", {"method": "PUT", "cut_before_answer": True, "times": 2}, True),
-    (CHUNKED + 1, "upload_sessions/*", {"method": "PUT", "status": 500, "text": ""}, False),
-    (CHUNKED + 1, "upload_sessions/*/commit", {"status": 202, "text": "", "times": 2}, True),
-])
-def test_faults_of_box_on_the_way(box, server, source, request, size, path, row, stored):
-    client = server.ftp()
-    name = f"/fault-{abs(hash(request.node.name))}"
-    box.fault(**{"method": "POST", "times": 1, "path": f"/api/2.0/files/{path}", **row})
-    content = source(size).read_bytes()
-    if stored:
-        assert store(client, name, content).startswith("226")
-        assert box.find(name)["sha1"] == sha1(content)
-    else:
-        with pytest.raises((ftplib.error_perm, ftplib.error_temp)):
-            store(client, name, content)
-        assert box.find(name) is None
-    box.clear_faults()
-    assert store(client, name, content).startswith("226"), "the same session may try again"
-    client.close()
 
 
 @pytest.mark.parametrize("size, announce", [(40_000_000, False), (120_000_000, False), (120_000_000, True)])

@@ -229,7 +229,8 @@ def test_commands_have_their_order(server, keys):
     assert wire.ask("auth tls").startswith("234")
     wire.secure(keys)
     rows = [("AUTH TLS", "503"), ("PROT P", "503"), ("PBSZ x", "501"), ("PBSZ 4294967296", "501"), ("PBSZ 1024", "200 PBSZ=0"),
-            ("PROT S", "536"), ("PROT E", "536"), ("PROT X", "504"), ("PROT C", "200"), ("PROT P", "200"), ("CCC", "534")]
+            ("PROT S", "536"), ("PROT E", "536"), ("PROT X", "504"), ("PROT C", "200"), ("PROT P", "200"), ("CCC", "534"),
+            ("REIN", "502")]
     for line, code in rows:
         assert wire.ask(line).startswith(code), line
     assert wire.log_in().ask("AUTH TLS").startswith("503")

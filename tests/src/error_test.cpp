@@ -141,16 +141,4 @@ TEST(TranslateTest, KeepsWhatBoxSaidEmpty) {
   json_decref(document);
 }
 
-TEST(TranslateTest, MakesABoxErrorOfEveryBody) {
-  char* text = nullptr;
-  size_t size = 0;
-  tarvex_i_TARVEX_BOX_debug_handle = {TARVEX_BOX_TRACE, 0, open_memstream(&text, &size), false, false};
-  tarvex_dsi_rest_response_arg_t response{};
-  json_t* const document = json_loads("{}", 0, nullptr);
-  tarvex_result_release(tarvex_box_translate_response(&response, document, nullptr, nullptr));
-  fclose(std::exchange(tarvex_i_TARVEX_BOX_debug_handle, {}).file);
-  EXPECT_THAT(tarvex::c_string(text).get(), testing::HasSubstr("tarvex_box_error_construct: enter"));
-  json_decref(document);
-}
-
 }  // namespace

@@ -9,6 +9,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <mutex>
@@ -102,13 +103,14 @@ spdlog::logger& log_sink() {
 std::string one_line(std::string_view text) {
   std::string line;
   line.reserve(text.size());
-  for (const char byte : text) {
-    if (is_control(byte)) {
+  while (!text.empty()) {
+    const std::size_t control = control_length(text);
+    for (const char byte : text.substr(0, control)) {
       line.append("\\x");
       append_hex(line, {{static_cast<unsigned char>(byte)}});
-    } else {
-      line.push_back(byte);
     }
+    if (control == 0) line.push_back(text.front());
+    text.remove_prefix(std::max<std::size_t>(control, 1));
   }
   return line;
 }

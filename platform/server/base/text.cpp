@@ -11,12 +11,24 @@ bool is_control(char byte) {
   return value < 0x20 || value == 0x7f;
 }
 
+std::size_t control_length(std::string_view text) {
+  constexpr char LEAD = '\xc2';  // of U+0080 to U+00BF
+  if (text.empty()) return 0;
+  if (is_control(text[0])) return 1;
+  const bool in_two_bytes = text[0] == LEAD && text.size() > 1 && (static_cast<unsigned char>(text[1]) & 0xe0U) == 0x80;
+  return in_two_bytes ? 2 : 0;
+}
+
 bool is_alphanumeric(char byte) {
   return (byte >= '0' && byte <= '9') || (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
 }
 
 void append_printable(std::string& out, std::string_view text) {
-  for (const char byte : text) out.push_back(is_control(byte) ? '?' : byte);
+  while (!text.empty()) {
+    const std::size_t control = control_length(text);
+    out.push_back(control > 0 ? '?' : text.front());
+    text.remove_prefix(std::max<std::size_t>(control, 1));
+  }
 }
 
 void append_hex(std::string& out, std::span<const unsigned char> bytes) {

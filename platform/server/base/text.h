@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <span>
 #include <string>
 #include <string_view>
@@ -9,10 +10,15 @@ namespace tarvex::server {
 /// Whether a byte is an ASCII control character (0 to 31, and 127).
 bool is_control(char byte);
 
+/// Bytes of the control character that `text` begins with: one of ASCII has 1, one of U+0080 to U+009F in UTF-8 has 2;
+/// 0: it begins with none. A byte 128 to 159 alone is no control character here: in names of other encodings it is part
+/// of a letter.
+std::size_t control_length(std::string_view text);
+
 /// Whether a byte is an ASCII letter or digit, in any locale.
 bool is_alphanumeric(char byte);
 
-/// Appends `text` with each control byte replaced by '?'.
+/// Appends `text` with each control character replaced by '?'.
 void append_printable(std::string& out, std::string_view text);
 
 /// Appends two lower-case hex digits for each byte.

@@ -26,6 +26,12 @@ handled command_pbsz(session& client, std::string argument);
 handled command_prot(session& client, std::string argument);
 handled command_ccc(session& client, std::string argument);
 
+// reinitialise
+handled command_rein(session& client, std::string argument);
+
+// language
+handled command_lang(session& client, std::string argument);
+
 // settings
 handled command_noop(session& client, std::string argument);
 handled command_syst(session& client, std::string argument);

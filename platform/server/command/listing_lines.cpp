@@ -1,6 +1,7 @@
 #include "command/listing_lines.h"
 
 #include "base/log.h"
+#include "base/text.h"
 #include "ftp/path.h"
 
 #include <algorithm>
@@ -8,11 +9,23 @@
 
 namespace tarvex::server {
 
+namespace {
+
+/// What clients put before a path: letters that ls takes.
+bool is_option_word(std::string_view word) {
+  constexpr std::string_view LETTERS = "1aACdFghGlLnoRrsStTuU";
+  return word.size() > 1 && word.front() == '-' && word.find_first_not_of(LETTERS, 1) == std::string_view::npos;
+}
+
+}  // namespace
+
 std::string_view listing_options_skip(std::string_view argument) {
   while (argument.starts_with('-')) {
-    const std::size_t blank = argument.find(' ');
-    if (blank == std::string_view::npos) return {};
-    argument.remove_prefix(std::min(argument.find_first_not_of(' ', blank), argument.size()));
+    std::string_view rest = argument;
+    const std::string_view word = take_word(rest);
+    if (word == "--") return rest;
+    if (!is_option_word(word)) break;
+    argument = rest.substr(std::min(rest.find_first_not_of(' '), rest.size()));
   }
   return argument;
 }

@@ -16,7 +16,8 @@ struct listing_request {
   facts_mask facts = ALL_FACTS;
 };
 
-/// The argument without the options of ls that clients put before the path ("-la").
+/// The path of a listing's argument, without the options of ls that clients put before it ("-la /a"): they change
+/// nothing. "--" ends them, so that a folder "-a" is "-- -a", or "./-a".
 std::string_view listing_options_skip(std::string_view argument);
 
 /// Lines of a batch. The folder itself is left out: clients take "." for an item of it.

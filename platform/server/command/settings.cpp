@@ -8,6 +8,7 @@
 #include "ftp/listing.h"
 #include "session/session.h"
 
+#include <algorithm>
 #include <array>
 #include <optional>
 #include <span>
@@ -22,6 +23,11 @@ void opts_mlst(session& client, std::string_view names) {
   client.reply(200, chosen.empty() ? "MLST OPTS" : "MLST OPTS " + chosen);
 }
 
+void opts_utf8(session& client, std::string_view value) {
+  if (!value.empty() && !same_word(value, "ON")) return client.reply(504, "UTF8 is always on.");
+  client.reply(200, "UTF8 is on.");
+}
+
 /// Tells the algorithm of HASH, or sets it.
 void opts_hash(session& client, std::string_view algorithm) {
   std::string& chosen = client.settings.hash_algorithm;
@@ -31,6 +37,29 @@ void opts_hash(session& client, std::string_view algorithm) {
     chosen = known;
   }
   client.reply(200, hash_name(chosen));
+}
+
+/// The lines of FEAT, which name all that works beyond RFC 959.
+std::vector<std::string> features(const session& client) {
+  std::vector<std::string> lines = {
+      "CLNT",        "EPRT", "EPSV", "HOST", "LANG EN*", "MDTM", "MLST " + facts_starred(client.settings.mlst_facts),
+      "REST STREAM", "SIZE", "TVFS", "UTF8"};
+  if (client.tls)
+    for (const char* line : {"AUTH TLS", "PBSZ", "PROT"}) lines.emplace_back(line);
+  if (!client.storage.checksums().empty()) lines.push_back("CKSUM " + client.storage.checksums());
+  lines.push_back("HASH " + hashes_starred(client.settings.hash_algorithm));
+  for (const char* verb : {"XCRC", "XMD5", "XSHA1", "XSHA256"}) lines.emplace_back(verb);
+  for (const char* word : {"PARALLEL", "ERET", "ESTO", "SPAS", "SPOR", "DCAU"}) lines.emplace_back(word);
+  return lines;
+}
+
+/// A feature without options takes none, and has then nothing to change.
+void opts_other(session& client, std::string_view name, std::string_view value) {
+  const std::vector<std::string> lines = features(client);
+  const bool known = std::any_of(lines.begin(), lines.end(),
+                                 [name](std::string_view line) { return same_word(name, take_word(line)); });
+  if (!known) return client.reply(501, "OPTS takes a feature that FEAT lists, and its options.");
+  client.reply(value.empty() ? 200 : 501, std::string(name) + " has no options.");
 }
 
 /// A setting of which one value, or a few, exist.
@@ -70,16 +99,7 @@ handled command_help(session& client, std::string argument) {
 }
 
 handled command_feat(session& client, std::string) {
-  std::vector<std::string> lines = {
-      "CLNT",        "EPRT", "EPSV", "HOST", "MDTM", "MLST " + facts_starred(client.settings.mlst_facts),
-      "REST STREAM", "SIZE", "TVFS", "UTF8"};
-  if (client.tls)
-    for (const char* line : {"AUTH TLS", "PBSZ", "PROT"}) lines.emplace_back(line);
-  if (!client.storage.checksums().empty()) lines.push_back("CKSUM " + client.storage.checksums());
-  lines.push_back("HASH " + hashes_starred(client.settings.hash_algorithm));
-  for (const char* verb : {"XCRC", "XMD5", "XSHA1", "XSHA256"}) lines.emplace_back(verb);
-  for (const char* word : {"PARALLEL", "ERET", "ESTO", "SPAS", "SPOR", "DCAU"}) lines.emplace_back(word);
-  client.reply_block(211, "Extensions supported:", lines, "End.");
+  client.reply_block(211, "Extensions supported:", features(client), "End.");
   co_return;
 }
 
@@ -89,9 +109,8 @@ handled command_opts(session& client, std::string argument) {
   if (same_word(name, "MLST")) co_return opts_mlst(client, value);
   if (same_word(name, "HASH")) co_return opts_hash(client, value);
   if (same_word(name, "RETR")) co_return opts_retr(client, value);
-  if (!same_word(name, "UTF8")) co_return client.reply(501, "Options exist for UTF8, MLST, HASH and RETR only.");
-  if (!value.empty() && !same_word(value, "ON")) co_return client.reply(504, "UTF8 is always on.");
-  client.reply(200, "UTF8 is on.");
+  if (same_word(name, "UTF8")) co_return opts_utf8(client, value);
+  opts_other(client, name, value);
 }
 
 /// Data are sent byte for byte in either type: a text that changed on its way would not match its checksum.

@@ -15,12 +15,13 @@ constexpr auto NONE = command_argument::none;
 constexpr auto OPTIONAL = command_argument::optional;
 constexpr auto REQUIRED = command_argument::required;
 
+constexpr std::string_view LIST_FORM = "[-options] [--] [path]";
 constexpr std::string_view X_FORM = "path, or \"path\" [start [end]] (end not included)";
 
 //   verb, handler, access, argument, keeps REST, during an operation, help
 constexpr auto ROWS = std::to_array<command_row>({
     {"ABOR", command_abor, LOGGED_IN, NONE, false, false, ""},
-    {"ALLO", command_allo, LOGGED_IN, REQUIRED, true, false, "size in bytes"},
+    {"ALLO", command_allo, LOGGED_IN, REQUIRED, true, false, "size in bytes [R size of a record]"},
     {"APPE", command_appe, LOGGED_IN, REQUIRED, true, false, "path; refused: nothing can be appended"},
     {"AUTH", command_auth, ANYONE, REQUIRED, true, false, "TLS"},
     {"CCC", command_ccc, ANYONE, NONE, true, false, "refused: commands stay protected"},
@@ -38,13 +39,14 @@ constexpr auto ROWS = std::to_array<command_row>({
     {"HASH", command_hash, LOGGED_IN, REQUIRED, false, false, "path"},
     {"HELP", command_help, ANYONE, OPTIONAL, false, false, "[command]"},
     {"HOST", command_host, ANYONE, REQUIRED, false, false, "host name"},
-    {"LIST", command_list, LOGGED_IN, OPTIONAL, false, false, "[path]"},
+    {"LANG", command_lang, ANYONE, OPTIONAL, true, false, "[language tag]"},
+    {"LIST", command_list, LOGGED_IN, OPTIONAL, false, false, LIST_FORM},
     {"MDTM", command_mdtm, LOGGED_IN, REQUIRED, false, false, "path"},
     {"MKD", command_mkd, LOGGED_IN, REQUIRED, false, false, "path"},
     {"MLSD", command_mlsd, LOGGED_IN, OPTIONAL, false, false, "[path of a folder]"},
     {"MLST", command_mlst, LOGGED_IN, OPTIONAL, false, false, "[path]"},
     {"MODE", command_mode, LOGGED_IN, REQUIRED, true, false, "S | E"},
-    {"NLST", command_nlst, LOGGED_IN, OPTIONAL, false, false, "[path]"},
+    {"NLST", command_nlst, LOGGED_IN, OPTIONAL, false, false, LIST_FORM},
     {"NOOP", command_noop, ANYONE, OPTIONAL, true, true, ""},
     {"OPTS", command_opts, ANYONE, REQUIRED, true, false,
      "UTF8 ON | MLST fact;fact; | HASH [algorithm] | RETR Parallelism=start,least,most;BlockSize=bytes;"},
@@ -55,6 +57,7 @@ constexpr auto ROWS = std::to_array<command_row>({
     {"PROT", command_prot, ANYONE, REQUIRED, true, false, "C | P"},
     {"PWD", command_pwd, LOGGED_IN, NONE, false, false, ""},
     {"QUIT", command_quit, ANYONE, NONE, false, false, ""},
+    {"REIN", command_rein, ANYONE, NONE, false, false, ""},
     {"REST", command_rest, LOGGED_IN, REQUIRED, true, false, "offset in bytes | begin-end,begin-end"},
     {"RETR", command_retr, LOGGED_IN, REQUIRED, true, false, "path"},
     {"RMD", command_rmd, LOGGED_IN, REQUIRED, false, false, "path of an empty folder"},
@@ -65,7 +68,7 @@ constexpr auto ROWS = std::to_array<command_row>({
     {"SIZE", command_size, LOGGED_IN, REQUIRED, false, false, "path"},
     {"SPAS", command_spas, LOGGED_IN, NONE, true, false, ""},
     {"SPOR", command_spor, LOGGED_IN, REQUIRED, true, false, "h1,h2,h3,h4,p1,p2 [h1,h2,h3,h4,p1,p2 ...]"},
-    {"STAT", command_stat, LOGGED_IN, OPTIONAL, true, true, "[path]"},
+    {"STAT", command_stat, LOGGED_IN, OPTIONAL, true, true, LIST_FORM},
     {"STOR", command_stor, LOGGED_IN, REQUIRED, true, false, "path"},
     {"STORATTR", command_storattr, LOGGED_IN, REQUIRED, true, false, "modify=YYYYMMDDHHMMSS;"},
     {"STRU", command_stru, LOGGED_IN, REQUIRED, true, false, "F"},

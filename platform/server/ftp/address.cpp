@@ -48,6 +48,7 @@ std::optional<extended_address> extended_address_parse(std::string_view text) {
   text.remove_prefix(1);
   extended_address address;
   address.protocol = take_field(text, separator);
+  if (!parse_number<unsigned>(address.protocol)) return std::nullopt;
   const auto host = address_parse(address.protocol, take_field(text, separator));
   const auto port = parse_number<std::uint16_t>(take_field(text, separator));
   if (host && port) address.target = host_port{*host, *port};

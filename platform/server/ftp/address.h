@@ -23,7 +23,7 @@ struct host_port {
 
 /// The argument of EPRT (RFC 2428 section 2).
 struct extended_address {
-  std::string protocol;             ///< "1" (IPv4), "2" (IPv6), or what else the client wrote there
+  std::string protocol;             ///< "1" (IPv4), "2" (IPv6), or another number
   std::optional<host_port> target;  ///< nothing: the address or the port is none
 };
 

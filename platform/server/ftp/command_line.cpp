@@ -20,9 +20,10 @@ command_line command_line_parse(std::string_view line) {
 }
 
 bool command_line_is_http(const command_line& line) {
-  // A method alone is not enough: GET might be somebody's idea of an FTP command, and gets a 502 like any other.
-  return line.argument.find("HTTP/") != std::string::npos &&
-         std::find(HTTP_METHODS.begin(), HTTP_METHODS.end(), line.verb) != HTTP_METHODS.end();
+  // The first line may have been too long to be looked at: a header's line tells as well.
+  if (line.verb.find(':') != std::string::npos) return true;
+  return std::any_of(HTTP_METHODS.begin(), HTTP_METHODS.end(),
+                     [&](std::string_view method) { return same_word(line.verb, method); });
 }
 
 }  // namespace tarvex::server

@@ -15,7 +15,8 @@ struct command_line {
 /// Splits a line, which comes without its CRLF.
 [[nodiscard]] command_line command_line_parse(std::string_view line);
 
-/// Whether a line is the first of an HTTP request: a browser, or a page in one that is made to send bytes to this port.
+/// Whether a line is of an HTTP request, its first or one with a header: a browser has come, or a page in one that is
+/// made to send bytes to this port. No verb of FTP is one of HTTP's methods or holds a colon.
 [[nodiscard]] bool command_line_is_http(const command_line& line);
 
 }  // namespace tarvex::server

@@ -18,7 +18,7 @@ enum class listing_form { list, nlst, mlsd };
 ///   when the item is older than six months or lies in the future), which every client parses
 /// - nlst: the bare name
 /// - mlsd: the chosen facts, a blank, the name (RFC 3659 section 7.2)
-/// Control bytes in the name are replaced by '?'. Negative sizes count as 0.
+/// Control characters in the name are replaced by '?'. Negative sizes count as 0.
 /// \param name   the name to show; the stat's own is ignored
 /// \param now    decides between time of day and year
 /// \param facts  for mlsd; the other forms have none

@@ -6,7 +6,7 @@ namespace tarvex::server {
 
 namespace {
 
-constexpr char TELNET_IAC = '\xff';  ///< would begin a telnet command in the client; doubled it is a byte (RFC 854)
+constexpr char IAC = '\xff';  ///< would begin a telnet command in the client; doubled it is a byte (RFC 854)
 
 void append_line(std::string& out, int code, char separator, std::string_view line) {
   out.append(std::to_string(code)).push_back(separator);
@@ -17,10 +17,9 @@ void append_line(std::string& out, int code, char separator, std::string_view li
 
 std::string reply_clean(std::string_view line) {
   std::string clean;
-  for (const char byte : line) {
-    clean.push_back(is_control(byte) ? '?' : byte);
-    if (byte == TELNET_IAC) clean.push_back(byte);
-  }
+  append_printable(clean, line);
+  for (std::size_t at = clean.find(IAC); at != std::string::npos; at = clean.find(IAC, at + 2))
+    clean.insert(at, 1, IAC);
   return clean;
 }
 

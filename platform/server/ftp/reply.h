@@ -7,8 +7,8 @@
 namespace tarvex::server {
 
 /// Formats an FTP reply (RFC 959 section 4.2), CRLF included. One line gives "CODE line"; several give
-/// "CODE-first", "CODE-next", ..., and "CODE End." as the last. CR, LF, NUL and other control bytes inside a line are
-/// replaced by '?', so that a name cannot forge a reply; a byte 255 is doubled (telnet, RFC 854).
+/// "CODE-first", "CODE-next", ..., and "CODE End." as the last. CR, LF, NUL and other control characters inside a line
+/// are replaced by '?', so that a name cannot forge a reply; a byte 255 is doubled (telnet, RFC 854).
 std::string reply_format(int code, const std::vector<std::string>& lines);
 std::string reply_format(int code, std::string_view line);
 
@@ -21,7 +21,7 @@ std::string reply_block(int code, std::string_view first, const std::vector<std:
 std::string reply_block_first(int code, std::string_view first);
 std::string reply_block_inner(std::string_view line);
 
-/// A line as it may stand in a reply: control bytes replaced, a byte 255 doubled.
+/// A line as it may stand in a reply: control characters replaced, a byte 255 doubled.
 std::string reply_clean(std::string_view line);
 
 }  // namespace tarvex::server

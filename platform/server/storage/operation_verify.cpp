@@ -123,15 +123,15 @@ bool was_told(operation& op, const request_fate& fate) {
 }
 
 void verify_store(operation& op, const exchange_summary& heard) {
+  const bool in_the_way = heard.deletes.sent > 0 && heard.deletes.status != 200 && heard.deletes.status != 204;
+  if (in_the_way && result_class(op.result.get()) == "PATH_EXISTS" && status_may_pass(heard.deletes.status)) {
+    op.result = failure("TRY_AGAIN", "Box has not deleted the former " + op.subject.path + "; send the new one again.");
+    return;
+  }
   const request_fate& fate = heard.commit.sent > 0 ? heard.commit : heard.upload;
   if (fate.sent == 0) {
     const bool made_way = heard.deletes.doubtful && result_missing(op.result.get());
     if (op.result.ok() || made_way) op.result = failure("NOT_DONE", "Nothing was sent to Box; send it again.");
-    return;
-  }
-  const bool in_the_way = heard.deletes.sent > 0 && heard.deletes.status != 200 && heard.deletes.status != 204;
-  if (in_the_way && fate.status == 409 && status_may_pass(heard.deletes.status)) {
-    op.result = failure("TRY_AGAIN", "Box has not deleted the former " + op.subject.path + "; send the new one again.");
     return;
   }
   const bool refused_after_doubt = fate.sent > 1 && (fate.status == 404 || fate.status == 410);

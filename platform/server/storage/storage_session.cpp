@@ -106,6 +106,19 @@ asio::awaitable<outcome> storage_session::start(storage_user user) {
   co_return how;
 }
 
+asio::awaitable<void> storage_session::leave() {
+  std::function<void()> let_go = [this] {
+    unfinished_.clear();
+    handle_.reset();
+  };
+  if (thread_) co_await run_aside(std::move(let_go));
+  started_ = false;
+  user_ = {};
+  username_.clear();
+  home_directory_.clear();
+  checksums_.clear();
+}
+
 /// The plug-in's session that an operation has started becomes the one in use. \return false when there is none.
 bool storage_session::take_session(operation& started) {
   if (!started.finished || !operation_succeeded(started)) return false;

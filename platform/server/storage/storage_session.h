@@ -103,6 +103,8 @@ class storage_session {
   /// Activates the plug-in and starts its session for the user.
   boost::asio::awaitable<outcome> start(storage_user user);
   bool started() const { return started_; }
+  /// Ends the plug-in's session; the next `start` may be for another user. Nothing may run.
+  boost::asio::awaitable<void> leave();
   const std::string& username() const { return username_; }              ///< empty: the login name
   const std::string& home_directory() const { return home_directory_; }  ///< absolute, as the plug-in has it
 

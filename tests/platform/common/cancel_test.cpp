@@ -1,11 +1,8 @@
 #include "tarvex_common.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/time.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
@@ -84,42 +81,6 @@ TEST_F(Cancel, ResetTakesTheWishBack) {
     EXPECT_TRUE(cancelled());
     tarvex_cancel_reset(cancel);
   }
-}
-
-/// A lock of the whole file that another process holds, waited for.
-int wait_for_lock(void* fd) {
-  struct flock lock = {.l_type = F_WRLCK, .l_whence = SEEK_SET, .l_start = 0, .l_len = 0, .l_pid = 0};
-  return fcntl(*static_cast<int*>(fd), F_SETLKW, &lock) == 0 ? 0 : errno;
-}
-
-TEST_F(Cancel, EndsAWaitForALock) {
-  int fd = open(testing::TempDir().c_str(), O_TMPFILE | O_RDWR, 0600);
-  ASSERT_GE(fd, 0);
-  int ready[2];
-  ASSERT_EQ(pipe(ready), 0);
-  const pid_t holder = fork();
-  if (holder == 0) _exit(wait_for_lock(&fd) == 0 && write(ready[1], "x", 1) == 1 ? pause() : 1);
-  char byte = 0;
-  ASSERT_EQ(read(ready[0], &byte, 1), 1);
-  std::promise<int> outcome;
-  std::jthread waiter([&] {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_BLOCK, &all, nullptr);  // as a session's threads may have it
-    tarvex_cancel_bind(cancel);
-    EXPECT_EQ(tarvex_cancel_interruptible(wait_for_lock, &fd), ECANCELED);
-    EXPECT_EQ(tarvex_cancel_interruptible(wait_for_lock, &fd), ECANCELED) << "and does not begin another";
-    tarvex_cancel_reset(cancel);
-    outcome.set_value(tarvex_cancel_interruptible(wait_for_lock, &fd));
-  });
-  std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  const auto asked = std::chrono::steady_clock::now();
-  tarvex_cancel_request(cancel);
-  EXPECT_LT(std::chrono::steady_clock::now() - asked, std::chrono::milliseconds(200));
-  kill(holder, SIGKILL);
-  waitpid(holder, nullptr, 0);
-  EXPECT_EQ(outcome.get_future().get(), 0);
-  for (const int open_fd : {fd, ready[0], ready[1]}) close(open_fd);
 }
 
 }  // namespace

@@ -79,10 +79,6 @@ void SessionTest::others_add(const std::string& path) {
   other.enter_addition(path, change_view::maker::self);
 }
 
-std::uint64_t SessionTest::changes_noted() {
-  return server_->slots->count;
-}
-
 SessionTest::SessionTest() : server_(std::make_unique<server_side>()) {
   current = &script;
   script.start = [](auto op, auto*) {

@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -61,8 +60,6 @@ class SessionTest : public ::testing::Test {
   void others_change(const std::string& path);
   /// The same of an item that is new there.
   void others_add(const std::string& path);
-  /// How many changes of the account's sessions have been noted.
-  std::uint64_t changes_noted();
 
   configuration config;
   storage_script script;

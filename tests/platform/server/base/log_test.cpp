@@ -15,13 +15,13 @@ TEST(Log, WritesOneLineForEachCallFromItsLevelOn) {
   log_start(log_level::warning);
   testing::internal::CaptureStderr();
   log_info("not shown");
-  log_warning("name {} {}% %s", "a\r\nFORGED \x7f", 5);
+  log_warning("name {} {}% %s", "a\r\nFORGED \x7f\xc2\x85", 5);
   log_error("{}\xc3\xa9", std::string(5000, 'x'));
   const std::string written = testing::internal::GetCapturedStderr();
   log_start(log_level::info);
   const std::size_t end = written.find('\n') + 1;
   EXPECT_NE(written.find("Z warning ["), std::string::npos) << written;
-  EXPECT_TRUE(written.substr(0, end).ends_with("] name a\\x0d\\x0aFORGED \\x7f 5% %s\n")) << written;
+  EXPECT_TRUE(written.substr(0, end).ends_with("] name a\\x0d\\x0aFORGED \\x7f\\xc2\\x85 5% %s\n")) << written;
   EXPECT_EQ(written.find('\n', end), written.size() - 1);
   EXPECT_EQ(written.size() - end, 4096U);
   EXPECT_TRUE(written.ends_with("xxx ...\n"));

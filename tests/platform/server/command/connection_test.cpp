@@ -7,33 +7,6 @@ std::string port_text(const std::string& host, std::uint16_t port) {
   return host + "," + std::to_string(port / 256) + "," + std::to_string(port % 256);
 }
 
-TEST_F(SessionTest, RefusesBadDataAddresses) {
-  log_in();
-  expect({
-      {"RETR file", "425 "},
-      {"LIST", "425 "},
-      {"PORT 127,0,0,1,4", "501 "},
-      {"PORT 127,0,0,1,4,1,1", "501 "},
-      {"PORT 127,0,0,256,4,1", "501 "},
-      {"PORT 127,0,0,-1,4,1", "501 "},
-      {"PORT ,,,,,", "501 "},
-      {"PORT 127,0,0,2,200,1", "504 "},
-      {"PORT 127,0,0,1,3,255", "504 "},
-      {"EPRT |1|10.0.0.1|40000|", "504 "},
-      {"EPRT |1|127.0.0.1|80|", "504 "},
-      {"EPRT |1|127.0.0.1|65536|", "501 "},
-      {"EPRT |1|127.0.0.1|40000", "501 "},
-      {"EPRT |2|::1|40000|", "522 "},
-      {"EPSV 2", "522 Network protocol not supported, use (1).\r\n"},
-      {"EPSV 3", "501 "},
-      {"RETR file", "425 "},
-      {"EPSV ALL", "200 "},
-      {"PASV", "503 "},
-      {"PORT 127,0,0,1,200,1", "503 "},
-  });
-  EXPECT_EQ(fetch("RETR file"), "hello");
-}
-
 TEST_F(SessionTest, ConnectsToTheClient) {
   for (const bool ipv6 : {false, true}) {
     connect(ipv6);

@@ -6,46 +6,6 @@
 namespace tarvex::server::test {
 namespace {
 
-TEST_F(SessionTest, ListsNamesInEveryForm) {
-  log_in();
-  const std::pair<std::string, std::string> rows[] = {
-      {"NLST", "f0\r\nf1\r\nf2\r\n"},
-      {"NLST -la /dir", "f0\r\nf1\r\nf2\r\n"},
-      {"NLST file", "file\r\n"},
-      {"LIST -a", "-rw-------   0 ftp      ftp                 0 Jan  1  1970 f0\r\n"},
-      {"MLSD dir", "type=file;size=0;modify=19700101000000;perm=rdfw;UNIX.mode=0600;unique=0g0; f0\r\n"},
-  };
-  for (const auto& [line, expected] : rows) {
-    EXPECT_THAT(fetch(line), StartsWith(expected)) << line;
-    expect_reply("226 ");
-  }
-}
-
-TEST_F(SessionTest, AnswersAttributes) {
-  log_in();
-  expect({
-      {"SIZE file", "213 5\r\n"},
-      {"SIZE dir", "550 /dir: not a file.\r\n"},
-      {"MDTM file", "213 20231114221320\r\n"},
-      {"MLST file",
-       "250-Listing /file\r\n type=file;size=5;modify=20231114221320;perm=rdfw;UNIX.mode=0600;unique=0g0; /file\r\n"
-       "250 End.\r\n"},
-      {"OPTS MLST size;Type;nonsense;", "200 MLST OPTS type;size;\r\n"},
-      {"MLST file", "250-Listing /file\r\n type=file;size=5; /file\r\n250 End.\r\n"},
-      {"STAT file",
-       "213-Status of /file:\r\n -rw-------   0 ftp      ftp                 5 Nov 14  2023 file\r\n"
-       "213 End.\r\n"},
-      {"CWD missing", "550-PATH_NOT_FOUND\r\n"},
-      {"CWD dir", "250 "},
-      {"SIZE ../file", "213 5\r\n"},
-      {"CWD ../../..", "250 "},
-      {"CWD file", "550 /file: not a folder.\r\n"},
-      {"CDUP", "250 Folder changed to /.\r\n"},
-      {"SIZE missing", "550-PATH_NOT_FOUND\r\n550-GridFTP-Path: \"/missing\"\r\n550 End.\r\n"},
-      {"SIZE " + std::string(5000, 'x'), "501 "},
-  });
-}
-
 TEST_F(SessionTest, FailedListingsAreNoSuccess) {
   log_in();
   const loopback_socket data = passive();

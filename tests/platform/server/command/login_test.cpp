@@ -5,46 +5,28 @@
 namespace tarvex::server::test {
 namespace {
 
-TEST_F(SessionTest, AnswersBeforeAndAfterLogin) {
-  connect();
-  expect({
-      {"SYST", "215 UNIX Type: L8\r\n"},
-      {"clnt lftp", "200 "},
-      {"OPTS UTF8 ON", "200 "},
-      {"HOST example.org", "220 "},
-      {"HELP retr", "214 Syntax: RETR path\r\n"},
-      {"PASS secret", "503 "},
-      {"RETR file", "530 "},
-      {"PASV", "530 "},
-      {"STAT", "530 "},
-      {"ACCT x", "502 "},
-      {"AUTH TLS", "502 "},
-      {"PROT P", "503 "},
-      {std::string("USER a\0b", 8), "501 "},
-      {"USER", "501 "},
-      {"NOOP", "200 "},
-      {"USER alice", "331 "},
-      {"HOST example.org", "503 "},
-      {"PASS secret", "230 "},
-      {"PASS secret", "503 "},
-      {"USER bob", "503 "},
-      {"PWD x", "501 "},
-      {"CWD", "501 "},
-      {"MODE X", "504 "},
-      {"TYPE I", "200 "},
-      {"type l 8", "200 "},
-      {"TYPE X", "504 "},
-      {"STRU R", "504 "},
-      {"OPTS UTF8 OFF", "504 "},
-      {"MFMT 20200101000000 file", "502 "},
-      {"", "502 "},
-  });
-  EXPECT_EQ(command("FEAT"),
-            "211-Extensions supported:\r\n CLNT\r\n EPRT\r\n EPSV\r\n HOST\r\n MDTM\r\n"
-            " MLST type*;size*;modify*;perm*;UNIX.mode*;unique*;\r\n REST STREAM\r\n SIZE\r\n TVFS\r\n UTF8\r\n"
-            " HASH SHA-1*;MD5;SHA-256;SHA-512;CRC32\r\n XCRC\r\n XMD5\r\n XSHA1\r\n XSHA256\r\n"
-            " PARALLEL\r\n ERET\r\n ESTO\r\n SPAS\r\n SPOR\r\n DCAU\r\n"
-            "211 End.\r\n");
+/// What was set is forgotten, the storage's session is over; what counts against a guesser is not.
+TEST_F(SessionTest, BeginsAnewWithAnotherUser) {
+  log_in();
+  expect({{"CWD dir", "250 "}, {"OPTS MLST size;", "200 "}, {"EPSV ALL", "200 "}, {"RNFR /file", "350 "}});
+  const loopback_socket left_behind = passive();
+  expect({{"REST 3", "350 "}, {"REIN", "220 "}});
+  EXPECT_EQ(left_behind.read(), "");
+  EXPECT_EQ(script.destroyed, 1);
+  for (int i = 0; i < 2; ++i) {
+    expect(
+        {{"PWD", "530 "}, {"PASS secret", "503 "}, {"USER alice", "331 "}, {"REIN", "220 "}, {"PASS secret", "503 "}});
+    expect(
+        {{"USER alice", "331 "}, {"PASS secret", "230 "}, {"PWD", "257 \"/\" "}, {"RNTO x", "503 "}, {"PASV", "227 "}});
+    EXPECT_EQ(fetch("RETR file"), "hello");
+    expect_reply("226 ");
+    EXPECT_THAT(command("FEAT"), testing::HasSubstr("MLST type*;"));
+    expect("REIN", "220 ");
+    EXPECT_EQ(script.destroyed, i + 2);
+  }
+  for (int i = 2; i < 9; ++i) expect({{"BABBLE", "502 "}, {"REIN", "220 "}});
+  expect("BABBLE", "502 ");
+  expect_reply("421 ");
 }
 
 TEST_F(SessionTest, SendsAwayWhoCannotBeServed) {

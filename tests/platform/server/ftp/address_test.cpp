@@ -47,6 +47,8 @@ TEST(Address, ExtendedFormTellsProtocolAndTargetApart) {
       {"|1|127.0.0.1||", "1", "none"},
       {"|1||5|", "1", "none"},
       {"|||||", nullptr, ""},
+      {"||127.0.0.1|5|", nullptr, ""},
+      {"|x|127.0.0.1|5|", nullptr, ""},
       {"|1|127.0.0.1|5", nullptr, ""},
       {"|1|127.0.0.1|5|x", nullptr, ""},
       {"1|127.0.0.1|5|", nullptr, ""},

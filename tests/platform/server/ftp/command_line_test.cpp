@@ -19,7 +19,8 @@ TEST(CommandLine, ArgumentIsAllBehindTheFirstBlank) {
       {" RETR", "", "RETR", false},
       {"GET / HTTP/1.1", "GET", "/ HTTP/1.1", true},
       {"OPTIONS * HTTP/1.0", "OPTIONS", "* HTTP/1.0", true},
-      {"GET /", "GET", "/", false},
+      {"get /", "get", "/", true},
+      {"Host: x", "Host:", "x", true},
       {"RETR HTTP/1.1", "RETR", "HTTP/1.1", false},
   };
   for (const row& row : rows) {

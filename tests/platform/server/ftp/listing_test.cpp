@@ -46,8 +46,8 @@ TEST(Listing, LongLinesAreWhatClientsParse) {
       {FILE_MODE, std::numeric_limits<tarvex_off_t>::max(), LOWEST, "b",
        "-rwx------   1 ftp      ftp      9223372036854775807 Jan  1     1 b\r\n"},
       {FILE_MODE, 1, HIGHEST, "b", "-rwx------   1 ftp      ftp                 1 Dec 31  9999 b\r\n"},
-      {FILE_MODE, 1, NOW, std::string("x\r\ny\0z\x1b\x7f\xc3\xa9", 10),
-       "-rwx------   1 ftp      ftp                 1 Nov 14 22:13 x??y?z??\xc3\xa9\r\n"},
+      {FILE_MODE, 1, NOW, std::string("x\r\ny\0z\x1b\x7f\xc3\xa9\xc2\x9b", 12),
+       "-rwx------   1 ftp      ftp                 1 Nov 14 22:13 x??y?z??\xc3\xa9?\r\n"},
       {FILE_MODE, 1, NOW, std::string(70000, 'n'),
        "-rwx------   1 ftp      ftp                 1 Nov 14 22:13 " + std::string(70000, 'n') + "\r\n"},
   };

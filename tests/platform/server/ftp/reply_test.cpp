@@ -18,6 +18,7 @@ TEST(Reply, NoLineForgesAnother) {
       {{"226 End.", ""}, "226-226 End.\r\n226-\r\n226 End.\r\n"},
       {{"a\r\n550 b"}, "226 a??550 b\r\n"},
       {{std::string("a\0b\x7f\x1b[2J", 8)}, "226 a?b??[2J\r\n"},
+      {{"a\xc2\x85z\xc2\xa0\x85"}, "226 a?z\xc2\xa0\x85\r\n"},
       {{"iac \xff\xf4 \xc3\xa9"}, "226 iac \xff\xff\xf4 \xc3\xa9\r\n"},
   };
   for (const row& row : rows) EXPECT_EQ(reply_format(226, row.in), row.reply);

@@ -3,7 +3,6 @@
 #include "net/wake.h"
 #include "net_fixture.h"
 
-#include <csignal>
 #include <stdexcept>
 
 namespace tarvex::server::test {
@@ -29,17 +28,6 @@ TEST_F(EventLoopTest, WhatACoroutineThrowsLeavesTheLoop) {
   loop.spawn(wait_for_ever(loop));  // destroyed with the loop
   loop.spawn(wait_and_throw(loop));
   EXPECT_THROW(loop.run(), std::runtime_error);
-}
-
-TEST_F(EventLoopTest, SignalsAreCaughtFromTheStart) {
-  int terminations = 0, interruptions = 0;
-  loop.on_signal(SIGTERM, [&] { ++terminations; });
-  loop.on_signal(SIGINT, [&] { ++interruptions; });
-  raise(SIGTERM);
-  EXPECT_TRUE(until([&] { return terminations == 1; }));
-  raise(SIGINT);
-  raise(SIGTERM);
-  EXPECT_TRUE(until([&] { return terminations == 2 && interruptions == 1; }));
 }
 
 TEST_F(EventLoopTest, ANotifyWakesOnce) {

@@ -83,18 +83,6 @@ TEST_F(InterruptionTest, EndsDownloadsPromptly) {
   }
 }
 
-TEST_F(SessionTest, AbortWhileNoDataConnectionHasCome) {
-  script.send = [](auto op, auto*) { send_nothing(op); };
-  log_in();
-  command("EPSV");
-  control.write("RETR file\r\nABOR\r\nNOOP\r\n");
-  std::string answer = reply();
-  if (answer.starts_with("150 ")) answer = reply();
-  EXPECT_THAT(answer, StartsWith("426 "));
-  expect_reply("226 ");
-  expect_reply("200 ");
-}
-
 TEST_F(SessionTest, HangingStorageDoesNotKeepTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   script.send = [](auto op, auto*) {
@@ -140,15 +128,6 @@ TEST_F(SessionTest, OperationsCompleteExactlyOnce) {
     expect("SIZE file", "451 ");
   }
   expect("NOOP", "200 ");
-}
-
-TEST_F(SessionTest, PipelinedCommandsKeepTheirOrder) {
-  log_in();
-  constexpr int COMMANDS = 500;
-  std::string lines;
-  for (int i = 0; i < COMMANDS; ++i) lines += i % 2 == 0 ? "SIZE file\r\n" : "PWD\r\n";
-  control.write(lines);
-  for (int i = 0; i < COMMANDS; ++i) ASSERT_THAT(reply(), StartsWith(i % 2 == 0 ? "213 " : "257 ")) << i;
 }
 
 }  // namespace

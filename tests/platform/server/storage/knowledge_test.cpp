@@ -223,43 +223,5 @@ TEST_F(KnowledgeTest, TransfersAreRunAgainBeforeAByteHasFlowedOnly) {
   }
 }
 
-/// A name that another session has stored is one that exists: nothing of it is touched for a client that dies.
-TEST_F(KnowledgeTest, AStoreLooksForTheNameFirst) {
-  int calls = 0;
-  script.recv = [&](auto op, auto*) {
-    ++calls;
-    tarvex_gridftp_server_finished_transfer(op, TARVEX_FAILURE);
-  };
-  expect("SIZE /a/f", "213");
-  there.insert("/a/new");
-  others_add("/a/new");
-  asked.clear();
-  loopback_socket data = passive();
-  expect({{"ALLO 100", "200 "}, {"STOR /a/new", "150 "}});
-  data.write("some");
-  data.close();
-  expect_reply("426 ");
-  EXPECT_EQ(asked, "again /a;");
-  EXPECT_EQ(calls, 0);
-}
-
-TEST_F(KnowledgeTest, ChangesAreNotedForOtherSessions) {
-  there.insert({"/a/d/"});
-  expect_asked({{"~/a", "SIZE /a/f", "213", "start;"}});
-  const std::pair<const char*, std::uint64_t> rows[] = {
-      {"MKD /a/x", 1},  {"SIZE /a/x", 0}, {"MKD /none/x", 0}, {"RMD /a/x", 1},
-      {"DELE /a/f", 1}, {"RNFR /a/d", 0}, {"RNTO /a/e", 3},   {"RNTO /a/d", 0},
-  };
-  for (const auto& [line, raises] : rows) {
-    const std::uint64_t before = changes_noted();
-    command(line);
-    EXPECT_EQ(changes_noted() - before, raises) << line;
-  }
-  script.command = [](auto op, auto*) { tarvex_gridftp_server_finished_command(op, TARVEX_FAILURE, nullptr); };
-  const std::uint64_t before = changes_noted();
-  command("DELE /a/e");
-  EXPECT_EQ(changes_noted() - before, 1U) << "nobody knows what was done";
-}
-
 }  // namespace
 }  // namespace tarvex::server::test
