@@ -41,6 +41,7 @@ class InterruptionTest : public SessionTest {
     if (how == termination) raise(SIGTERM);
     if (how <= abort) expect_reply("426 ");
     if (how == abort) expect_reply("226 ");
+    if (how == termination) expect_reply("426 ");
     if (how == termination) expect_reply("421 ");
   }
 
@@ -60,6 +61,7 @@ class InterruptionTest : public SessionTest {
 
 TEST_F(InterruptionTest, EndsDownloadsPromptly) {
   using enum stroke;
+  config.grace_time_s = 0;
   for (const bool sends : {true, false}) {
     for (const auto how : {data_closed, data_reset, abort, client_lost, client_lost_with_full_queue, termination}) {
       if (!sends && how == data_closed) continue;  // a FIN alone does not end a transfer
@@ -99,7 +101,7 @@ TEST_F(SessionTest, HangingStorageDoesNotKeepTheProcess) {
 }
 
 TEST_F(SessionTest, IdleClientsAreSentAway) {
-  config.idle_timeout_s = 1;
+  config.idle_timeout_s = config.stalled_timeout_s = 1;
   script.send = [](auto op, auto*) { send_without_end(op); };
   log_in();
   const loopback_socket data = passive();

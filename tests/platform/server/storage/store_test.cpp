@@ -28,6 +28,7 @@ enum class stroke { abort, client_lost, termination };
 
 /// Whatever happens to a store in its course: it ends at once, and the storage sees no end of the data.
 TEST_F(StoreTest, InterruptedStoresEndPromptly) {
+  config.grace_time_s = 0;
   for (const bool announced : {false, true}) {
     for (const auto when : {moment::no_connection, moment::in_the_data, moment::storage_busy}) {
       for (const auto how : {stroke::abort, stroke::client_lost, stroke::termination}) {
@@ -61,6 +62,7 @@ TEST_F(StoreTest, InterruptedStoresEndPromptly) {
         }
         if (how == stroke::termination) {
           raise(SIGTERM);
+          expect_reply("426 ");
           expect_reply("421 ");
           EXPECT_TRUE(ended());
         }
@@ -73,7 +75,7 @@ TEST_F(StoreTest, InterruptedStoresEndPromptly) {
 }
 
 TEST_F(StoreTest, BrokenAndSilentDataConnectionsAreNoEnd) {
-  config.idle_timeout_s = 1;
+  config.stalled_timeout_s = 1;
   log_in();
   for (const bool announced : {false, true}) {
     for (const bool reset : {false, true}) {
