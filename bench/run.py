@@ -478,7 +478,7 @@ def block_mode():
         for what, speed in loopback(server, f"/large/{name}", GIB):
             aim = "aim: no less than 1" if what in ("4 down", "4 up") else ""
             row(f"block mode 1 GiB, connections: {what}", f"{speed / 1e6:.0f} MB/s", aim)
-    for loss, control in ((0.001, "cubic"), (0.003, "cubic"), (0.003, "reno")):
+    for loss, control in ((0.001, "reno"), (0.003, "reno")):
         found = long_wire(loss, control)
         for way in ("down", "up"):
             one, eight = found[f"1 {way}"], found[f"8 {way}"]

@@ -231,6 +231,7 @@ def test_clients_that_die_store_nothing(box, server, how):
     lanes = [client.connect(address) for _ in range(3)]
     for number, lane in enumerate(lanes):
         lane.sendall(HEADER.pack(0, 5, number * 5) + b"12345")
+    time.sleep(0.3)  # who is gone before being let in was nobody
     if how == "control":
         client.ftp.close()
         lanes[0].sendall(HEADER.pack(EOF, 0, 3))
@@ -298,7 +299,7 @@ def test_early_blocks_wait_outside_the_window(small):
         assert client.store(f"/quarters-{announced}", quarters).startswith("226")
         assert box.find(f"/quarters-{announced}")["sha1"] == sha1(content)
         answer = client.store("/many", [[]] * 5)
-        assert answer.startswith("451 At most 4 data connections"), answer
+        assert answer.startswith("451") and "at most 4" in answer.lower(), answer
 
 
 def test_stream_mode_sees_no_markers(small):

@@ -124,6 +124,8 @@ TEST_F(Configuration, EveryMistakeIsReportedWithItsLine) {
       {"box", "proxy = 'h:1'", "SCHEME"},
       {"limits", "spool_memory_bytes = -1", "from 0 to"},
       {"limits", "line_length = 10", "from 512 to 65536"},
+      {"limits", "data_streams = 0", "from 1 to 256"},
+      {"limits", "window_bytes = 1048575", "from 1048576 to"},
       {"security", "user = ''", "the name of a user"},
       {"security", "sandbox = 'on'", "\"require\", \"try\" or \"off\""},
       {"storage.settings", "api_per_second = 0", "api_per_second in [storage.settings]: expected a number of requests"},
