@@ -41,7 +41,6 @@ class InterruptionTest : public SessionTest {
     if (how == termination) raise(SIGTERM);
     if (how <= abort || how == termination) expect_reply("426 ");
     if (how == abort) expect_reply("226 ");
-    if (how == termination) expect_reply("426 ");
     if (how == termination) expect_reply("421 ");
   }
 
