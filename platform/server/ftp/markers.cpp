@@ -12,7 +12,7 @@ namespace tarvex::server {
 namespace {
 
 std::string performance_marker(std::uint64_t moved) {
-  using namespace std::chrono;
+  using std::chrono::duration_cast, std::chrono::milliseconds, std::chrono::system_clock;
   const auto now = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
   return reply_block(112, "Perf Marker",
                      {fmt::format("Timestamp: {}.{}", now / 1000, now % 1000 / 100), "Stripe Index: 0",

@@ -57,6 +57,7 @@ struct data_receiver::state : std::enable_shared_from_this<state> {
   bool waiting = false;       // for the peer
   wake room_made;             // for the bytes that the peer may have sent
   bool ended = false, broken = false;
+  std::atomic<bool> certain{false};  // read by any thread
   bool end_confirmed = false;
   steady::time_point last_progress;  // and the time of the end
   loop_timer stall_check, partly_filled, grace;
@@ -129,6 +130,8 @@ void data_receiver::state::end(error_code error) {
   const bool truncated = error == asio::ssl::error::stream_truncated;
   if (truncated && rule.require_close_notify)
     return break_off(426, "The data ended without the close_notify of TLS that is required here.");
+  // A process that is killed sends no close_notify.
+  certain = error == asio::error::eof && connection && connection->secured();
   if (truncated) error = asio::error::eof;
   if (error == asio::error::eof && rule.expected && received < *rule.expected) {
     break_off(426, "The data ended after " + std::to_string(received) + " of " + std::to_string(*rule.expected) +
@@ -252,6 +255,10 @@ bool data_receiver::read(data_read read) {
   }
   state_->loop.post([state = state_] { state->step(); });
   return true;
+}
+
+bool data_receiver::end_is_certain() const {
+  return state_->certain;
 }
 
 std::uint64_t data_receiver::received_bytes() const {

@@ -45,6 +45,7 @@ class data_receiver : public inbound {
   data_receiver& operator=(const data_receiver&) = delete;
 
   [[nodiscard]] bool read(data_read read) override;
+  bool end_is_certain() const override;
   std::uint64_t received_bytes() const override;
   void attach(std::unique_ptr<data_socket> connection) override;
   void finish() override;

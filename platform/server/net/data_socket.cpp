@@ -42,6 +42,10 @@ asio::awaitable<error_code> data_socket::secure(std::unique_ptr<tls_engine> tls)
   return wire::secure(wire_, std::move(tls));
 }
 
+bool data_socket::secured() const {
+  return wire_->tls != nullptr;
+}
+
 bool data_socket::resumed() const {
   return wire_->tls && wire_->tls->resumed();
 }

@@ -32,6 +32,8 @@ class data_socket {
 
   /// Runs the server's side of a TLS handshake, before anything else. After an error it can only be closed.
   boost::asio::awaitable<boost::system::error_code> secure(std::unique_ptr<tls_engine> tls);
+  /// Whether the bytes go under TLS.
+  bool secured() const;
   /// Whether the handshake resumed the session of the control connection.
   bool resumed() const;
   /// The certificate that the client has shown; none, or plain: empty.

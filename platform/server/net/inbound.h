@@ -39,6 +39,8 @@ class inbound {
   [[nodiscard]] virtual bool read(data_read read) = 0;
   /// Bytes that have come.
   virtual std::uint64_t received_bytes() const = 0;
+  /// Whether the data have ended as only a peer that lives can end them.
+  virtual bool end_is_certain() const { return false; }
   /// Whether it takes no more before something is read.
   virtual bool full() const { return false; }
 

@@ -178,7 +178,7 @@ bool store::take_in(operation& op) {
   request_.size = held.size();
   spool_ = std::make_unique<spool>(std::move(held));
   end_counts_ = std::chrono::steady_clock::now() + channel_->end_grace();
-  if (counted || channel_->end_grace().count() == 0) return true;
+  if (counted || channel_->end_grace().count() == 0 || channel_->receiver().end_is_certain()) return true;
   end_awaited_ = !request_.replaces;
   return end_awaited_ || await_life(op);
 }
