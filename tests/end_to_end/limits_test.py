@@ -162,13 +162,13 @@ def test_a_line_without_end_costs_little(limited):
     with controls() as connect:
         control = connect(limited, "127.0.5.2")
         (pid,) = limited.sessions()
-        before = cpu_seconds(pid)
+        before, resident = cpu_seconds(pid), int(status_of(pid)["VmHWM"][0])
         with contextlib.suppress(OSError):
             for _ in range(10):
                 control.socket.sendall(b"x" * 1_000_000)
-        resident = int(status_of(pid)["VmHWM"][0])
-        assert resident < 40_000, f"{resident} KiB"
-        assert cpu_seconds(pid) - before < 2
+        more = int(status_of(pid)["VmHWM"][0]) - resident
+        assert more < 8_000, f"{more} KiB"
+        assert cpu_seconds(pid) - before < 5
         control.socket.shutdown(socket.SHUT_WR)
     session_gone(limited, 0)
 
