@@ -320,6 +320,9 @@ def test_a_store_whose_deletion_lost_its_answer_is_sent_again(box, scene):
     client = scene.session()
     box.fault(method="DELETE", path="/2.0/files/*", cut_before_answer=True, store=True)
     assert scene.put(client, "f", NEW)[0] == 226 and scene.holds("f") == sha1(NEW)
+    box.fault(method="DELETE", path="/2.0/files/*", cut_before_answer=True, store=True)
+    answer = scene.put(client, "f", LARGE, announce=True)
+    assert answer[0] == 451 and "in the trash of Box" in answer[1], "data that are not kept cannot be sent again"
 
 
 @pytest.mark.parametrize("fault", [{"status": 206, "html": "<html>no</html>"}, {"status": 200, "html": "<html>no</html>"}])

@@ -190,7 +190,9 @@ void operation_verify(operation& op) {
     verify_store(op, heard);
   else if (op.subject.adds)
     verify_folder(op, heard);
-  if (op.store && !op.result.ok() && (heard.deletes.status == 200 || heard.deletes.status == 204))
+  // Found gone by the repetition of a deletion that may have been carried out.
+  const bool found_gone = heard.deletes.doubtful && heard.deletes.status == 404;
+  if (op.store && !op.result.ok() && (heard.deletes.status == 200 || heard.deletes.status == 204 || found_gone))
     op.remark = "The former " + op.subject.path + " is in the trash of Box.";
   doubt_what_was_not_seen(op, heard);
 }
