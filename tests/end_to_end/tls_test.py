@@ -3,6 +3,7 @@
 import contextlib
 import ftplib
 import io
+import os
 import re
 import socket
 import ssl
@@ -160,6 +161,27 @@ def test_implicit_tls_protects_data_from_the_start(server, implicit, keys, tmp_p
     server.curl(*common, "-T", tmp_path / "up", f"ftps://{implicit}/implicit-{version}")
     server.curl(*common, "-o", tmp_path / "down", f"ftps://{implicit}/implicit-{version}")
     assert (tmp_path / "down").read_bytes() == CONTENT
+
+
+@pytest.mark.parametrize("more", [{}, {"disable_tls13": "true"}])
+@pytest.mark.parametrize("kind", ["explicit_tls", "tls"])
+def test_rclone_copies_both_ways(server, implicit, keys, tmp_path, kind, more):
+    """Its own TLS verifies the server, never reads tickets of data connections, and keeps several connections."""
+    obscured = subprocess.run(["rclone", "obscure", PASSWORD], capture_output=True, text=True, check=True).stdout.strip()
+    port = implicit.rsplit(":", 1)[1] if kind == "tls" else server.port
+    options = {"host": "localhost", "port": port, "user": "alice", "pass": obscured, kind: "true", **more}
+    remote = ":ftp," + ",".join(f"{name}={value}" for name, value in options.items()) + ":"
+    names = [f"{kind}{len(more)}-{number}" for number in range(6)]
+    (tmp_path / "up").mkdir()
+    for name in names:
+        (tmp_path / "up" / name).write_bytes(CONTENT)
+    for source, target in ((tmp_path / "up", f"{remote}rclone-{kind}{len(more)}"),
+                           (f"{remote}rclone-{kind}{len(more)}", tmp_path / "down")):
+        done = subprocess.run(["rclone", "--config", "", "--retries", "1", "copy", source, target], capture_output=True,
+                              text=True, timeout=120, env={**os.environ, "SSL_CERT_FILE": str(keys["ca"].file)})
+        assert done.returncode == 0, done.stderr
+    for name in names:
+        assert (tmp_path / "down" / name).read_bytes() == CONTENT
 
 
 class Wire:
