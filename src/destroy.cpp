@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr tarvex::box::error_source SOURCE("tarvex_i_box_destroy");
+constexpr tarvex::box::error_source DESTROY_SOURCE("tarvex_i_box_destroy");
 
 /// Whose uploads are released: the table's callback takes no context.
 thread_local tarvex_box_session_t* tarvex_l_box_ending = nullptr;
@@ -15,7 +15,7 @@ thread_local tarvex_box_session_t* tarvex_l_box_ending = nullptr;
 /// Has Box drop what was uploaded. Nobody waits for the answer, and nobody could mend a failure.
 void tarvex_l_box_upload_abort(const tarvex_box_upload_session_t& upload) {
   const tarvex::box::request call = {
-      .source = SOURCE,
+      .source = DESTROY_SOURCE,
       .method = "DELETE",
       .url = tarvex::box::upload_url({"/api/2.0/files/upload_sessions/", upload.id}),
       .reads_document = false,
