@@ -132,6 +132,8 @@ class Foreign:
         elif step["do"] == "rename":
             to, new = step["to"].rpartition("/")[::2]
             self.call("PUT", f"/2.0/{kind}/{ids[path]}", {"name": new, "parent": {"id": ids[to or "/"]}})
+        elif tree[path].folder == (step["do"] == "dele"):
+            raise KeyError(path)  # no file is removed as a folder, nor the other way round
         else:
             query = "?recursive=true" if step["do"] == "rdel" else ""
             self.call("DELETE", f"/2.0/{kind}/{ids[path]}{query}")
