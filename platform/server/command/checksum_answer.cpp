@@ -34,7 +34,9 @@ class progress_teller {
 /// not, which is answered.
 bool other_file_refused(session& client, std::int64_t size) {
   const content_heard content = client.storage.exchanges().summary().content;
-  if (!content.came || content.whole_bytes < 0 || content.whole_bytes == size) return false;
+  const bool refused = content.status != 0 && content.status != 200 && content.status != 206;
+  if (refused) client.reply(451, "Box answered the download with " + std::to_string(content.status) + "; try again.");
+  if (refused || content.status == 0 || content.whole_bytes < 0 || content.whole_bytes == size) return refused;
   client.reply(451, "The storage sent of a file of " + std::to_string(content.whole_bytes) +
                         " bytes, though this one has " + std::to_string(size) + "; it may have changed. Try again.");
   return true;

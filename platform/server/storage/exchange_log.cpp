@@ -103,8 +103,8 @@ void exchange_log::note(const tarvex_exchange_t& exchange) {
   summary_.last.note(exchange);
   request_fate* const fate = fate_of(summary_, exchange);
   if (fate) fate->note(exchange);
-  if (exchange.brings_content && (exchange.status == 200 || exchange.status == 206))
-    summary_.content = {true, exchange.total_length, exchange.received_bytes};
+  if (exchange.brings_content && exchange.status != 0)
+    summary_.content = {exchange.status, exchange.total_length, exchange.received_bytes};
   if (fate == &summary_.commit) summary_.commit_digest = text(exchange.digest);
 }
 

@@ -20,7 +20,7 @@ struct request_fate {
 
 /// The last answer that brought a file's bytes.
 struct content_heard {
-  bool came = false;
+  int status = 0;                    ///< 0: none came
   std::int64_t whole_bytes = -1;     ///< of the file, of which it is all or a part; -1: it did not say
   std::uint64_t received_bytes = 0;  ///< of the answer
 };
