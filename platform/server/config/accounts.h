@@ -2,20 +2,42 @@
 
 #include "config/mistake.h"
 
+#include <boost/asio/ip/network_v4.hpp>
+#include <boost/asio/ip/network_v6.hpp>
+
+#include <chrono>
+#include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 namespace tarvex::server {
 
+/// What an account's sessions may do; see command/table.
+enum class account_permissions { full, read_only, upload_only };
+
+/// A network that clients come from.
+using client_network = std::variant<boost::asio::ip::network_v4, boost::asio::ip::network_v6>;
+
 /// One login name of the accounts file.
 struct account {
   std::string name;
-  std::string password;                        ///< crypt(3) hash; empty: the account has certificates only
-  std::string credential;                      ///< absolute path of the credential file; it may not exist
-  unsigned line = 0;                           ///< of the accounts file, where the credential stands
+  std::string password;    ///< crypt(3) hash; empty: the account has certificates only
+  std::string credential;  ///< absolute path of the credential file, which may not exist; empty: the
+                           ///< account is the broker's
+  unsigned line = 0;       ///< of the accounts file, where the credential stands
   std::vector<std::string> certificates = {};  ///< any of which suffices; "sha256:HEX" or "subject:TEXT"
+  std::string root = "/";                      ///< path in Box of what the account sees as "/": absolute, normal
+  account_permissions permissions = account_permissions::full;
+  std::vector<client_network> allow = {};                   ///< empty: clients may come from anywhere
+  std::optional<std::chrono::year_month_day> expires = {};  ///< the last day (UTC) on which it is served
+  bool disabled = false;
+  unsigned max_sessions = 0;     ///< at a time; 0: no limit
+  std::uint64_t max_upload = 0;  ///< bytes of one file; 0: as Box says
+  std::string mistake = {};      ///< what is wrong with its table: nobody logs in then; empty: nothing
 };
 
 using account_map = std::map<std::string, account, std::less<>>;

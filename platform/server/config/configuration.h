@@ -18,6 +18,9 @@ namespace tarvex::server {
 /// Whether sessions confine themselves: `require` serves nobody where the kernel cannot, `attempt` takes what there is.
 enum class sandbox_mode { require, attempt, off };
 
+/// How the broker's records lie on the disk.
+enum class store_encryption { aes_256_gcm, none };
+
 /// Everything the configuration file says, with defaults in place. Paths are absolute.
 struct configuration {
   // [server]
@@ -56,6 +59,22 @@ struct configuration {
   std::string box_upload_base;
   std::string box_ca_file;
   std::string box_proxy;  ///< URL of the proxy that requests to Box go through
+
+  // [box], the app that accounts are signed in with; https, or http to a loopback host
+  std::string box_authorize_url = "https://account.box.com/api/oauth2/authorize";
+  std::string box_token_url = "https://api.box.com/oauth2/token";
+  std::string box_revoke_url = "https://api.box.com/oauth2/revoke";  ///< default: "revoke" beside the token URL
+  std::string box_client_id;
+  std::string box_client_secret_file;  ///< empty: there is none
+  std::string box_redirect = "http://127.0.0.1/callback";
+
+  // [broker]
+  std::string
+      broker_directory;  ///< of its store; empty: there is no such table, and every account has a credential file
+  std::string broker_key_file;  ///< empty: systemd's credential "store-key", or no encryption
+  store_encryption broker_encryption = store_encryption::aes_256_gcm;
+  std::string broker_user = "tarvex-broker";  ///< whom the broker becomes when it is started as root
+  unsigned broker_idle_renewal_s = 1728000;   ///< accounts without sessions are renewed so often
 
   // [limits], over all sessions of this server
   std::uint64_t spool_memory_bytes = std::uint64_t{1} << 30;  ///< of uploads that wait in memory
