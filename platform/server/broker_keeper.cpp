@@ -147,7 +147,7 @@ void broker_keeper::hand_all() {
 
 descriptor broker_keeper::connect(std::uint64_t id, const std::string& address) {
   auto [session_end, broker_end] = link_pair();
-  if (!session_end) return {};
+  if (!session_end) return descriptor();
   kept_connection& kept = connections_[id];
   kept = {std::move(broker_end), {.id = id, .address = address}, false};
   if (ready_) (void)hand(kept);

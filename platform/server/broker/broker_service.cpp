@@ -219,7 +219,7 @@ void broker_service::end_login(const line_ptr& line, std::uint64_t id, const std
   line->busy = false;
   if (!line->end.is_open()) return;
   broker_says answer = judge_login(*line, who.get());
-  if (who == nullptr && !cache_.whole() && cache_.find(name) == nullptr)
+  if (who == nullptr && !cache_.readable() && cache_.find(name) == nullptr)
     answer = login_failure(login_result::unavailable, 421, "The accounts are not available; try again later.");
   answer.id = id;
   if (answer.result == login_result::refused) ++line->refusals;

@@ -81,10 +81,10 @@ std::string head_of(bool sealed, const store_cipher::key_id& key, std::uint64_t 
 }
 
 /// Files of a root who works for the broker's user are that user's.
-void give_to_owner_of(const std::string& folder, int file) {
+bool give_to_owner_of(const std::string& folder, int file) {
   struct stat status = {};
-  if (geteuid() != 0 || stat(folder.c_str(), &status) != 0) return;
-  (void)fchown(file, status.st_uid, status.st_gid);
+  if (geteuid() != 0) return true;
+  return stat(folder.c_str(), &status) == 0 && fchown(file, status.st_uid, status.st_gid) == 0;
 }
 
 store_error make_folder(const std::string& folder, const std::string& user) {
@@ -178,8 +178,7 @@ token_store::lock token_store::lock_account(const std::string& name, std::chrono
   constexpr std::chrono::milliseconds LOOK{20};
   const std::string path = folder_ + "/" + file_name(name) + ".lock";
   lock held(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
-  if (!held) return held;
-  give_to_owner_of(folder_, held.get());
+  if (!held || !give_to_owner_of(folder_, held.get())) return lock();
   const auto end = std::chrono::steady_clock::now() + limit;
   while (flock(held.get(), LOCK_EX | LOCK_NB) != 0) {
     if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() >= end) return lock();
@@ -221,11 +220,10 @@ token_store::place token_store::take_place(const std::string& name) const {
   taken.path_ = path_of(name) + ".new";
   taken.file_ = descriptor(
       ::open(taken.path_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
-  if (!taken.file_) {
+  if (!taken.file_ || !give_to_owner_of(folder_, taken.file_.get())) {
     taken.error_ = failure(taken.path_, "cannot be opened");
     return taken;
   }
-  give_to_owner_of(folder_, taken.file_.get());
   errno = posix_fallocate(taken.file_.get(), 0, RECORD_BYTES_MAX);
   if (errno == 0) return taken;
   taken.error_ = failure(taken.path_, "there is no room");
@@ -308,7 +306,8 @@ store_error token_store::replace_key_file(const secret& key) const {
   const std::string path = key_file_ + ".new";
   const descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
   if (!file || fchmod(file.get(), status.st_mode & 07777U) != 0) return failure(path, "cannot be made");
-  if (geteuid() == 0) (void)fchown(file.get(), status.st_uid, status.st_gid);
+  if (geteuid() == 0 && fchown(file.get(), status.st_uid, status.st_gid) != 0)
+    return failure(path, "cannot be given to the owner of the key in force");
   if (store_error error = write_all(file.get(), key.text()); !error.empty()) return path + ": " + error;
   if (fsync(file.get()) != 0 || rename(path.c_str(), key_file_.c_str()) != 0)
     return failure(path, "cannot be put in the place of the key in force");

@@ -136,8 +136,9 @@ handled command_pass(session& client, std::string password) {
   session_says who{.name = user, .password = secret(std::move(password))};
   const broker_says answer = co_await client.broker.log_in(std::move(who));
   if (answer.result != login_result::accepted) {
-    log_info("login of {} from {} failed: {}", user, peer, answer.text);
-    if (answer.result == login_result::refused) count_wrong_password(client);
+    const bool refused = answer.result == login_result::refused;
+    log_info("login of {} from {} failed: {}", user, peer, refused ? "wrong name or password" : answer.text);
+    if (refused) count_wrong_password(client);
     outcome how = outcome_failure(answer.code, answer.text);
     co_return co_await login_failed(client, std::move(how), "the account cannot be served now");
   }

@@ -30,7 +30,7 @@ descriptor take_passed(msghdr& message) {
 
 std::pair<descriptor, descriptor> link_pair() {
   std::array<int, 2> ends{};
-  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) return {};
+  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) return {descriptor(), descriptor()};
   return {descriptor(ends[0]), descriptor(ends[1])};
 }
 

@@ -20,7 +20,6 @@ namespace {
 
 using json_handle = owner<json_t, json_decref>;
 using jwt_handle = owner<jwt_t, jwt_free>;
-using jwt_text = owner<char, jwt_free_str>;
 using key_handle = owner<EVP_PKEY, EVP_PKEY_free>;
 using memory_bio = owner<BIO, BIO_free_all>;
 
@@ -117,7 +116,7 @@ secret jwt_assertion(const jwt_app& app, const std::string& audience, const std:
                    jwt_set_alg(made, jwt_str_alg(app.algorithm.c_str()), key,
                                static_cast<int>(app.private_key.text().size())) == 0;
   if (!set) return {};
-  const jwt_text text(jwt_encode_str(made));
+  const c_string text(jwt_encode_str(made));
   return text ? secret(std::string(text.get())) : secret();
 }
 
