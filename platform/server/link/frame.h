@@ -5,6 +5,7 @@
 #include <jansson.h>
 
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -12,7 +13,11 @@
 
 namespace tarvex::server {
 
-using json_document = owner<json_t, json_decref>;
+/// json_decref is of each source alone (static inline): a type that names it would be so too.
+struct json_releaser {
+  void operator()(json_t* document) const noexcept { json_decref(document); }
+};
+using json_document = std::unique_ptr<json_t, json_releaser>;
 
 /// Bytes of the longest message between the broker, the listener and a session, its length included.
 constexpr std::size_t LINK_FRAME_MAX = 64 * 1024;

@@ -1,6 +1,7 @@
 #include "storage/operation.h"
 
 #include "base/log.h"
+#include "storage/storage_session.h"
 #include "storage/transfer.h"
 
 namespace tarvex::server {
