@@ -83,6 +83,9 @@ broker_service::~broker_service() {
 
 std::string broker_service::open() {
   if (!cancelled_) return std::strerror(errno);
+  if (access(config_.accounts_file.c_str(), R_OK) != 0 && errno != ENOENT)
+    return config_.accounts_file +
+           " cannot be used by the user that the broker runs as: " + std::strerror(errno);
   (void)cache_.refresh();
   accounts_ = std::make_shared<account_map>(cache_.accounts());
   return renewals_.open();
