@@ -54,12 +54,13 @@ std::string broker_apart(const configuration& config, std::string& warning) {
   if (config.broker_directory.empty()) return {};
   if (geteuid() == 0 && broker_user(config) != config.user) return {};
   if (geteuid() == 0 && configuration_line(config, "broker.user") != 0 && !user_exists(config.broker_user))
-    return "user in [broker]: there is no user \"" + config.broker_user +
-           "\" to become: make one (useradd --system " + config.broker_user + "), or name another";
+    return "user in [broker]: there is no user \"" + config.broker_user + "\" to become: make one (useradd --system " +
+           config.broker_user + "), or name another";
   const bool confined = config.sandbox != sandbox_mode::off && file_access_version() > 0;
   if (confined) return {};
   const std::string why =
-      "nothing keeps sessions from the broker's files: it has no user of its own (user in [broker], of a server that is "
+      "nothing keeps sessions from the broker's files: it has no user of its own (user in [broker], of a server that "
+      "is "
       "started as root), and they are not confined by Landlock";
   if (config.sandbox == sandbox_mode::require) return why + ", as sandbox = \"require\" in [security] wants";
   warning = why;
