@@ -175,24 +175,27 @@ void broker_service::read(const line_ptr& line) {
 }
 
 void broker_service::take(const line_ptr& line, session_says said) {
-  // What was asked before this broker had said that it is ready is asked again after that.
-  if (said.id <= line->last_id) return;
-  line->last_id = said.id;
-  if (said.what == session_says::kind::login) return begin_login(line, std::move(said));
+  using enum session_says::kind;
+  if (said.what == login || said.what == creds || said.what == renew_creds) {
+    // What was asked before this broker had said that it is ready is asked again after that.
+    if (said.id <= line->last_question) return;
+    line->last_question = said.id;
+  }
+  if (said.what == login) return begin_login(line, std::move(said));
   // All else is for who has logged in. Who asks nevertheless is no session of ours any more.
   if (!line->logged_in) return drop(line);
   switch (said.what) {
-    case session_says::kind::creds:
-    case session_says::kind::renew_creds:
+    case creds:
+    case renew_creds:
       return give_credential(line, said);
-    case session_says::kind::used:
+    case used:
       if (const account* const of = cache_.find(line->account); of != nullptr && of->credential.empty())
         renewals_.note_used(line->account, said.generation);
       return;
-    case session_says::kind::leave:
+    case leave:
       line->logged_in = false;
       return tell_listener(*line);
-    case session_says::kind::login:
+    case login:
       return;
   }
 }
