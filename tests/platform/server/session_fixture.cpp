@@ -57,7 +57,7 @@ struct SessionTest::server_side {
   void run(const configuration& config, int control_socket) {
     session_setup setup;
     setup.config = &config;
-    setup.accounts = &accounts.emplace(config.accounts_file);
+    setup.accounts = &accounts.emplace(config.accounts_file, false);
     setup.storage = &storage;
     setup.changes = slots.get();
     setup.control_socket = control_socket;
