@@ -156,26 +156,30 @@ void list(tarvex_gfs_operation_t op, tarvex_gfs_stat_info_t* info, void*) {
   tarvex_gridftp_server_finished_stat(op, TARVEX_SUCCESS, entries.data(), static_cast<int>(entries.size()));
 }
 
-const tarvex_gfs_storage_iface_t STORAGE = {
-    .init_func =
-        [](tarvex_gfs_operation_t op, tarvex_gfs_session_info_t*) {
-          char* credential = nullptr;
-          (void)tarvex_gridftp_server_get_config_data(op, "creds", &credential);
-          std::free(credential);
-          tarvex_gridftp_server_finished_session_start(op, TARVEX_SUCCESS, nullptr, nullptr, "/");
-        },
-    .stat_func = list,
-};
+void start(tarvex_gfs_operation_t op, tarvex_gfs_session_info_t*) {
+  char* credential = nullptr;
+  const tarvex_result_t result = tarvex_gridftp_server_get_config_data(op, "creds", &credential);
+  std::free(credential);
+  tarvex_gridftp_server_finished_session_start(op, result, nullptr, nullptr, "/");
+}
+
+const tarvex_gfs_storage_iface_t STORAGE = [] {
+  tarvex_gfs_storage_iface_t made{};
+  made.init_func = start;
+  made.stat_func = list;
+  return made;
+}();
 const tarvex_version_t VERSION = {.major = 0, .minor = 1, .timestamp = 0, .branch_id = 0};
 
 }  // namespace
 
 extern "C" {
 TARVEX_API extern const tarvex_module_descriptor_t tarvex_gridftp_server_intruder_module = {
-    .module_name = "intruder",
-    .activation_func =
-        [] { return tarvex_extension_registry_add(&tarvex_i_gfs_dsi_registry, "intruder", nullptr, &STORAGE); },
-    .deactivation_func = [] { return tarvex_extension_registry_remove(&tarvex_i_gfs_dsi_registry, "intruder"); },
-    .version = &VERSION,
-};
+    "intruder",
+    [] { return tarvex_extension_registry_add(&tarvex_i_gfs_dsi_registry, "intruder", nullptr, &STORAGE); },
+    [] { return tarvex_extension_registry_remove(&tarvex_i_gfs_dsi_registry, "intruder"); },
+    nullptr,
+    nullptr,
+    &VERSION,
+    nullptr};
 }

@@ -12,7 +12,11 @@ namespace tarvex::server {
 namespace {
 
 credential_answer read_file(const std::string& path, std::uint64_t max_upload = 0) {
-  return credential_of_file({.name = "alice", .credential = path, .max_upload = max_upload});
+  account of;
+  of.name = "alice";
+  of.credential = path;
+  of.max_upload = max_upload;
+  return credential_of_file(of);
 }
 
 /// Reads a file that cannot be used. \return the reply code; neither the path nor the content shows in the reply.
