@@ -1,19 +1,16 @@
 #pragma once
 
-#include "tarvex_common.hpp"
-
 #include <jansson.h>
 
 #include <cstddef>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 
 namespace tarvex::server {
 
-/// json_decref is of each source alone (static inline): a type that names it would be so too.
+/// json_decref is static in every source that sees it; a type that is made with it would be, too.
 struct json_releaser {
   void operator()(json_t* document) const noexcept { json_decref(document); }
 };

@@ -84,9 +84,9 @@ class storage_session {
     event_loop& loop;
     const configuration& config;
     storage_plugin& plugin;
-    change_slots* changes;             ///< null: there are no other sessions
-    spool_budget* budget;              ///< null: none
-    std::size_t budget_share;          ///< this session's
+    change_slots* changes;     ///< null: there are no other sessions
+    spool_budget* budget;      ///< null: none
+    std::size_t budget_share;  ///< this session's
     credential_source credential;
     std::function<std::string()> who;  ///< any thread: names the client's session in the log
   };
@@ -201,7 +201,7 @@ class storage_session {
   bool started_ = false;
   std::string checksums_;
   bool token_refused_ = false;
-  std::uint64_t generation_ = 0;             ///< of the credential that was handed over last
+  std::uint64_t generation_ = 0;               ///< of the credential that was handed over last
   std::optional<outcome> credential_failure_;  ///< the last credential was none
   std::string hopeless_;
   std::string username_, home_directory_;
