@@ -101,7 +101,7 @@ void describe_one(CLI::App& app, account_words& words) {
 void describe_set(CLI::App& app, account_words& words) {
   describe_name(app, words);
   app.add_option("SETTING", words.settings, "KEY=VALUE; KEY= takes the key out")->required()->type_name("KEY=VALUE");
-  app.footer(account_setting_help());
+  app.footer("Settings:\n" + account_setting_help() + app.get_footer());
 }
 
 void describe_change_of_password(CLI::App& app, account_words& words) {
@@ -166,6 +166,7 @@ void describe(CLI::App& app, account_words& words) {
   for (const command_entry& entry : COMMANDS) {
     CLI::App* const command = app.add_subcommand(entry.name, entry.help);
     command->fallthrough();  // --config may stand behind the command too
+    command->footer("--config FILE, the configuration (TOML), goes with each command.");
     entry.describe(*command, words);
   }
 }

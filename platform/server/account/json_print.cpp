@@ -1,5 +1,7 @@
 #include "account/json_print.h"
 
+#include "tarvex_common.hpp"
+
 #include <cstdio>
 #include <new>
 
