@@ -2,10 +2,9 @@
 
 import json
 import os
-import pathlib
 import pty
-import signal
 import subprocess
+import termios
 import urllib.error
 import urllib.parse
 import urllib.request
@@ -167,9 +166,13 @@ class Terminal:
         os.close(self.end)
         return os.waitstatus_to_exitcode(os.waitpid(self.child, 0)[1]), self.seen
 
-    def kill(self):
-        os.kill(self.child, signal.SIGKILL)
-        return self.finish()
+    def echoes(self):
+        return bool(termios.tcgetattr(self.end)[3] & termios.ECHO)
+
+    def interrupt(self):
+        """Control-C. \\return how the command ended."""
+        os.write(self.end, b"\x03")
+        return os.waitstatus_to_exitcode(os.waitpid(self.child, 0)[1])
 
 
 class Shown:
@@ -205,9 +208,3 @@ def with_query(address, **changes):
     parts = urllib.parse.urlsplit(address)
     query = urllib.parse.urlencode({**query_of(address), **changes})
     return urllib.parse.urlunsplit(parts._replace(query=query))
-
-
-def folder(path):
-    made = pathlib.Path(path)
-    made.mkdir()
-    return made

@@ -12,17 +12,17 @@ namespace tarvex::server {
 
 namespace {
 
-using outcome = account_check::outcome;
+using check_outcome = account_check::outcome;
 
-const char* outcome_word(outcome how) {
+const char* outcome_word(check_outcome how) {
   switch (how) {
-    case outcome::ok:
+    case check_outcome::ok:
       return "ok";
-    case outcome::warning:
+    case check_outcome::warning:
       return "warning";
-    case outcome::failed:
+    case check_outcome::failed:
       return "failed";
-    case outcome::skipped:
+    case check_outcome::skipped:
       break;
   }
   return "not tried";
@@ -31,7 +31,7 @@ const char* outcome_word(outcome how) {
 json_document json_of_check(const account_check& check) {
   json_document object = json_made(json_object());
   json_set_text(object.get(), "check", check.name);
-  json_set_true(object.get(), "ok", check.how == outcome::ok || check.how == outcome::warning);
+  json_set_true(object.get(), "ok", check.how == check_outcome::ok || check.how == check_outcome::warning);
   json_set_text(object.get(), "result", outcome_word(check.how));
   json_set_text(object.get(), "text", check.text);
   json_set_text(object.get(), "hint", check.hint);
@@ -42,7 +42,7 @@ json_document json_of_check(const account_check& check) {
 
 bool checks_passed(const std::vector<account_check>& checks) {
   return std::none_of(checks.begin(), checks.end(), [](const account_check& check) {
-    return check.how == outcome::failed || check.how == outcome::skipped;
+    return check.how == check_outcome::failed || check.how == check_outcome::skipped;
   });
 }
 

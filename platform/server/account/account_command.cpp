@@ -194,7 +194,7 @@ int account_run(int argc, char** argv) try {
   }
   return static_cast<int>(run(app, words));
 } catch (const account_failure& failure) {
-  terminal_complain(failure.what());
+  for (const std::string& line : failure.lines()) terminal_complain(line);
   return static_cast<int>(failure.how());
 } catch (const std::exception& failure) {
   terminal_complain(failure.what());

@@ -10,8 +10,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <filesystem>
 #include <utility>
+#include <vector>
 
 namespace tarvex::server {
 
@@ -23,9 +23,9 @@ constexpr std::chrono::seconds RECORD_PATIENCE{120};
 /// A person waits. What is given up then stays noted, and the broker goes on with it.
 constexpr std::chrono::seconds RENEWAL_PATIENCE{15};
 
-std::string lines_of(const std::vector<configuration_mistake>& mistakes) {
-  std::string lines;
-  for (const auto& mistake : mistakes) lines.append(lines.empty() ? "" : "\n").append(mistake_text(mistake));
+std::vector<std::string> lines_of(const std::vector<configuration_mistake>& mistakes) {
+  std::vector<std::string> lines;
+  for (const auto& mistake : mistakes) lines.push_back(mistake_text(mistake));
   return lines;
 }
 

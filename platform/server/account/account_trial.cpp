@@ -17,7 +17,7 @@ namespace tarvex::server {
 
 namespace {
 
-using outcome = account_check::outcome;
+using check_outcome = account_check::outcome;
 using std::chrono::seconds;
 
 /// What sessions renew a token at.
@@ -73,7 +73,7 @@ void account_trial::look_at_state() {
   if (!closed) return;
   checks_.push_back(
       {.name = "state",
-       .how = outcome::warning,
+       .how = check_outcome::warning,
        .text = fmt::format("the account is {}, and nobody is served by it", account_closure_text(*closed)),
        .hint = who_.mistake});
 }
@@ -95,11 +95,11 @@ std::string account_trial::status_hint(int status) const {
 
 account_check account_trial::token_of_file() {
   credential_content content = credential_file_read(who_);
-  if (!content.error.empty()) return {.name = "token", .how = outcome::failed, .text = content.error};
+  if (!content.error.empty()) return {.name = "token", .how = check_outcome::failed, .text = content.error};
   token_ = {std::move(content.access_token), std::move(content.box_user), content.max_upload};
   account_check check = with_life(*content.expires_at);
   if (*content.expires_at - this_second() >= LEAST_TOKEN_LIFE) return check;
-  check.how = outcome::failed;
+  check.how = check_outcome::failed;
   check.text = "it has run out, or will in less than 100 s";
   check.hint = status_hint(401);
   return check;
@@ -119,7 +119,7 @@ account_check account_trial::token() {
   std::string hint = refusal_hint(got.reason);
   if (!hint.empty()) hint.erase(0, hint.find_first_not_of("; "));
   return {.name = "token",
-          .how = outcome::failed,
+          .how = check_outcome::failed,
           .text = (final ? "sign-in needed: " : "") + got.reason,
           .hint = final ? sign_in_command() : hint};
 }
@@ -128,13 +128,13 @@ account_check account_trial::user() {
   constexpr const char* NAME = "users/me";
   answer_ = box_user_ask(files_.endpoint().https, files_.api_base(), token_.access.text());
   asked_ = this_second();
-  if (token_.access.text().empty()) return {.name = NAME, .how = outcome::skipped, .text = "there is no token"};
+  if (token_.access.text().empty()) return {.name = NAME, .how = check_outcome::skipped, .text = "there is no token"};
   if (!answer_.error.empty())
-    return {.name = NAME, .how = outcome::failed, .text = answer_.error, .hint = status_hint(answer_.status)};
+    return {.name = NAME, .how = check_outcome::failed, .text = answer_.error, .hint = status_hint(answer_.status)};
   const box_user& user = answer_.user;
   if (user.id != token_.box_user)
     return {.name = NAME,
-            .how = outcome::failed,
+            .how = check_outcome::failed,
             .text = fmt::format("the token is of Box user {} ({}), and the account of {}", user.id, user.login,
                                 token_.box_user)};
   return {.name = NAME, .text = fmt::format("{} ({}, Box user {})", user.name, user.login, user.id)};
@@ -150,17 +150,17 @@ std::string account_trial::empty_root_hint() const {
 
 account_check account_trial::root() {
   constexpr const char* NAME = "root listing";
-  if (!answer_.error.empty()) return {.name = NAME, .how = outcome::skipped, .text = "the token does not work"};
+  if (!answer_.error.empty()) return {.name = NAME, .how = check_outcome::skipped, .text = "the token does not work"};
   const https_setup& https = files_.endpoint().https;
   const box_path_answer place = box_folder_find(https, files_.api_base(), token_.access.text(), who_.root);
   if (!place.error.empty())
     return {.name = NAME,
-            .how = outcome::failed,
+            .how = check_outcome::failed,
             .text = who_.root + ": " + place.error,
             .hint = "logins are refused until the folder is there: make it, or change root (account set)"};
   const box_folder_answer got = box_folder_ask(https, files_.api_base(), token_.access.text(), place.id);
   if (!got.error.empty())
-    return {.name = NAME, .how = outcome::failed, .text = got.error, .hint = status_hint(got.status)};
+    return {.name = NAME, .how = check_outcome::failed, .text = got.error, .hint = status_hint(got.status)};
   return {.name = NAME,
           .text = fmt::format("{} has {} {}", who_.root, got.entries, got.entries == 1 ? "entry" : "entries"),
           .hint = got.entries == 0 ? empty_root_hint() : ""};
@@ -168,25 +168,25 @@ account_check account_trial::root() {
 
 account_check account_trial::upload_limit() const {
   constexpr const char* NAME = "upload limit";
-  if (!answer_.error.empty()) return {.name = NAME, .how = outcome::skipped, .text = "the token does not work"};
+  if (!answer_.error.empty()) return {.name = NAME, .how = check_outcome::skipped, .text = "the token does not work"};
   const std::uint64_t of_box = answer_.user.max_upload;
   std::string text = fmt::format("files of up to {} bytes", of_box);
   if (who_.max_upload != 0 && who_.max_upload < of_box)
     text = fmt::format("files of up to {} bytes by max_upload, {} by Box", who_.max_upload, of_box);
   if (token_.max_upload == of_box) return {.name = NAME, .text = text};
   return {.name = NAME,
-          .how = outcome::warning,
+          .how = check_outcome::warning,
           .text = fmt::format("{}, but {} when the account was signed in", text, token_.max_upload),
           .hint = who_.credential.empty() ? sign_in_command() : "correct max_upload in the credential file"};
 }
 
 account_check account_trial::clock() const {
   constexpr const char* NAME = "clock";
-  if (!answer_.date) return {.name = NAME, .how = outcome::skipped, .text = "no answer of Box has told the time"};
+  if (!answer_.date) return {.name = NAME, .how = check_outcome::skipped, .text = "no answer of Box has told the time"};
   const auto offset = asked_ - *answer_.date;
   account_check check{.name = NAME, .text = fmt::format("{:+} s against Box", offset.count())};
   if (std::chrono::abs(offset) <= LARGEST_CLOCK_OFFSET) return check;
-  check.how = outcome::warning;
+  check.how = check_outcome::warning;
   check.hint =
       "set this host's clock, with NTP: Box refuses assertions that are off by a minute, and tokens are renewed "
       "too early or too late";

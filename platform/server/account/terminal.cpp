@@ -3,6 +3,7 @@
 #include "account/account_failure.h"
 #include "base/text.h"
 
+#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -33,10 +34,15 @@ volatile std::sig_atomic_t ending = 0;
 class quiet_terminal {
  public:
   quiet_terminal() {
-    if (tcgetattr(STDIN_FILENO, &before_) != 0) return;
+    // Held back but while input is waited for: none is to come between a look at `ending` and the wait.
+    sigset_t held;
+    sigemptyset(&held);
+    for (const int signal : ENDINGS) sigaddset(&held, signal);
+    (void)sigprocmask(SIG_BLOCK, &held, &mask_before_);
     struct sigaction note = {};
-    note.sa_handler = [](int signal) { ending = signal; };  // without SA_RESTART: read(2) is to end
+    note.sa_handler = [](int signal) { ending = signal; };
     for (std::size_t i = 0; i < ENDINGS.size(); ++i) (void)sigaction(ENDINGS[i], &note, &actions_[i]);
+    if (tcgetattr(STDIN_FILENO, &before_) != 0) return;
     termios quiet = before_;
     quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
     quiet.c_lflag |= ECHONL;
@@ -45,18 +51,49 @@ class quiet_terminal {
   ~quiet_terminal() {
     if (is_quiet_) (void)tcsetattr(STDIN_FILENO, TCSAFLUSH, &before_);
     for (std::size_t i = 0; i < ENDINGS.size(); ++i) (void)sigaction(ENDINGS[i], &actions_[i], nullptr);
+    (void)sigprocmask(SIG_SETMASK, &mask_before_, nullptr);
     if (const int signal = std::exchange(ending, 0); signal != 0) (void)raise(signal);
   }
   quiet_terminal(const quiet_terminal&) = delete;
   quiet_terminal& operator=(const quiet_terminal&) = delete;
 
   [[nodiscard]] bool is_quiet() const { return is_quiet_; }
+  /// The signals that are held back while input is waited for.
+  [[nodiscard]] const sigset_t& mask_before() const { return mask_before_; }
 
  private:
   termios before_{};
+  sigset_t mask_before_{};
   std::array<struct sigaction, ENDINGS.size()> actions_{};
   bool is_quiet_ = false;
 };
+
+/// \param mask  of signals, while it is waited for; null: as it is
+/// \return false: the input has ended, or the program is to
+bool next_byte(const sigset_t* mask, char& byte) {
+  for (;;) {
+    pollfd awaited = {STDIN_FILENO, POLLIN, 0};
+    const int ready = ppoll(&awaited, 1, nullptr, mask);
+    if (ready < 0 && errno == EINTR && ending == 0) continue;
+    if (ready < 0) return false;
+    const ssize_t count = read(STDIN_FILENO, &byte, 1);
+    if (count < 0 && errno == EINTR) continue;
+    return count == 1;
+  }
+}
+
+bool read_line(const sigset_t* mask, std::string& out) {
+  out.clear();
+  for (char byte = 0; out.size() < LINE_MAX_BYTES;) {
+    if (!next_byte(mask, byte)) return ending == 0 && !out.empty();
+    if (byte == '\n') {
+      if (out.ends_with('\r')) out.pop_back();
+      return true;
+    }
+    out.push_back(byte);
+  }
+  return false;
+}
 
 }  // namespace
 
@@ -65,7 +102,7 @@ void terminal_say(std::string_view text) {
 }
 
 void terminal_complain(std::string_view text) {
-  while (!text.empty()) print_line(stderr, PROGRAM, take_field(text, '\n'));
+  print_line(stderr, PROGRAM, text);
 }
 
 void terminal_note(std::string_view text) {
@@ -89,7 +126,7 @@ secret terminal_ask_secret(std::string_view question) {
       append_printable(text, question);
       std::fprintf(stderr, "%s: ", text.c_str());
       std::fflush(stderr);
-      got = terminal_read_line(line);
+      got = read_line(&silence.mask_before(), line);
     }
   }
   secret answer(std::move(line));
@@ -99,18 +136,7 @@ secret terminal_ask_secret(std::string_view question) {
 }
 
 bool terminal_read_line(std::string& out) {
-  out.clear();
-  for (char byte = 0; out.size() < LINE_MAX_BYTES;) {
-    const ssize_t count = read(STDIN_FILENO, &byte, 1);
-    if (count < 0 && errno == EINTR && ending == 0) continue;
-    if (count <= 0) return count == 0 && !out.empty();
-    if (byte == '\n') {
-      if (out.ends_with('\r')) out.pop_back();
-      return true;
-    }
-    out.push_back(byte);
-  }
-  return false;
+  return read_line(nullptr, out);
 }
 
 }  // namespace tarvex::server

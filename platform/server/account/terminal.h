@@ -9,7 +9,7 @@ namespace tarvex::server {
 
 /// A line on standard output, where control characters are replaced: names and errors come from elsewhere.
 void terminal_say(std::string_view text);
-/// The same on standard error, which the program's name precedes.
+/// The same on standard error, after the program's name.
 void terminal_complain(std::string_view text);
 /// The same without the name, for what is no error: questions and notes.
 void terminal_note(std::string_view text);
