@@ -95,8 +95,10 @@ bool storage_opened(session& client) {
   return false;
 }
 
-storage_user served_user(const session& client, const account& who) {
-  return {.name = who.name, .credential = who.credential, .peer = client.control.peer().host()};
+/// Takes over what the account says of its sessions.
+storage_user served_user(session& client, const account& who) {
+  client.login.permissions = who.permissions;
+  return {.name = who.name, .credential = who.credential, .peer = client.control.peer().host(), .root = who.root};
 }
 
 /// \return whether the certificate is one of the user's, and the login is answered.

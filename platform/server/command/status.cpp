@@ -75,7 +75,7 @@ handled status_of_folder(session& client, listing_request request) {
 }
 
 std::string running_text(const operation& running) {
-  const std::string what = running.subject.verb + " " + running.subject.path;
+  const std::string what = running.subject.verb + " " + operation_path(running);
   if (!running.transfer) return what + " is running";
   return what + ": " + std::to_string(running.transfer->moved_bytes()) +
          (running.transfer->receives() ? " bytes received" : " bytes sent");

@@ -79,6 +79,7 @@ asio::awaitable<void> storage_session::run(operation& op) {
 
 asio::awaitable<outcome> storage_session::start(storage_user user) {
   user_ = std::move(user);
+  root_ = root_prefix(user_.root);
   std::string error;
   std::function<void()> activate = [&] {
     if (!interface()) error = plugin_activate(host_.plugin, host_.config.storage_dsi);
@@ -97,12 +98,15 @@ asio::awaitable<outcome> storage_session::start(storage_user user) {
   co_await run(op);
   started_ = take_session(op);
   username_ = op.username;
-  home_directory_ = op.home_directory;
+  home_directory_ = root_.is_top() ? op.home_directory : "/";
   outcome how = operation_outcome(op);
+  if (how.ok()) how = co_await look_at_root();
   // Not the credential's fault: what may pass, and what the server is out of.
   const request_fate last = exchanges_.summary().last;
   const bool may_pass = how.code < 500 || (last.sent > 0 && status_may_pass(last.status));
-  if (!how.ok()) how.code = may_pass ? 421 : 530;
+  if (how.ok()) co_return how;
+  co_await leave();
+  how.code = may_pass ? 421 : 530;
   co_return how;
 }
 
@@ -114,6 +118,7 @@ asio::awaitable<void> storage_session::leave() {
   if (thread_) co_await run_aside(std::move(let_go));
   started_ = false;
   user_ = {};
+  root_ = root_prefix();
   username_.clear();
   home_directory_.clear();
   checksums_.clear();
@@ -130,7 +135,7 @@ bool storage_session::take_session(operation& started) {
 }
 
 owned_result storage_session::renew_inside(operation& op) {
-  log_debug("{}: {} {}: the storage's session is started anew", who(), op.subject.verb, op.subject.path);
+  log_debug("{}: {} {}: the storage's session is started anew", who(), op.subject.verb, operation_path(op));
   // Read before the start: what changes meanwhile may be unknown to the new session.
   change_view fresh = others_;
   fresh.open(host_.changes, user_.name);
@@ -145,12 +150,18 @@ owned_result storage_session::renew_inside(operation& op) {
   return {};
 }
 
+const unfinished_store* storage_session::unfinished(std::string_view path) const {
+  const auto left = unfinished_.find(root_.to_box(path));
+  return left == unfinished_.end() ? nullptr : &left->second;
+}
+
 asio::awaitable<outcome> storage_session::forget_unfinished(std::string path) {
+  path = root_.to_box(path);
   const auto left = unfinished_.find(path);
   if (left == unfinished_.end()) co_return outcome{};
   outcome how;
   if (left->second.session == handle_) {
-    operation op(*this, operation_kind::stat, {.verb = "STOR", .path = "/"});
+    operation op(*this, operation_kind::stat, {.verb = "STOR", .path = root_.path()});
     op.work = [](operation& started) {
       (void)operation_complete(started, operation_kind::stat, started.storage.renew_inside(started).release());
     };
