@@ -119,20 +119,22 @@ SMALL_SERVER = {"chunked_minimum": 100_000, "progress_timeout_ms": 700, "max_del
 
 
 class Server(Program):
-    """The server, with one account "alice"."""
+    """The server, with an account "alice", and others that serve the same Box user."""
 
     def __init__(self, directory, box, settings=None, policy=FAST_POLICY, server_lines="", credential=None,
                  api_base=None, ca=None, environment=None, tables="", command=(), listen="127.0.0.1:0",
-                 inherited=()):
-        """`tables`: TOML that follows the rest; `command`: what starts the program, where it is not just started."""
+                 inherited=(), accounts=None, options=()):
+        """`tables`: TOML that follows the rest; `command`: what starts the program, where it is not just started;
+        `accounts`: name -> what else its table says."""
         self.directory = directory
         self.credential_path = directory / "alice.json"
         self.write_credential(credential or {
             "access_token": box.token, "token_expiry": "2099-01-01T00:00:00.000000+00:00", "sub": box.user_id,
             "max_upload": 5 * 1024**3})
         hashed = subprocess.run(["openssl", "passwd", "-5", PASSWORD], capture_output=True, text=True, check=True)
-        (directory / "accounts.toml").write_text(
-            f'[alice]\npassword = "{hashed.stdout.strip()}"\ncredential = "alice.json"\n')
+        (directory / "accounts.toml").write_text("".join(
+            f'[{name}]\npassword = "{hashed.stdout.strip()}"\ncredential = "alice.json"\n{lines}\n'
+            for name, lines in {"alice": "", **(accounts or {})}.items()))
         values = "\n".join(f"{key} = {value}" for key, value in {
             "upload_per_second": 10000, **(settings or {})}.items())
         (directory / "server.toml").write_text(f"""
@@ -152,7 +154,7 @@ upload_base = "{api_base or box.base}"
 {"" if "[security]" in tables else SECURITY}
 {tables}
 """)
-        super().__init__([*command, BUILD / "bin/tarvex-gridftp-server", "--config", directory / "server.toml"],
+        super().__init__([*command, BUILD / "bin/tarvex-gridftp-server", "--config", directory / "server.toml", *options],
                          directory, "server", environment, inherited)
 
     def write_credential(self, document):
@@ -161,10 +163,10 @@ upload_base = "{api_base or box.base}"
         new.chmod(0o600)
         new.rename(self.credential_path)
 
-    def ftp(self, timeout=60):
+    def ftp(self, timeout=60, user="alice"):
         client = ftplib.FTP(timeout=timeout)
         client.connect(self.host.strip("[]"), self.port)
-        client.login("alice", PASSWORD)
+        client.login(user, PASSWORD)
         return client
 
     def sessions(self):
