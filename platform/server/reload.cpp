@@ -47,7 +47,11 @@ constexpr fixed_row FIXED[] = {
 std::vector<configuration_mistake> configuration_read(const std::string& file, configuration& config,
                                                       account_map& accounts) {
   auto mistakes = configuration_load(file, config);
-  if (!config.accounts_file.empty()) append_mistakes(mistakes, accounts_load(config.accounts_file, accounts));
+  if (!config.accounts_file.empty()) {
+    accounts_reading read = accounts_load(config.accounts_file, !config.broker_directory.empty());
+    accounts = std::move(read.accounts);
+    append_mistakes(mistakes, std::move(read.mistakes));
+  }
   append_mistakes(mistakes, accounts_credential_mistakes(config.accounts_file, accounts));
   if (!config.storage_library.empty()) append_mistakes(mistakes, plugin_check(config, file));
   return mistakes;

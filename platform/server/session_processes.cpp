@@ -34,6 +34,10 @@ void say_421(const descriptor& control, const char* reason) {
   shutdown(control.get(), SHUT_WR);
 }
 
+bool has_broker(const configuration& config) {
+  return !config.broker_directory.empty();
+}
+
 /// Closes every descriptor above standard error but one: the listener's own, and what the program was started with.
 /// Were one left open, its other end would take the session for whoever opened it.
 void close_others(int kept) {
@@ -65,7 +69,10 @@ Shared* map_shared() {
 }  // namespace
 
 session_processes::session_processes(configuration config, storage_plugin& storage, const sigset_t& signal_mask)
-    : config_(std::move(config)), accounts_(config_.accounts_file), storage_(storage), signal_mask_(signal_mask) {}
+    : config_(std::move(config)),
+      accounts_(config_.accounts_file, has_broker(config_)),
+      storage_(storage),
+      signal_mask_(signal_mask) {}
 
 std::string session_processes::open() {
   changes_.reset(map_shared<change_slots>());
@@ -85,9 +92,9 @@ std::string session_processes::reload(configuration fresh) {
     if (std::string error = prepared.prepare(fresh.sandbox); !error.empty()) return error;
     sandbox_ = std::move(prepared);
   }
-  if (fresh.accounts_file != config_.accounts_file) accounts_ = accounts_cache(fresh.accounts_file);
+  if (fresh.accounts_file != config_.accounts_file) accounts_ = accounts_cache(fresh.accounts_file, has_broker(fresh));
   config_ = std::move(fresh);
-  accounts_.refresh();
+  (void)accounts_.refresh();
   return {};
 }
 
@@ -102,7 +109,7 @@ void session_processes::become_session(descriptor control, pid_t parent, std::si
   if (prctl(PR_SET_PDEATHSIG, SIGTERM) != 0 || getppid() != parent) _exit(1);
   sigprocmask(SIG_SETMASK, &signal_mask_, nullptr);
   read_nothing_from_stdin();
-  const std::string error = sandbox_.enter(session_places(config_, accounts_.credential_folders()));
+  const std::string error = sandbox_.enter(session_places(config_, accounts_credential_folders(accounts_.accounts())));
   if (!error.empty()) {
     log_error("{}", error);
     if (!implicit_tls) say_421(control, "Out of resources; try again later.");
@@ -162,7 +169,7 @@ bool session_processes::start(descriptor control, bool implicit_tls) {
   const std::uint64_t group = address_group(peer.host);
   const refusal why = admit(group);
   if (why.reply != nullptr) return turn_away(control, why, peer, implicit_tls);
-  accounts_.refresh();  // here once, and not in each session
+  (void)accounts_.refresh();  // here once, and not in each session
   const session_record record = {.share = take_share(), .group = group};
   const pid_t parent = getpid();
   const pid_t session = fork();

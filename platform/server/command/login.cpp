@@ -2,6 +2,7 @@
 #include "base/secret.h"
 #include "command/handler.h"
 #include "config/accounts_cache.h"
+#include "config/accounts_state.h"
 #include "ftp/path.h"
 #include "limits/account_seats.h"
 #include "limits/address_group.h"
@@ -101,6 +102,14 @@ storage_user served_user(session& client, const account& who) {
   return {.name = who.name, .credential = who.credential, .peer = client.control.peer().host(), .root = who.root};
 }
 
+/// Who is not served at this moment, or not from where it comes, is refused like somebody unknown.
+login_answer open_only(const session& client, login_answer answer) {
+  if (answer.who == nullptr) return answer;
+  const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+  const bool open = !account_closed(*answer.who, now) && account_admits(*answer.who, client.control.peer().address);
+  return open ? answer : login_answer{login_verdict::refused, nullptr};
+}
+
 /// \return whether the certificate is one of the user's, and the login is answered.
 asio::awaitable<bool> certificate_suffices(session& client, std::string user) {
   const certificate_names shown = client.control.peer_certificate();
@@ -108,7 +117,9 @@ asio::awaitable<bool> certificate_suffices(session& client, std::string user) {
   if (!storage_opened(client)) co_return true;
   login_answer answer;
   // On the operation thread, since the accounts may have to be read.
-  std::function<void()> check = [&] { answer = client.accounts.authenticate_certificate(user, shown); };
+  std::function<void()> check = [&] {
+    answer = open_only(client, client.accounts.authenticate_certificate(user, shown));
+  };
   co_await client.storage.run_aside(std::move(check));
   if (answer.verdict != login_verdict::accepted) co_return false;
   storage_user served = served_user(client, *answer.who);
@@ -142,7 +153,7 @@ handled command_pass(session& client, std::string password) {
   secret typed(std::move(password));
   login_answer answer;
   // On the operation thread, since a hash takes its time.
-  std::function<void()> check = [&] { answer = client.accounts.authenticate(user, typed.text()); };
+  std::function<void()> check = [&] { answer = open_only(client, client.accounts.authenticate(user, typed.text())); };
   co_await client.storage.run_aside(std::move(check));
   typed = secret();
   if (answer.verdict == login_verdict::unavailable) {

@@ -2,7 +2,7 @@
 
 #include "base/log.h"
 #include "base/regular_file.h"
-#include "base/text.h"
+#include "config/account_keys.h"
 #include "config/password_hash.h"
 #include "config/suggestion.h"
 #include "config/toml_file.h"
@@ -11,95 +11,63 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <functional>
 #include <iterator>
+#include <set>
 #include <utility>
 
 namespace tarvex::server {
 
 namespace {
 
-constexpr std::size_t LONGEST_NAME_BYTES = 256;
-
 /// What a login is measured against when there is no account at all: a setting of the default cost, hash of nothing.
 constexpr const char* DECOY_PASSWORD = "$y$j9T$uUXbIBGGkPrzKHxJNSTTZ.$";
 
-void read_password(const toml_entry& entry, account& out, mistake_list& mistakes) {
-  const auto* const text = toml_expect<std::string>(entry, mistakes);
-  if (text == nullptr) return;
-  out.password = *text;
-  if (is_password_hash(*text)) return;
-  mistakes.add(entry.line,
-               entry.where + ": this is no password hash of crypt(3); make one with: openssl passwd -6, or: mkpasswd");
-}
+/// One account's table on its way into the map. Its mistakes are kept apart, so that they close this account alone.
+struct account_table {
+  std::string where;  ///< "[NAME]"
+  mistake_list mistakes;
+  account read;
 
-void read_credential(const toml_entry& entry, account& out, mistake_list& mistakes) {
-  const auto* const text = toml_expect<std::string>(entry, mistakes);
-  if (text == nullptr) return;
-  out.credential = path_beside(mistakes.file, *text);
-  out.line = entry.line;
-  if (text->empty()) mistakes.add(entry.line, entry.where + ": expected the path of a file, found an empty text");
-}
-
-bool is_certificate_name(std::string_view text) {
-  constexpr std::string_view DIGEST = "sha256:", SUBJECT = "subject:", HEX = "0123456789abcdef";
-  constexpr std::size_t DIGITS = 64;
-  if (text.starts_with(SUBJECT)) return text.size() > SUBJECT.size();
-  if (!text.starts_with(DIGEST)) return false;
-  text.remove_prefix(DIGEST.size());
-  return text.size() == DIGITS && text.find_first_not_of(HEX) == std::string_view::npos;
-}
-
-void read_certificates(const toml_entry& entry, account& out, mistake_list& mistakes) {
-  const auto* const items = toml_expect<toml::array>(entry, mistakes);
-  if (items == nullptr) return;
-  if (items->empty()) mistakes.add(entry.line, entry.where + ": name at least one certificate");
-  for (const toml::node& node : *items) {
-    const toml_entry item{node, node.source().begin.line, entry.where};
-    const auto* const text = toml_expect<std::string>(item, mistakes);
-    if (text == nullptr) continue;
-    out.certificates.push_back(*text);
-    if (!is_certificate_name(*text))
-      toml_refuse(item, "\"sha256:\" and 64 digits of lower-case hex, or \"subject:\" and a subject", mistakes);
+  void entry(const toml::key& key, const toml::node& node) {
+    const std::string name(key.str());
+    const unsigned line = key.source().begin.line;
+    if (account_key_read(name, {node, line, name + " in " + where}, read, mistakes)) return;
+    mistakes.add(line, "unknown key \"" + name + "\" in " + where +
+                           (node.is_table() ? "; put a login name with a dot in quotes"
+                                            : suggestion(name, account_key_names())));
   }
-}
-
-struct account_key {
-  std::string_view name;
-  void (*read)(const toml_entry& entry, account& out, mistake_list& mistakes);
+  void require(const toml::table& members, bool broker) {
+    if (!members.contains("password") && !members.contains("certificates"))
+      mistakes.add(read.line, "password in " + where + " is missing, and so is certificates; one of them is needed");
+    if (!broker && !members.contains("credential")) mistakes.add(read.line, "credential in " + where + " is missing");
+  }
 };
-constexpr account_key KEYS[] = {
-    {"password", read_password}, {"credential", read_credential}, {"certificates", read_certificates}};
 
-void read_key(const std::string& table, const toml::key& key, const toml::node& node, account& out,
-              mistake_list& mistakes) {
-  const std::string name(key.str());
-  const unsigned line = key.source().begin.line;
-  std::vector<std::string_view> known;
-  for (const account_key& row : KEYS) {
-    if (row.name == name) return row.read({node, line, name + " in " + table}, out, mistakes);
-    known.push_back(row.name);
-  }
-  mistakes.add(line, "unknown key \"" + name + "\" in " + table +
-                         (node.is_table() ? "; put a login name with a dot in quotes" : suggestion(name, known)));
+std::string joined_texts(const std::vector<configuration_mistake>& mistakes) {
+  std::string texts;
+  for (const configuration_mistake& mistake : mistakes) texts.append(texts.empty() ? "" : "; ").append(mistake.text);
+  return texts;
 }
 
-void read_account(const toml::key& key, const toml::node& node, account_map& out, mistake_list& mistakes) {
+void read_account(const toml::key& key, const toml::node& node, bool broker, mistake_list& mistakes, account_map& out) {
   const std::string name(key.str());
-  const std::string table = "[" + name + "]";
   const unsigned line = key.source().begin.line;
-  if (name.empty() || name.size() > LONGEST_NAME_BYTES || std::any_of(name.begin(), name.end(), is_control)) {
-    mistakes.add(line, table + ": a login name has 1 to 256 bytes, none of them a control byte");
+  account_table table{"[" + name + "]", {mistakes.file, {}}, {.name = name, .password = {}, .credential = {}}};
+  table.read.line = line;
+  if (const std::string error = account_name_error(name); !error.empty()) {
+    mistakes.add(line, table.where + ": " + error);
     return;
   }
-  const auto* const members = toml_expect<toml::table>({node, line, "account " + table}, mistakes);
-  if (members == nullptr) return;
-  account read = {.name = name, .password = {}, .credential = {}, .line = line};
-  for (const auto& [member, value] : *members) read_key(table, member, value, read, mistakes);
-  if (!members->contains("password") && !members->contains("certificates"))
-    mistakes.add(line, "password in " + table + " is missing, and so is certificates; one of them is needed");
-  if (!members->contains("credential")) mistakes.add(line, "credential in " + table + " is missing");
-  out.emplace(name, std::move(read));
+  if (const auto* const members = toml_expect<toml::table>({node, line, "account " + table.where}, table.mistakes)) {
+    for (const auto& [member, value] : *members) table.entry(member, value);
+    table.require(*members, broker);
+  }
+  auto found = std::move(table.mistakes).sorted();
+  table.read.mistake = joined_texts(found);
+  mistakes.found.insert(mistakes.found.end(), found.begin(), found.end());
+  out.emplace(name, std::move(table.read));
 }
 
 /// The hash that a name without one is measured against: some account's, always the same for the same name, so that
@@ -119,12 +87,23 @@ void warn_when_exposed(const char* what, const std::string& path) {
 
 }  // namespace
 
-std::vector<configuration_mistake> accounts_load(const std::string& file, account_map& out) {
+accounts_reading accounts_load(const std::string& file, bool broker) {
+  std::string text;
+  if (const auto failure = regular_file_read(file, file_trust::owner_only, TOML_LARGEST_MIB, text))
+    return {.readable = false, .accounts = {}, .mistakes = {{file, 0, failure->text}}};
+  return accounts_parse(file, text, broker);
+}
+
+accounts_reading accounts_parse(const std::string& file, const std::string& text, bool broker) {
+  accounts_reading out;
   mistake_list mistakes{file, {}};
-  const std::optional<toml::table> root = toml_read(mistakes, file_trust::owner_only);
-  if (!root) return std::move(mistakes).sorted();
-  for (const auto& [name, node] : *root) read_account(name, node, out, mistakes);
-  return std::move(mistakes).sorted();
+  const std::optional<toml::table> root = toml_parse(text, mistakes);
+  out.readable = root.has_value();
+  if (root) {
+    for (const auto& [name, node] : *root) read_account(name, node, broker, mistakes, out.accounts);
+  }
+  out.mistakes = std::move(mistakes).sorted();
+  return out;
 }
 
 const account* accounts_authenticate(const account_map& accounts, std::string_view name, const std::string& password) {
@@ -146,6 +125,7 @@ const account* accounts_with_certificate(const account_map& accounts, std::strin
 std::vector<configuration_mistake> accounts_credential_mistakes(const std::string& file, const account_map& accounts) {
   mistake_list mistakes{file, {}};
   for (const auto& [name, entry] : accounts) {
+    if (entry.credential.empty()) continue;
     const auto failure = regular_file_check(entry.credential, file_trust::owner_only);
     if (!failure || failure->error == ENOENT || failure->error == EACCES) continue;
     mistakes.add(entry.line, "credential in [" + name + "]: " + entry.credential + " " + failure->text);
@@ -153,9 +133,19 @@ std::vector<configuration_mistake> accounts_credential_mistakes(const std::strin
   return std::move(mistakes).sorted();
 }
 
+std::vector<std::string> accounts_credential_folders(const account_map& accounts) {
+  std::set<std::string> folders;
+  for (const auto& [name, entry] : accounts) {
+    if (!entry.credential.empty()) folders.insert(std::filesystem::path(entry.credential).parent_path().string());
+  }
+  return {folders.begin(), folders.end()};
+}
+
 void accounts_warn_exposed(const std::string& file, const account_map& accounts) {
   warn_when_exposed("accounts file", file);
-  for (const auto& [name, entry] : accounts) warn_when_exposed("credential file", entry.credential);
+  for (const auto& [name, entry] : accounts) {
+    if (!entry.credential.empty()) warn_when_exposed("credential file", entry.credential);
+  }
 }
 
 }  // namespace tarvex::server

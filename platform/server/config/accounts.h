@@ -1,9 +1,8 @@
 #pragma once
 
+#include "config/account_permissions.h"
+#include "config/client_network.h"
 #include "config/mistake.h"
-
-#include <boost/asio/ip/network_v4.hpp>
-#include <boost/asio/ip/network_v6.hpp>
 
 #include <chrono>
 #include <cstdint>
@@ -11,16 +10,9 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <variant>
 #include <vector>
 
 namespace tarvex::server {
-
-/// What an account's sessions may do; see command/table.
-enum class account_permissions { full, read_only, upload_only };
-
-/// A network that clients come from.
-using client_network = std::variant<boost::asio::ip::network_v4, boost::asio::ip::network_v6>;
 
 /// One login name of the accounts file.
 struct account {
@@ -38,27 +30,44 @@ struct account {
   unsigned max_sessions = 0;     ///< at a time; 0: no limit
   std::uint64_t max_upload = 0;  ///< bytes of one file; 0: as Box says
   std::string mistake = {};      ///< what is wrong with its table: nobody logs in then; empty: nothing
+
+  bool operator==(const account&) const = default;
 };
 
 using account_map = std::map<std::string, account, std::less<>>;
 
-/// Reads an accounts file (TOML, one table per login name), reporting every mistake in it. A mistake of the file as a
-/// whole (line 0) means that it cannot be read, or must not be believed because others may write it.
-std::vector<configuration_mistake> accounts_load(const std::string& file, account_map& out);
+/// What an accounts file says.
+struct accounts_reading {
+  bool readable = false;  ///< false: the file cannot be read, others may write it, or it is no TOML; no accounts then
+  account_map accounts;   ///< also those with a mistake in their table
+  std::vector<configuration_mistake> mistakes;  ///< all of them, by line; 0: of the file as a whole
+};
 
-/// Checks a login. Takes as long for an unknown name as for a wrong password (a hash is computed either way).
+/// Reads an accounts file (TOML, one table per login name). A mistake in an account's table is of that account only.
+/// \param broker  whether there is one, to which accounts without a credential file belong; they are mistakes otherwise
+[[nodiscard]] accounts_reading accounts_load(const std::string& file, bool broker);
+
+/// The same of a text that was read from such a file already.
+[[nodiscard]] accounts_reading accounts_parse(const std::string& file, const std::string& text, bool broker);
+
+/// Checks a login. Takes as long for an unknown name as for a wrong password (a hash is computed either way). Whether
+/// the account may be used now is another question: account_closed and account_admits answer it.
 /// \return the account, borrowed from `accounts`; null when name or password is wrong.
 const account* accounts_authenticate(const account_map& accounts, std::string_view name, const std::string& password);
 
 /// Checks a login by certificate.
 /// \param shown  the names of the certificate that the client has shown, and that was verified
-/// \return the account when it lists one of them, borrowed from `accounts`; null otherwise.
+/// \return the account when it lists one of them, borrowed from `accounts`; null otherwise. As with passwords, it may
+/// be one that is closed.
 const account* accounts_with_certificate(const account_map& accounts, std::string_view name,
                                          const std::vector<std::string>& shown);
 
 /// What is wrong with the credential files that an accounts file names: others may write them, or they are no regular
 /// files. One that does not exist, or cannot be read by now, is no mistake: it may be written later.
 std::vector<configuration_mistake> accounts_credential_mistakes(const std::string& file, const account_map& accounts);
+
+/// The folders of the accounts' credential files, each once; they may not exist.
+[[nodiscard]] std::vector<std::string> accounts_credential_folders(const account_map& accounts);
 
 /// Warns in the log of an accounts file and of credential files that group or others may read.
 void accounts_warn_exposed(const std::string& file, const account_map& accounts);

@@ -4,9 +4,6 @@
 
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <filesystem>
-#include <set>
 #include <utility>
 
 namespace tarvex::server {
@@ -19,12 +16,6 @@ constexpr std::time_t SETTLING_S = 1;
 
 bool same_time(const timespec& a, const timespec& b) {
   return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
-}
-
-std::vector<std::string> folders_of(const account_map& accounts) {
-  std::set<std::string> folders;
-  for (const auto& [name, who] : accounts) folders.insert(std::filesystem::path(who.credential).parent_path().string());
-  return {folders.begin(), folders.end()};
 }
 
 }  // namespace
@@ -40,42 +31,46 @@ std::optional<accounts_cache::file_stamp> accounts_cache::stamp_of(const std::st
   return file_stamp{status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
 }
 
-void accounts_cache::refresh() {
+bool accounts_cache::refresh() {
   const auto stamp = stamp_of(file_);
-  if (readable_ && settled_ && stamp == stamp_) return;
+  if (readable_ && settled_ && stamp == stamp_) return false;
   stamp_ = stamp;
   settled_ = stamp && std::time(nullptr) - stamp->changed.tv_sec > SETTLING_S;
-  account_map read;
-  auto mistakes = accounts_load(file_, read);
-  take(std::move(mistakes), std::move(read));
+  accounts_reading read = accounts_load(file_, broker_);
+  readable_ = read.readable;
+  log(read.mistakes);
+  if (!readable_ || read.accounts == accounts_) return false;
+  accounts_ = std::move(read.accounts);
+  return true;
 }
 
-void accounts_cache::take(std::vector<configuration_mistake> mistakes, account_map read) {
-  whole_ = mistakes.empty();
-  readable_ = std::none_of(mistakes.begin(), mistakes.end(), [](const auto& mistake) { return mistake.line == 0; });
-  if (whole_) accounts_ = std::move(read);
-  if (!readable_) accounts_.clear();
-  credential_folders_ = folders_of(accounts_);
+void accounts_cache::log(const std::vector<configuration_mistake>& mistakes) {
   std::string texts;
   for (const configuration_mistake& mistake : mistakes) texts += mistake_text(mistake) + "\n";
   if (texts == std::exchange(logged_, texts)) return;
   for (const configuration_mistake& mistake : mistakes) log_error("{}", mistake_text(mistake));
-  if (!whole_) log_error("{}: {}", file_, readable_ ? "the accounts stay as they were" : "nobody can log in");
+  if (!readable_) log_error("{}: the accounts stay as they were", file_);
+}
+
+const account* accounts_cache::find(std::string_view name) const {
+  const auto found = accounts_.find(name);
+  return found == accounts_.end() ? nullptr : &found->second;
 }
 
 login_answer accounts_cache::authenticate(std::string_view name, const std::string& password) {
   refresh();
-  return answer(accounts_authenticate(accounts_, name, password));
+  return answer(name, accounts_authenticate(accounts_, name, password));
 }
 
 login_answer accounts_cache::authenticate_certificate(std::string_view name, const std::vector<std::string>& shown) {
   refresh();
-  return answer(accounts_with_certificate(accounts_, name, shown));
+  return answer(name, accounts_with_certificate(accounts_, name, shown));
 }
 
-login_answer accounts_cache::answer(const account* who) const {
+login_answer accounts_cache::answer(std::string_view name, const account* who) const {
   if (who != nullptr) return {login_verdict::accepted, who};
-  return {whole_ ? login_verdict::refused : login_verdict::unavailable, nullptr};
+  const bool told = readable_ || find(name) != nullptr;
+  return {told ? login_verdict::refused : login_verdict::unavailable, nullptr};
 }
 
 }  // namespace tarvex::server

@@ -24,30 +24,35 @@ struct login_answer {
   const account* who = nullptr;  ///< when accepted; borrowed until the cache is refreshed again
 };
 
-/// The accounts file in memory. The listener keeps one and refreshes it before each fork, so that sessions inherit what
-/// it has read and look at the file's date only. One thread at a time.
+/// The accounts file in memory. One thread at a time.
 ///
-/// A file with mistakes in it (half-written, say) leaves what was read before in force; mistakes are logged once. A
-/// file that cannot be read, or that others may write, leaves nobody in force.
+/// A mistake in an account's table closes that account. A file that cannot be read, that others may write or that is no
+/// TOML (half-written, say) leaves what was read before in force; names that are not known may be new ones then, and
+/// cannot be told about. Mistakes are logged once.
 class accounts_cache {
  public:
   /// \param file  absolute path; not read yet
-  explicit accounts_cache(std::string file) : file_(std::move(file)) {}
+  /// \param broker  as for accounts_load
+  accounts_cache(std::string file, bool broker) : file_(std::move(file)), broker_(broker) {}
 
   /// Reads the file when it is not the one that was read last. With 10,000 accounts a reading takes 0.3 s, a look 2 us.
-  void refresh();
+  /// \return whether any account is new, gone or changed; what was borrowed is void then.
+  bool refresh();
 
-  /// The folders of the accounts' credential files, each once; they may not exist.
-  [[nodiscard]] const std::vector<std::string>& credential_folders() const { return credential_folders_; }
+  /// As they were last read, without another look at the file. Borrowed until a refresh.
+  [[nodiscard]] const account_map& accounts() const { return accounts_; }
+  /// One of them; null: there is none of the name.
+  [[nodiscard]] const account* find(std::string_view name) const;
 
-  /// Refreshes, then checks a login; takes the time of one password hash, whatever comes out.
+  /// Refreshes, then checks a login; takes the time of one password hash, whatever comes out. An account that is
+  /// accepted may be closed, see account_closed.
   [[nodiscard]] login_answer authenticate(std::string_view name, const std::string& password);
 
   /// Refreshes, then checks a login by certificate, as `accounts_with_certificate`.
   [[nodiscard]] login_answer authenticate_certificate(std::string_view name, const std::vector<std::string>& shown);
 
  private:
-  login_answer answer(const account* who) const;
+  login_answer answer(std::string_view name, const account* who) const;
   /// What tells one state of a file from another.
   struct file_stamp {
     dev_t device = 0;
@@ -60,16 +65,15 @@ class accounts_cache {
   };
 
   static std::optional<file_stamp> stamp_of(const std::string& file);
-  void take(std::vector<configuration_mistake> mistakes, account_map read);
+  void log(const std::vector<configuration_mistake>& mistakes);
 
   std::string file_;
+  bool broker_ = false;
   account_map accounts_;
-  std::vector<std::string> credential_folders_;
   std::optional<file_stamp> stamp_;  ///< of the file that was read
   bool settled_ = false;             ///< the file was old enough when it was read
-  bool readable_ = false;
-  bool whole_ = false;  ///< accounts_ are what the file says
-  std::string logged_;  ///< the mistakes that were logged last
+  bool readable_ = false;            ///< accounts_ are what the file says
+  std::string logged_;               ///< the mistakes that were logged last
 };
 
 }  // namespace tarvex::server

@@ -1,6 +1,8 @@
 #include "config/configuration.h"
 
 #include "config/box_check.h"
+#include "config/broker_check.h"
+#include "config/setting_readers.h"
 #include "config/setting_rows.h"
 #include "config/tls_files.h"
 #include "config/toml_file.h"
@@ -32,6 +34,31 @@ void check_tls(const configuration& config, mistake_list& mistakes) {
   if (!mistakes.found.empty()) return;
   const std::string error = tls_files_error(config);
   if (!error.empty()) mistakes.add(config.lines.at("tls"), "[tls]: " + error);
+}
+
+/// A broker's accounts file may be missing, since it is made with the first account, or out of this process's sight.
+void check_accounts(const configuration& config, mistake_list& mistakes) {
+  require(config, "accounts", "file", mistakes);
+  const std::string& file = config.accounts_file;
+  if (file.empty()) return;
+  const std::string error = path_error(file, false);
+  if (error.empty()) return;
+  std::error_code ignored;
+  const bool missing = std::filesystem::symlink_status(file, ignored).type() == std::filesystem::file_type::not_found;
+  if (!config.broker_directory.empty() && (missing || belongs_to_another(file))) return;
+  mistakes.add(configuration_line(config, "accounts.file"),
+               "file in [accounts]: \"" + file + "\" cannot be used: " + error);
+}
+
+/// What depends on other settings when it is not set.
+void complete(const std::string& file, configuration& config) {
+  constexpr const char* REVOKE = "revoke";
+  constexpr const char* STORE = "broker";
+  if (!is_set(config, "server.listen")) config.listen = {{boost::asio::ip::address_v4::loopback(), DEFAULT_PORT}};
+  if (!is_set(config, "box.revoke_url"))
+    config.box_revoke_url = config.box_token_url.substr(0, config.box_token_url.rfind('/') + 1) + REVOKE;
+  if (is_set(config, "broker") && !is_set(config, "broker.directory"))
+    config.broker_directory = path_beside(file, STORE);
 }
 
 /// Folder of the shared library (or program) that this code is part of; empty when it is not known.
@@ -66,10 +93,11 @@ std::vector<configuration_mistake> configuration_load(const std::string& file, c
   const std::optional<toml::table> root = toml_read(mistakes, file_trust::anyone);
   if (!root) return std::move(mistakes).sorted();
   settings_read(*root, out, mistakes);
-  if (!is_set(out, "server.listen")) out.listen = {{boost::asio::ip::address_v4::loopback(), DEFAULT_PORT}};
-  require(out, "accounts", "file", mistakes);
+  complete(file, out);
+  check_accounts(out, mistakes);
   check_tls(out, mistakes);
   box_check(out, mistakes);
+  broker_check(out, mistakes);
   out.storage_library = library_path(file, out);
   return std::move(mistakes).sorted();
 }

@@ -1,6 +1,7 @@
 #include "config/setting_readers.h"
 
 #include "base/text.h"
+#include "config/choice.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -21,14 +22,6 @@ bool is_symbol_part(std::string_view text) {
          std::all_of(text.begin(), text.end(), [](char byte) { return is_alphanumeric(byte) || byte == '_'; });
 }
 
-/// What keeps `path` from being used; empty when nothing does.
-std::string path_error(const std::string& path, bool folder) {
-  struct stat status = {};
-  if (stat(path.c_str(), &status) != 0) return std::strerror(errno);
-  if (S_ISDIR(status.st_mode) != folder) return folder ? "it is no folder" : "it is a folder";
-  return access(path.c_str(), folder ? W_OK | X_OK : R_OK) == 0 ? "" : std::strerror(errno);
-}
-
 /// A port for passive data connections: none of those below 1024, which need privileges.
 std::optional<std::uint16_t> data_port(const toml::node* node) {
   constexpr std::int64_t LOWEST = 1024;
@@ -38,14 +31,30 @@ std::optional<std::uint16_t> data_port(const toml::node* node) {
   return static_cast<std::uint16_t>(number->get());
 }
 
+template <typename T>
+void read_choice(const setting_reading& in, std::span<const choice<T>> choices, T& out) {
+  const auto* const text = in.as<std::string>();
+  if (text == nullptr) return;
+  const std::optional<T> found = choice_value(choices, *text);
+  if (!found) return in.refuse(choice_names(choices));
+  out = *found;
+}
+
 }  // namespace
 
-std::optional<std::int64_t> number_within(const setting_reading& in, std::int64_t lowest, std::int64_t highest) {
-  const auto* const number = in.as<std::int64_t>();
-  if (number == nullptr) return std::nullopt;
-  if (*number >= lowest && *number <= highest) return *number;
-  in.refuse("a number from " + std::to_string(lowest) + " to " + std::to_string(highest));
-  return std::nullopt;
+std::string path_error(const std::string& path, bool folder) {
+  struct stat status = {};
+  if (stat(path.c_str(), &status) != 0) return std::strerror(errno);
+  if (S_ISDIR(status.st_mode) != folder) return folder ? "it is no folder" : "it is a folder";
+  return access(path.c_str(), folder ? W_OK | X_OK : R_OK) == 0 ? "" : std::strerror(errno);
+}
+
+std::string named_path(const setting_reading& in) {
+  const auto* const text = in.as<std::string>();
+  if (text == nullptr) return {};
+  if (!text->empty()) return path_beside(in.mistakes.file, *text);
+  in.refuse("a path");
+  return {};
 }
 
 std::string usable_path(const setting_reading& in, bool folder) {
@@ -113,24 +122,16 @@ void read_dsi(const setting_reading& in) {
   in.out.storage_dsi = *text;
 }
 
-void read_user(const setting_reading& in) {
-  const auto* const text = in.as<std::string>();
-  if (text == nullptr) return;
-  if (text->empty()) return in.refuse("the name of a user");
-  in.out.user = *text;
+void read_sandbox(const setting_reading& in) {
+  static constexpr choice<sandbox_mode> MODES[] = {
+      {"require", sandbox_mode::require}, {"try", sandbox_mode::attempt}, {"off", sandbox_mode::off}};
+  read_choice<sandbox_mode>(in, MODES, in.out.sandbox);
 }
 
-void read_sandbox(const setting_reading& in) {
-  constexpr std::pair<std::string_view, sandbox_mode> MODES[] = {
-      {"require", sandbox_mode::require}, {"try", sandbox_mode::attempt}, {"off", sandbox_mode::off}};
-  const auto* const text = in.as<std::string>();
-  if (text == nullptr) return;
-  for (const auto& [name, mode] : MODES) {
-    if (*text != name) continue;
-    in.out.sandbox = mode;
-    return;
-  }
-  in.refuse("\"require\", \"try\" or \"off\"");
+void read_encryption(const setting_reading& in) {
+  static constexpr choice<store_encryption> WAYS[] = {{"aes-256-gcm", store_encryption::aes_256_gcm},
+                                                      {"none", store_encryption::none}};
+  read_choice<store_encryption>(in, WAYS, in.out.broker_encryption);
 }
 
 void read_storage_settings(const setting_reading& in) {

@@ -44,15 +44,15 @@ void read_value(const setting_reading& in) {
   if (const auto* const value = in.as<typename optional_value<field_type>::type>()) in.out.*field = *value;
 }
 
-/// \return the number; nothing, and the mistake entered, when it is none from `lowest` to `highest`.
-[[nodiscard]] std::optional<std::int64_t> number_within(const setting_reading& in, std::int64_t lowest,
-                                                        std::int64_t highest);
-
 template <auto field, std::int64_t lowest, std::int64_t highest>
 void read_number(const setting_reading& in) {
   using field_type = std::remove_cvref_t<decltype(in.out.*field)>;
-  if (const auto number = number_within(in, lowest, highest)) in.out.*field = static_cast<field_type>(*number);
+  if (const auto number = toml_number(in.entry, lowest, highest, in.mistakes))
+    in.out.*field = static_cast<field_type>(*number);
 }
+
+/// What keeps a file or folder from being used; empty when nothing does.
+[[nodiscard]] std::string path_error(const std::string& path, bool folder);
 
 /// \return the absolute path; empty, and the mistake entered, when no such file or folder can be used.
 [[nodiscard]] std::string usable_path(const setting_reading& in, bool folder);
@@ -70,6 +70,23 @@ void read_base_url(const setting_reading& in) {
   if (!is_base_url(*text)) in.refuse("http://HOST[:PORT] or https://HOST[:PORT] and nothing after it");
 }
 
+template <auto field>
+void read_private_url(const setting_reading& in) {
+  const auto* const text = in.as<std::string>();
+  if (text == nullptr) return;
+  in.out.*field = *text;
+  if (!is_private_url(*text))
+    in.refuse("https://HOST[:PORT]/PATH (http for a loopback host only), without \"?\" and \"#\"");
+}
+
+/// \return the absolute path, which may lead to nothing yet; empty, and the mistake entered, when the value is no path.
+[[nodiscard]] std::string named_path(const setting_reading& in);
+
+template <auto field>
+void read_named_path(const setting_reading& in) {
+  in.out.*field = named_path(in);
+}
+
 /// Adds the addresses of a list.
 void read_addresses(const setting_reading& in, std::vector<listen_address>& out);
 
@@ -82,7 +99,16 @@ void read_data_ports(const setting_reading& in);
 void read_passive_address(const setting_reading& in);
 void read_proxy(const setting_reading& in);
 void read_dsi(const setting_reading& in);
-void read_user(const setting_reading& in);
+
+template <auto field>
+void read_user(const setting_reading& in) {
+  const auto* const text = in.as<std::string>();
+  if (text == nullptr) return;
+  in.out.*field = *text;
+  if (text->empty()) in.refuse("the name of a user");
+}
+
+void read_encryption(const setting_reading& in);
 void read_sandbox(const setting_reading& in);
 void read_storage_settings(const setting_reading& in);
 

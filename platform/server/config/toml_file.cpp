@@ -5,14 +5,17 @@
 namespace tarvex::server {
 
 std::optional<toml::table> toml_read(mistake_list& mistakes, file_trust trust) {
-  constexpr std::size_t LARGEST_FILE_MIB = 4;
   std::string content;
-  if (const auto failure = regular_file_read(mistakes.file, trust, LARGEST_FILE_MIB, content)) {
+  if (const auto failure = regular_file_read(mistakes.file, trust, TOML_LARGEST_MIB, content)) {
     mistakes.add(0, failure->text);
     return std::nullopt;
   }
+  return toml_parse(content, mistakes);
+}
+
+std::optional<toml::table> toml_parse(std::string_view text, mistake_list& mistakes) {
   try {
-    return toml::parse(content);
+    return toml::parse(text);
   } catch (const toml::parse_error& mistake) {
     mistakes.add(mistake.source().begin.line, std::string(mistake.description()));
     return std::nullopt;
@@ -29,6 +32,15 @@ std::string toml_describe(const toml::node& node) {
 void toml_refuse(const toml_entry& entry, std::string_view expected, mistake_list& mistakes) {
   mistakes.add(entry.line,
                entry.where + ": expected " + std::string(expected) + ", found " + toml_describe(entry.node));
+}
+
+std::optional<std::int64_t> toml_number(const toml_entry& entry, std::int64_t lowest, std::int64_t highest,
+                                        mistake_list& mistakes) {
+  const auto* const number = toml_expect<std::int64_t>(entry, mistakes);
+  if (number == nullptr) return std::nullopt;
+  if (*number >= lowest && *number <= highest) return *number;
+  toml_refuse(entry, "a number from " + std::to_string(lowest) + " to " + std::to_string(highest), mistakes);
+  return std::nullopt;
 }
 
 std::string path_beside(const std::string& file, const std::string& path) {

@@ -23,9 +23,14 @@ struct toml_entry {
   std::string where;  ///< for people: "listen in [server]"
 };
 
-/// Reads `mistakes.file`, a regular file of up to 4 MiB. \return nothing, and the mistake entered, when it cannot be
-/// read or is no TOML.
+constexpr std::size_t TOML_LARGEST_MIB = 4;
+
+/// Reads `mistakes.file`, a regular file of up to TOML_LARGEST_MIB. \return nothing, and the mistake entered, when it
+/// cannot be read or is no TOML.
 [[nodiscard]] std::optional<toml::table> toml_read(mistake_list& mistakes, file_trust trust);
+
+/// Reads a text of `mistakes.file`. \return nothing, and the mistake entered, when it is no TOML.
+[[nodiscard]] std::optional<toml::table> toml_parse(std::string_view text, mistake_list& mistakes);
 
 /// What was found, for people: `the text "x"`, `7`, `a list`.
 std::string toml_describe(const toml::node& node);
@@ -46,6 +51,8 @@ template <>
 inline constexpr std::string_view TOML_TYPE_TEXT<toml::array> = "a list";
 template <>
 inline constexpr std::string_view TOML_TYPE_TEXT<toml::table> = "a table";
+template <>
+inline constexpr std::string_view TOML_TYPE_TEXT<toml::date> = "a date without quotes such as 2027-01-31";
 
 /// The value as the type that it has to be of; null, and a mistake entered, when it is of another. Borrowed from the
 /// entry's node.
@@ -62,6 +69,10 @@ template <typename T>
   toml_refuse(entry, TOML_TYPE_TEXT<T>, mistakes);
   return nullptr;
 }
+
+/// \return the number; nothing, and the mistake entered, when it is none from `lowest` to `highest`.
+[[nodiscard]] std::optional<std::int64_t> toml_number(const toml_entry& entry, std::int64_t lowest,
+                                                      std::int64_t highest, mistake_list& mistakes);
 
 /// A path as a file names it: relative ones start at the folder of `file`.
 std::string path_beside(const std::string& file, const std::string& path);

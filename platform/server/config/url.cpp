@@ -1,5 +1,5 @@
-// These are the only URLs of the server's own: a host and a port, for which a library of URLs would be a dependency
-// more and no line less.
+// These are the only URLs of the server's own: a host, a port, and at most a path, for which a library of URLs would be
+// a dependency more and no line less.
 #include "config/url.h"
 
 #include "base/text.h"
@@ -30,6 +30,18 @@ bool is_authority(std::string_view text) {
   return parts && parts->port != 0;
 }
 
+bool is_loopback(std::string_view text) {
+  const std::optional<authority> parts = authority_parse(text);
+  return parts && (parts->address ? parts->address->is_loopback() : same_word(parts->host, "localhost"));
+}
+
+/// RFC 3986 section 3.3: others than printable ASCII characters are percent-encoded.
+bool is_path(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char byte) {
+    return byte > ' ' && byte < '\x7f' && std::string_view("?#\"<>\\^`{|}").find(byte) == std::string_view::npos;
+  });
+}
+
 /// RFC 3986 section 3.2.1: what could be taken for the end of the user is percent-encoded.
 bool is_user(std::string_view text) {
   return !text.empty() && text.find_first_of("@/?#[] ") == std::string_view::npos &&
@@ -41,6 +53,16 @@ bool is_user(std::string_view text) {
 bool is_base_url(std::string_view text) {
   const auto rest = after_scheme(text, BASE_SCHEMES);
   return rest && is_authority(*rest);
+}
+
+bool is_private_url(std::string_view text) {
+  constexpr auto HTTPS = std::to_array<std::string_view>({"https"});
+  const auto secure = after_scheme(text, HTTPS);
+  const auto rest = secure ? secure : after_scheme(text, BASE_SCHEMES);
+  const std::size_t slash = rest ? rest->find('/') : std::string_view::npos;
+  if (slash == std::string_view::npos || !is_path(rest->substr(slash))) return false;
+  const std::string_view host = rest->substr(0, slash);
+  return is_authority(host) && (secure || is_loopback(host));
 }
 
 bool is_proxy_url(std::string_view text) {

@@ -13,6 +13,10 @@ namespace tarvex::server {
 /// there percent-encoded where need be.
 [[nodiscard]] bool is_proxy_url(std::string_view text);
 
+/// Whether `text` is "https://HOST[:PORT]/[PATH]", or the same with "http" and a host that is this one: localhost,
+/// 127.0.0.0/8 or [::1]. Without user, query and fragment.
+[[nodiscard]] bool is_private_url(std::string_view text);
+
 /// The schemes of proxies, for people.
 [[nodiscard]] std::string proxy_schemes();
 

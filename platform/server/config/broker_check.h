@@ -1,0 +1,15 @@
+#pragma once
+
+#include "config/configuration.h"
+
+namespace tarvex::server {
+
+/// Enters what is wrong with the app of [box] and with [broker] that a look at single settings does not show: secrets
+/// that are missing or exposed, and places that sessions could get at. Files of another user's are not read, and are no
+/// mistake: they are the broker's, which says so itself when it cannot read them.
+void broker_check(const configuration& config, mistake_list& mistakes);
+
+/// Whether who runs this may not read a file because it is another user's.
+[[nodiscard]] bool belongs_to_another(const std::string& path);
+
+}  // namespace tarvex::server
