@@ -4,6 +4,9 @@
 
 #include "base/log.h"
 #include "config/box_check.h"
+#include "broker_keeper.h"
+#include "broker_process.h"
+#include "configuration_check.h"
 #include "confine/privileges.h"
 #include "listening_doors.h"
 #include "listening_socket.h"
@@ -43,6 +46,7 @@ constexpr std::chrono::seconds STOP_MARGIN{10};  ///< beyond the grace, for sess
 
 struct listener {
   std::string file;
+  broker_keeper& broker;
   session_processes sessions;
   std::vector<listening_door> doors;
   descriptor signals;
@@ -87,15 +91,20 @@ void renew_identity(listener& self) {
   self.sessions.use_tls(tls.identity);
 }
 
+/// \return whether the configuration can be used
+bool log_findings(const configuration_findings& found) {
+  for (const auto& mistake : found.mistakes) log_error("{}", mistake_text(mistake));
+  for (const auto& mistake : found.account_mistakes) log_error("{}", mistake_text(mistake));
+  return found.mistakes.empty();
+}
+
 /// A file with a mistake in it changes nothing.
 void reload(listener& self) {
   service_reloading();
   configuration fresh;
-  account_map accounts;
-  const auto mistakes = configuration_read(self.file, fresh, accounts);
-  for (const configuration_mistake& mistake : mistakes) log_error("{}", mistake_text(mistake));
+  const bool good = configuration_check_apart(self.file, log_findings) && configuration_load(self.file, fresh).empty();
   const std::vector<std::string> kept = keep_until_restart(self.sessions.config(), fresh);
-  const std::string error = mistakes.empty() ? self.sessions.reload(std::move(fresh)) : "see above";
+  const std::string error = good ? self.sessions.reload(std::move(fresh)) : "see above";
   if (!error.empty()) {
     log_error("{}: nothing is changed: {}", self.file, error);
   } else {
@@ -131,7 +140,8 @@ int milliseconds_until(steady::time_point when) {
 
 /// Waits for signals and connections until `when`, with a sign of life in between.
 void wait_and_act(listener& self, steady::time_point when) {
-  std::vector<pollfd> awaited = {{self.signals.get(), POLLIN, 0}};
+  std::vector<pollfd> awaited = {{self.signals.get(), POLLIN, 0}, {self.broker.notes(), POLLIN, 0}};
+  const std::size_t doors_begin = awaited.size();
   const bool accepting = steady::now() >= self.accept_again;
   for (const listening_door& door : self.doors) {
     if (accepting) awaited.push_back({door.socket.get(), POLLIN, 0});
@@ -144,10 +154,14 @@ void wait_and_act(listener& self, steady::time_point when) {
     }
     when = std::min(when, self.alive_again);
   }
-  if (poll(awaited.data(), awaited.size(), milliseconds_until(when)) <= 0) return;
-  if (awaited.front().revents != 0) read_signals(self);
-  for (std::size_t i = 1; i < awaited.size() && !self.stopping; ++i) {
-    if (awaited[i].revents != 0) accept_some(self, self.doors[i - 1]);
+  when = std::min(when, self.broker.due());
+  const int events = poll(awaited.data(), awaited.size(), milliseconds_until(when));
+  self.broker.mend();
+  if (events <= 0) return;
+  if (awaited[0].revents != 0) read_signals(self);
+  if (awaited[1].revents != 0) self.broker.listen();
+  for (std::size_t i = doors_begin; i < awaited.size() && !self.stopping; ++i) {
+    if (awaited[i].revents != 0) accept_some(self, self.doors[i - doors_begin]);
   }
 }
 
@@ -170,8 +184,7 @@ std::string beyond_reach(const configuration& config) {
     const std::string& path;
     int mode;
   };
-  for (const named& file : {named{config.accounts_file, R_OK}, named{config.box_ca_file, R_OK},
-                            named{config.spool_directory, W_OK | X_OK}}) {
+  for (const named& file : {named{config.box_ca_file, R_OK}, named{config.spool_directory, W_OK | X_OK}}) {
     if (file.path.empty() || access(file.path.c_str(), file.mode) == 0) continue;
     return file.path + " cannot be used by the user that the program runs as: " + std::strerror(errno);
   }
@@ -205,12 +218,18 @@ int listener_run(const std::string& file, const configuration& config, storage_p
   const tls_identity_answer tls = tls_identity_load(config);  // the key may be root's
   if (!tls.error.empty()) return refuse_to_start("[tls]: " + tls.error);
   if (tls.identity) tls_identity_log_expiry(*tls.identity, true);
+  std::string warning = {};
+  if (const std::string error = broker_apart(config, warning); !error.empty()) return refuse_to_start(error);
+  if (!warning.empty()) log_warning("{}", warning);
+  broker_keeper broker;
+  if (const std::string error = broker.start(file, config); !error.empty()) return refuse_to_start(error);
   if (const std::string error = settle(config); !error.empty()) return refuse_to_start(error);
   sigset_t session_mask = {};
   descriptor signals = open_signals(session_mask);
   if (!signals) return refuse_to_start(std::strerror(errno));
   listener self{.file = file,
-                .sessions = session_processes(config, storage, session_mask),
+                .broker = broker,
+                .sessions = session_processes(config, storage, broker, session_mask),
                 .doors = std::move(doors),
                 .signals = std::move(signals),
                 .watchdog = service_watchdog_interval()};

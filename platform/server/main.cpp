@@ -1,11 +1,9 @@
 // The program tarvex-gridftp-server.
 #include "base/log.h"
-#include "config/accounts.h"
 #include "config/box_check.h"
 #include "config/configuration.h"
-#include "confine/privileges.h"
+#include "configuration_check.h"
 #include "listener.h"
-#include "reload.h"
 #include "storage/plugin.h"
 
 #include <CLI/CLI.hpp>
@@ -36,37 +34,49 @@ struct options {
   server::log_level level = server::log_level::info;
 };
 
-/// Every mistake in the configuration, in what it names, and in what it asks of this machine.
-std::vector<server::configuration_mistake> find_mistakes(const std::string& file, server::configuration& config,
-                                                         server::account_map& accounts) {
-  auto mistakes = server::configuration_read(file, config, accounts);
-  const std::string error = server::privileges_mistake(config.user);
-  if (!error.empty()) mistakes.push_back({file, server::configuration_line(config, "security.user"), error});
-  return mistakes;
+void print_mistakes(const std::vector<server::configuration_mistake>& mistakes) {
+  for (const auto& mistake : mistakes) std::fprintf(stderr, "%s\n", server::mistake_text(mistake).c_str());
 }
 
-int run(const options& chosen) {
-  std::signal(SIGPIPE, SIG_IGN);  // whoever reads the log, or a client, may go at any time
-  server::log_start(chosen.level);
+int check(const std::string& file) {
+  const server::configuration_findings found = server::configuration_find_mistakes(file);
+  print_mistakes(found.mistakes);
+  print_mistakes(found.account_mistakes);
+  if (!found.mistakes.empty() || !found.account_mistakes.empty()) return EXIT_MISTAKES;
   server::configuration config;
-  server::account_map accounts;
-  const auto mistakes = find_mistakes(chosen.file, config, accounts);
-  for (const auto& mistake : mistakes) std::fprintf(stderr, "%s\n", server::mistake_text(mistake).c_str());
+  (void)server::configuration_load(file, config);
+  const std::string warning = server::box_pacing_warning(config);
+  if (!warning.empty()) server::log_warning("{}", warning);
+  std::puts("configuration ok");
+  return 0;
+}
+
+/// Accounts with mistakes are closed, and the log says so; the others are served.
+bool tell_before_start(const server::configuration_findings& found) {
+  print_mistakes(found.mistakes);
+  for (const auto& mistake : found.account_mistakes) server::log_error("{}", server::mistake_text(mistake));
+  return found.mistakes.empty();
+}
+
+int serve(const std::string& file) {
+  if (!server::configuration_check_apart(file, tell_before_start)) return EXIT_MISTAKES;
+  server::configuration config;
+  const auto mistakes = server::configuration_load(file, config);
+  print_mistakes(mistakes);
   if (!mistakes.empty()) return EXIT_MISTAKES;
-  if (chosen.check) {
-    const std::string warning = server::box_pacing_warning(config);
-    if (!warning.empty()) server::log_warning("{}", warning);
-    std::puts("configuration ok");
-    return 0;
-  }
-  server::accounts_warn_exposed(config.accounts_file, accounts);
   server::storage_plugin storage;
   const std::string error = server::plugin_load(config, storage);
   if (!error.empty()) {
     server::log_write(server::log_level::error, error);
     return 1;
   }
-  return server::listener_run(std::filesystem::absolute(chosen.file).string(), config, storage);
+  return server::listener_run(std::filesystem::absolute(file).string(), config, storage);
+}
+
+int run(const options& chosen) {
+  std::signal(SIGPIPE, SIG_IGN);  // whoever reads the log, or a client, may go at any time
+  server::log_start(chosen.level);
+  return chosen.check ? check(chosen.file) : serve(chosen.file);
 }
 
 }  // namespace

@@ -1,19 +1,11 @@
 #include "reload.h"
 
-#include "storage/plugin.h"
-
-#include <iterator>
-#include <utility>
 
 namespace tarvex::server {
 
 namespace {
 
 using c = configuration;
-
-void append_mistakes(std::vector<configuration_mistake>& all, std::vector<configuration_mistake> more) {
-  all.insert(all.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
-}
 
 template <auto field>
 bool keep_field(const c& in_force, c& fresh) {
@@ -38,24 +30,12 @@ constexpr fixed_row FIXED[] = {
     {"upload_base in [box]", keep_field<&c::box_upload_base>},
     {"ca_file in [box]", keep_field<&c::box_ca_file>},
     {"proxy in [box]", keep_field<&c::box_proxy>},
+    {"user in [broker]", keep_field<&c::broker_user>},
     {"spool_memory_bytes in [limits]", keep_field<&c::spool_memory_bytes>},
     {"spool_disk_bytes in [limits]", keep_field<&c::spool_disk_bytes>},
 };
 
 }  // namespace
-
-std::vector<configuration_mistake> configuration_read(const std::string& file, configuration& config,
-                                                      account_map& accounts) {
-  auto mistakes = configuration_load(file, config);
-  if (!config.accounts_file.empty()) {
-    accounts_reading read = accounts_load(config.accounts_file, !config.broker_directory.empty());
-    accounts = std::move(read.accounts);
-    append_mistakes(mistakes, std::move(read.mistakes));
-  }
-  append_mistakes(mistakes, accounts_credential_mistakes(config.accounts_file, accounts));
-  if (!config.storage_library.empty()) append_mistakes(mistakes, plugin_check(config, file));
-  return mistakes;
-}
 
 std::vector<std::string> keep_until_restart(const configuration& in_force, configuration& fresh) {
   std::vector<std::string> changed;

@@ -72,6 +72,11 @@ bool conversation::open() {
                    stop_when_over();
                  });
   client_.storage.on_run([this] { attend(); });
+  client_.broker.on_end([this](const std::string& text) {
+    if (client_.ending()) return;
+    client_.reply_last(421, text);
+    client_.end("the account is closed");
+  });
   client_.loop.spawn(serve());
   return true;
 }
@@ -90,6 +95,7 @@ asio::awaitable<void> conversation::serve() {
     busy_ = true;
     co_await command_run(client_, *line);
     busy_ = false;
+    if (!client_.storage.hopeless().empty()) client_.end(client_.storage.hopeless());
     if (stopping_) say_farewell();
   }
   client_.end("connection lost");

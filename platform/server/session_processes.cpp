@@ -1,6 +1,7 @@
 #include "session_processes.h"
 
 #include "base/log.h"
+#include "confine/fresh_process.h"
 #include "confine/session_places.h"
 #include "ftp/reply.h"
 #include "limits/account_seats.h"
@@ -9,11 +10,9 @@
 #include "listening_socket.h"
 #include "session_process.h"
 
-#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/random.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -34,30 +33,6 @@ void say_421(const descriptor& control, const char* reason) {
   shutdown(control.get(), SHUT_WR);
 }
 
-bool has_broker(const configuration& config) {
-  return !config.broker_directory.empty();
-}
-
-/// Closes every descriptor above standard error but one: the listener's own, and what the program was started with.
-/// Were one left open, its other end would take the session for whoever opened it.
-void close_others(int kept) {
-  const auto number = static_cast<unsigned>(kept);
-  if (number > STDERR_FILENO + 1U) (void)close_range(STDERR_FILENO + 1U, number - 1, 0);
-  (void)close_range(number + 1, ~0U, 0);
-}
-
-/// Sessions hold passwords and tokens: no core dump gets them, and no other process of the same user may look.
-void hide_memory() {
-  constexpr rlimit NONE = {0, 0};
-  (void)setrlimit(RLIMIT_CORE, &NONE);
-  (void)prctl(PR_SET_DUMPABLE, 0);
-}
-
-void read_nothing_from_stdin() {
-  const descriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
-  if (nothing) dup2(nothing.get(), STDIN_FILENO);
-}
-
 /// Memory for an object whose empty state is all zeros, as the kernel's pages are: to construct it would take memory
 /// for the parts that nobody touches. Null, with errno set, when there is none.
 template <typename Shared>
@@ -66,13 +41,16 @@ Shared* map_shared() {
   return memory == MAP_FAILED ? nullptr : static_cast<Shared*>(memory);
 }
 
+void log_ended_broker(pid_t broker, int status) {
+  if (WIFSIGNALED(status)) log_error("broker {} died of signal {}", broker, WTERMSIG(status));
+  if (WIFEXITED(status)) log_debug("broker {} ended with status {}", broker, WEXITSTATUS(status));
+}
+
 }  // namespace
 
-session_processes::session_processes(configuration config, storage_plugin& storage, const sigset_t& signal_mask)
-    : config_(std::move(config)),
-      accounts_(config_.accounts_file, has_broker(config_)),
-      storage_(storage),
-      signal_mask_(signal_mask) {}
+session_processes::session_processes(configuration config, storage_plugin& storage, broker_keeper& broker,
+                                     const sigset_t& signal_mask)
+    : config_(std::move(config)), storage_(storage), broker_(broker), signal_mask_(signal_mask) {}
 
 std::string session_processes::open() {
   changes_.reset(map_shared<change_slots>());
@@ -92,15 +70,15 @@ std::string session_processes::reload(configuration fresh) {
     if (std::string error = prepared.prepare(fresh.sandbox); !error.empty()) return error;
     sandbox_ = std::move(prepared);
   }
-  if (fresh.accounts_file != config_.accounts_file) accounts_ = accounts_cache(fresh.accounts_file, has_broker(fresh));
   config_ = std::move(fresh);
-  (void)accounts_.refresh();
+  broker_.renew(config_);
   return {};
 }
 
 /// The new process: keeps nothing of the listener but what a session needs, and never returns.
-void session_processes::become_session(descriptor control, pid_t parent, std::size_t share, bool implicit_tls) {
-  close_others(control.get());
+void session_processes::become_session(descriptor control, descriptor broker, pid_t parent, std::size_t share,
+                                       bool implicit_tls) {
+  close_others({control.get(), broker.get()});
   hide_memory();
   signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is an error of its write
   signal(SIGINT, SIG_IGN);   // Ctrl-C reaches every process of the terminal; the listener tells the sessions
@@ -109,20 +87,20 @@ void session_processes::become_session(descriptor control, pid_t parent, std::si
   if (prctl(PR_SET_PDEATHSIG, SIGTERM) != 0 || getppid() != parent) _exit(1);
   sigprocmask(SIG_SETMASK, &signal_mask_, nullptr);
   read_nothing_from_stdin();
-  const std::string error = sandbox_.enter(session_places(config_, accounts_credential_folders(accounts_.accounts())));
+  const std::string error = sandbox_.enter(session_places(config_));
   if (!error.empty()) {
     log_error("{}", error);
     if (!implicit_tls) say_421(control, "Out of resources; try again later.");
     _exit(1);
   }
   _exit(session_run({.config = &config_,
-                     .accounts = &accounts_,
                      .storage = &storage_,
                      .changes = changes_.get(),
                      .budget = budget_.get(),
                      .limits = limits_.get(),
                      .share = share,
                      .control_socket = control.release(),
+                     .broker_socket = broker.release(),
                      .tls = tls_,
                      .implicit_tls = implicit_tls}));
 }
@@ -169,11 +147,11 @@ bool session_processes::start(descriptor control, bool implicit_tls) {
   const std::uint64_t group = address_group(peer.host);
   const refusal why = admit(group);
   if (why.reply != nullptr) return turn_away(control, why, peer, implicit_tls);
-  (void)accounts_.refresh();  // here once, and not in each session
-  const session_record record = {.share = take_share(), .group = group};
+  const session_record record = {.share = take_share(), .group = group, .link = ++last_link_};
+  descriptor link = broker_.connect(record.link, peer.host.to_string());
   const pid_t parent = getpid();
-  const pid_t session = fork();
-  if (session == 0) become_session(std::move(control), parent, record.share, implicit_tls);
+  const pid_t session = link ? fork() : -1;
+  if (session == 0) become_session(std::move(control), std::move(link), parent, record.share, implicit_tls);
   if (session < 0) {
     const std::string error = std::string("cannot start a process: ") + std::strerror(errno);
     release(record);
@@ -197,12 +175,17 @@ void session_processes::release(const session_record& record) {
   budget_clear(*budget_, record.share);
   account_seat_give_back(*limits_, record.share);
   arrivals_.leave(record.group);
+  broker_.forget(record.link);
   free_shares_.push_back(record.share);
 }
 
 void session_processes::reap() {
   int status = 0;
   for (pid_t ended = 0; (ended = waitpid(-1, &status, WNOHANG)) > 0;) {
+    if (broker_.ended(ended)) {
+      log_ended_broker(ended, status);
+      continue;
+    }
     const auto session = running_.find(ended);
     if (session == running_.end()) continue;
     release(session->second);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "config/accounts_cache.h"
+#include "broker_keeper.h"
 #include "config/configuration.h"
 #include "confine/sandbox.h"
 #include "limits/arrivals.h"
@@ -31,7 +31,9 @@ namespace tarvex::server {
 class session_processes {
  public:
   /// \param signal_mask  that of the sessions; the listener blocks what it awaits
-  session_processes(configuration config, storage_plugin& storage, const sigset_t& signal_mask);
+  /// \param broker  has been started
+  session_processes(configuration config, storage_plugin& storage, broker_keeper& broker,
+                    const sigset_t& signal_mask);
 
   /// Sets up what all sessions share, and how they confine themselves. \return what went wrong; empty: nothing.
   [[nodiscard]] std::string open();
@@ -71,6 +73,7 @@ class session_processes {
   struct session_record {
     std::size_t share;    ///< of the budget and of the limits
     std::uint64_t group;  ///< of addresses that it is counted for
+    std::uint64_t link;   ///< its connection to the broker
   };
 
   /// Why a connection is turned away, for the client and for the log.
@@ -79,15 +82,16 @@ class session_processes {
     const char* reason = nullptr;
   };
 
-  [[noreturn]] void become_session(descriptor control, pid_t parent, std::size_t share, bool implicit_tls);
+  [[noreturn]] void become_session(descriptor control, descriptor broker, pid_t parent, std::size_t share,
+                                   bool implicit_tls);
   refusal admit(std::uint64_t group);
   bool turn_away(const descriptor& control, const refusal& why, const listen_address& peer, bool implicit_tls);
   std::size_t take_share();
   void release(const session_record& record);
 
   configuration config_;
-  accounts_cache accounts_;
   storage_plugin& storage_;
+  broker_keeper& broker_;
   const sigset_t signal_mask_;
   std::shared_ptr<const tls_identity> tls_;
   shared_memory<change_slots> changes_;
@@ -98,6 +102,7 @@ class session_processes {
   std::unordered_map<pid_t, session_record> running_;
   std::vector<std::size_t> free_shares_;          ///< that were given back
   std::size_t next_share_ = 0;                    ///< that nobody had yet
+  std::uint64_t last_link_ = 0;                   ///< number of the last connection to the broker
   std::chrono::steady_clock::time_point told_{};  ///< of a refusal, in the log
   unsigned untold_ = 0;                           ///< refusals since
 };

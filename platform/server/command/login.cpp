@@ -1,8 +1,5 @@
 #include "base/log.h"
-#include "base/secret.h"
 #include "command/handler.h"
-#include "config/accounts_cache.h"
-#include "config/accounts_state.h"
 #include "ftp/path.h"
 #include "limits/account_seats.h"
 #include "limits/address_group.h"
@@ -10,7 +7,6 @@
 #include "session/session.h"
 
 #include <chrono>
-#include <functional>
 
 namespace tarvex::server {
 
@@ -60,10 +56,11 @@ bool take_seat(session& client, std::string_view account) {
 }
 
 /// Answers a failed login after a while, so that guessing takes its time.
-asio::awaitable<void> login_failed(session& client, outcome how) {
+/// \param reason  for the log, where the session ends
+asio::awaitable<void> login_failed(session& client, outcome how, std::string reason) {
   co_await client.pause(FAILURE_DELAY);
   client.reply(how.code, how.lines);
-  if (how.code == 421) co_return client.end("the storage did not start");
+  if (how.code == 421) co_return client.end(reason);
   if (++client.login.failures < FAILURES_MAX && !guesses_used_up(client)) co_return;
   client.reply(421, "Too many failed logins; closing the control connection.");
   client.end("too many failed logins");
@@ -85,7 +82,7 @@ asio::awaitable<void> log_in(session& client, std::string user, storage_user ser
   if (how.ok()) co_return logged_in(client, user, code);
   log_warning("login of {} from {} failed: {}", user, client.control.peer().host(), how.text());
   if (client.limits) account_seat_give_back(*client.limits, client.share);
-  co_await login_failed(client, std::move(how));
+  co_await login_failed(client, std::move(how), "the storage did not start");
 }
 
 /// Nobody who has no thread is served.
@@ -97,17 +94,9 @@ bool storage_opened(session& client) {
 }
 
 /// Takes over what the account says of its sessions.
-storage_user served_user(session& client, const account& who) {
-  client.login.permissions = who.permissions;
-  return {.name = who.name, .credential = who.credential, .peer = client.control.peer().host(), .root = who.root};
-}
-
-/// Who is not served at this moment, or not from where it comes, is refused like somebody unknown.
-login_answer open_only(const session& client, login_answer answer) {
-  if (answer.who == nullptr) return answer;
-  const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
-  const bool open = !account_closed(*answer.who, now) && account_admits(*answer.who, client.control.peer().address);
-  return open ? answer : login_answer{login_verdict::refused, nullptr};
+storage_user served_user(session& client, const broker_says& answer) {
+  client.login.permissions = answer.permissions;
+  return {.name = answer.name, .peer = client.control.peer().host(), .root = answer.root};
 }
 
 /// \return whether the certificate is one of the user's, and the login is answered.
@@ -115,14 +104,10 @@ asio::awaitable<bool> certificate_suffices(session& client, std::string user) {
   const certificate_names shown = client.control.peer_certificate();
   if (shown.empty()) co_return false;
   if (!storage_opened(client)) co_return true;
-  login_answer answer;
-  // On the operation thread, since the accounts may have to be read.
-  std::function<void()> check = [&] {
-    answer = open_only(client, client.accounts.authenticate_certificate(user, shown));
-  };
-  co_await client.storage.run_aside(std::move(check));
-  if (answer.verdict != login_verdict::accepted) co_return false;
-  storage_user served = served_user(client, *answer.who);
+  session_says who{.name = user, .certificates = shown};
+  const broker_says answer = co_await client.broker.log_in(std::move(who));
+  if (answer.result != login_result::accepted) co_return false;
+  storage_user served = served_user(client, answer);
   co_await log_in(client, std::move(user), std::move(served), 232);
   co_return true;
 }
@@ -150,24 +135,16 @@ handled command_pass(session& client, std::string password) {
     co_return send_away(client, "Too many wrong passwords came from your address; try again later.", "wrong_passwords");
   std::string user = std::exchange(client.login.user, {});
   const std::string peer = client.control.peer().host();
-  secret typed(std::move(password));
-  login_answer answer;
-  // On the operation thread, since a hash takes its time.
-  std::function<void()> check = [&] { answer = open_only(client, client.accounts.authenticate(user, typed.text())); };
-  co_await client.storage.run_aside(std::move(check));
-  typed = secret();
-  if (answer.verdict == login_verdict::unavailable) {
-    log_warning("login of {} from {} failed: the accounts are not available", user, peer);
-    client.reply(421, "The accounts are not available; try again later.");
-    co_return client.end("no accounts");
+  session_says who{.name = user, .password = secret(std::move(password))};
+  const broker_says answer = co_await client.broker.log_in(std::move(who));
+  if (answer.result != login_result::accepted) {
+    const bool refused = answer.result == login_result::refused;
+    log_info("login of {} from {} failed: {}", user, peer, refused ? "wrong name or password" : answer.text);
+    if (refused) count_wrong_password(client);
+    outcome how = outcome_failure(answer.code, answer.text);
+    co_return co_await login_failed(client, std::move(how), "the account cannot be served now");
   }
-  outcome how = outcome_failure(530, "Login incorrect.");
-  if (answer.verdict == login_verdict::refused) {
-    log_info("login of {} from {} failed: wrong name or password", user, peer);
-    count_wrong_password(client);
-    co_return co_await login_failed(client, std::move(how));
-  }
-  storage_user served = served_user(client, *answer.who);
+  storage_user served = served_user(client, answer);
   co_await log_in(client, std::move(user), std::move(served), 230);
 }
 

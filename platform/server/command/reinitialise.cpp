@@ -13,6 +13,7 @@ void log_out(session& client) {
   if (login.logged_in) {
     log_info("{}: logged out", client.who());
     login.deadline = std::chrono::steady_clock::now() + std::chrono::seconds(client.config.login_timeout_s);
+    client.broker.note_logged_out();
     if (client.limits) account_seat_give_back(*client.limits, client.share);
   }
   login.logged_in = false;

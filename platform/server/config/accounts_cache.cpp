@@ -57,20 +57,4 @@ const account* accounts_cache::find(std::string_view name) const {
   return found == accounts_.end() ? nullptr : &found->second;
 }
 
-login_answer accounts_cache::authenticate(std::string_view name, const std::string& password) {
-  refresh();
-  return answer(name, accounts_authenticate(accounts_, name, password));
-}
-
-login_answer accounts_cache::authenticate_certificate(std::string_view name, const std::vector<std::string>& shown) {
-  refresh();
-  return answer(name, accounts_with_certificate(accounts_, name, shown));
-}
-
-login_answer accounts_cache::answer(std::string_view name, const account* who) const {
-  if (who != nullptr) return {login_verdict::accepted, who};
-  const bool told = readable_ || find(name) != nullptr;
-  return {told ? login_verdict::refused : login_verdict::unavailable, nullptr};
-}
-
 }  // namespace tarvex::server

@@ -12,18 +12,6 @@
 
 namespace tarvex::server {
 
-/// How a login with name and password came out.
-enum class login_verdict {
-  accepted,
-  refused,     ///< name or password is wrong
-  unavailable  ///< the accounts file cannot tell at this moment: the client is to try again later
-};
-
-struct login_answer {
-  login_verdict verdict = login_verdict::unavailable;
-  const account* who = nullptr;  ///< when accepted; borrowed until the cache is refreshed again
-};
-
 /// The accounts file in memory. One thread at a time.
 ///
 /// A mistake in an account's table closes that account. A file that cannot be read, that others may write or that is no
@@ -44,15 +32,10 @@ class accounts_cache {
   /// One of them; null: there is none of the name.
   [[nodiscard]] const account* find(std::string_view name) const;
 
-  /// Refreshes, then checks a login; takes the time of one password hash, whatever comes out. An account that is
-  /// accepted may be closed, see account_closed.
-  [[nodiscard]] login_answer authenticate(std::string_view name, const std::string& password);
-
-  /// Refreshes, then checks a login by certificate, as `accounts_with_certificate`.
-  [[nodiscard]] login_answer authenticate_certificate(std::string_view name, const std::vector<std::string>& shown);
+  /// Whether they are what the file says: it could be read. Else names that are not known may be new ones.
+  [[nodiscard]] bool readable() const { return readable_; }
 
  private:
-  login_answer answer(std::string_view name, const account* who) const;
   /// What tells one state of a file from another.
   struct file_stamp {
     dev_t device = 0;

@@ -52,6 +52,10 @@ std::string privileges_mistake(const std::string& user) {
       user, user);
 }
 
+bool user_exists(const std::string& user) {
+  return find_user(user).has_value();
+}
+
 std::string privileges_give_up(const std::string& user) {
   if (geteuid() != ROOT) return {};
   const std::optional<user_identity> wanted = find_user(user);

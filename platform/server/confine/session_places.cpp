@@ -62,7 +62,7 @@ std::string trace_folder() {
 
 }  // namespace
 
-std::vector<accessible_place> session_places(const configuration& config, const std::vector<std::string>& credentials) {
+std::vector<accessible_place> session_places(const configuration& config) {
   std::vector<accessible_place> places;
   const auto add = [&places](std::string path, bool writable) {
     if (!path.empty()) places.push_back({std::move(path), writable});
@@ -70,8 +70,6 @@ std::vector<accessible_place> session_places(const configuration& config, const 
   for (const char* const path : SYSTEM_PLACES) add(path, false);
   for (const char* const name : AUTHORITY_VARIABLES) add(environment_value(name), false);
   add(config.box_ca_file, false);
-  add(config.accounts_file, false);
-  for (const std::string& folder : credentials) add(folder, false);
   add(spool_folder(config), true);
   add(box_folder(), true);
   add(trace_folder(), true);

@@ -13,7 +13,7 @@ namespace tarvex::server {
 
 session::session(const session_setup& setup)
     : config(*setup.config),
-      accounts(*setup.accounts),
+      broker(loop, descriptor(setup.broker_socket)),
       control(loop, setup.control_socket, setup.config->line_length),
       tls(setup.tls ? std::make_unique<tls_session>(setup.tls) : nullptr),
       data(loop),
@@ -23,11 +23,20 @@ session::session(const session_setup& setup)
                .changes = setup.changes,
                .budget = setup.budget,
                .budget_share = setup.share,
+               .credential = {.get = [this](bool renewal, std::uint64_t refused) {
+                                return credential(renewal, refused);
+                              },
+                              .used = [this](std::uint64_t generation) { broker.note_used(generation); }},
                .who = [this] { return who(); }}),
       limits(setup.limits),
       share(setup.share),
       end_wake_(loop) {
   login.deadline = std::chrono::steady_clock::now() + std::chrono::seconds(config.login_timeout_s);
+}
+
+credential_reply session::credential(bool renewal, std::uint64_t refused) {
+  broker_says said = broker.credential(renewal, refused);
+  return {said.code, std::move(said.text), std::move(said.credential), said.generation};
 }
 
 void session::reply(int code, std::string_view line) {

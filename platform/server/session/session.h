@@ -1,12 +1,12 @@
 #pragma once
 
-#include "config/accounts_cache.h"
 #include "config/configuration.h"
 #include "net/control_channel.h"
 #include "net/data_channel.h"
 #include "net/event_loop.h"
 #include "net/tls_session.h"
 #include "net/wake.h"
+#include "session/broker_link.h"
 #include "session/client_settings.h"
 #include "session/login_state.h"
 #include "session/session_setup.h"
@@ -30,8 +30,8 @@ class session {
   session& operator=(const session&) = delete;
 
   const configuration& config;
-  accounts_cache& accounts;
   event_loop loop;
+  broker_link broker;
   control_channel control;
   const std::unique_ptr<tls_session> tls;  ///< null: TLS is not offered
   data_channel data;
@@ -77,6 +77,7 @@ class session {
   std::string who() const;
 
  private:
+  credential_reply credential(bool renewal, std::uint64_t refused);
   std::chrono::milliseconds end_grace() const;
   block_settings transfer_blocks();
 

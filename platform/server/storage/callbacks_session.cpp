@@ -1,5 +1,4 @@
 #include "storage/callbacks_guard.h"
-#include "storage/credential_file.h"
 #include "storage/operation.h"
 #include "storage/storage_session.h"
 #include "tarvex_gridftp_server.h"
@@ -12,10 +11,10 @@ using tarvex::server::operation_kind;
 
 namespace {
 
-tarvex_result_t config_data(const tarvex::server::storage_session& storage, std::string_view key,
+tarvex_result_t config_data(tarvex::server::storage_session& storage, std::string_view key,
                             std::optional<std::string>& text) {
   if (key == "config") text = storage.config().storage_policy;
-  if (key == "creds" || key == "renew-creds") return tarvex::server::credential_read(storage.user().credential, text);
+  if (key == "creds" || key == "renew-creds") return storage.hand_credential(key == "renew-creds", text);
   return TARVEX_SUCCESS;
 }
 

@@ -101,6 +101,9 @@ void exchange_log::note(const tarvex_exchange_t& exchange) {
   const std::lock_guard lock(mutex_);
   hears_ = true;
   summary_.last.note(exchange);
+  constexpr int UNAUTHORISED = 401;
+  if (exchange.authorised && exchange.status == UNAUTHORISED) summary_.token_refused = true;
+  if (!reads_only(exchange) && exchange.status != UNAUTHORISED) summary_.changing = true;
   request_fate* const fate = fate_of(summary_, exchange);
   if (fate) fate->note(exchange);
   if (exchange.brings_content && exchange.status != 0)

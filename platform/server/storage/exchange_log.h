@@ -36,6 +36,8 @@ struct exchange_summary {
   std::string commit_digest;  ///< what that said of the whole file, as it was sent
   request_fate last;          ///< of any kind
   content_heard content;
+  bool token_refused = false;  ///< one of them was answered with 401
+  bool changing = false;       ///< one that may have changed something was not
 
   /// Whether a request went out that may have changed something.
   bool touched() const { return deletes.sent + puts.sent + posts.sent + upload.sent + commit.sent > 0; }

@@ -63,7 +63,10 @@ std::string operation_text(const operation& op, std::string_view text) {
 
 outcome operation_outcome(const operation& op) {
   outcome how = failure_of(op);
-  if (!how.ok() && !op.remark.empty()) how.lines.push_back(op.remark);
+  if (how.ok()) return how;
+  if (!op.storage.hopeless().empty()) return outcome_failure(421, op.storage.hopeless());
+  if (op.token_refused) return outcome_failure(451, "Box took the token no more while this ran; try again.");
+  if (!op.remark.empty()) how.lines.push_back(op.remark);
   for (std::string& line : how.lines) line = operation_text(op, line);
   return how;
 }

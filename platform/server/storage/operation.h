@@ -68,6 +68,7 @@ struct tarvex_gfs_operation_s {
   bool certain = true;          ///< what was done is known by what Box answered
   bool replaces = false;        ///< an item that came while the work was on its way
   bool moves_folder = false;    ///< what is removed or renamed is a folder
+  bool token_refused = false;   ///< Box took the token no more while it ran, and it could not be run again
   std::string remark;           ///< a line more for the reply to a failure
 
   // Session start: what the plug-in hands over.

@@ -88,7 +88,8 @@ bool list_additions(operation& op, const std::string& path, bool& failed) {
 bool operation_prepare(operation& op) {
   const operation_subject& about = op.subject;
   const change_view& view = op.storage.others();
-  if (view.stale(about.path) || (!about.from_path.empty() && view.stale(about.from_path))) {
+  if (op.storage.token_refused() || view.stale(about.path) ||
+      (!about.from_path.empty() && view.stale(about.from_path))) {
     owned_result renewed = op.storage.renew_inside(op);
     if (!renewed.ok()) {
       end_with(op, std::move(renewed));

@@ -55,15 +55,40 @@ bool make_ready_again(operation& op) {
   return true;
 }
 
+/// Prepares and runs it, once. \return whether it could be prepared.
+bool run_once(operation& op) {
+  op.storage.exchanges().begin([&op] {
+    if (op.subject.changes) enter(op, maker::self);
+  });
+  if (!operation_prepare(op)) return false;
+  operation_work(op);
+  return true;
+}
+
+bool token_was_refused(const operation& op) {
+  return op.storage.exchanges().summary().token_refused && op.finished && !op.result.ok() && !op.cancelled;
+}
+
+/// What Box refused for its token did nothing: it is run once more with another one, before any byte has flowed.
+/// \return as run_once.
+bool run_with_good_token(operation& op) {
+  const bool prepared = run_once(op);
+  if (!token_was_refused(op)) return prepared;
+  op.storage.note_token_refused();
+  if (op.storage.exchanges().summary().changing || !make_ready_again(op)) {
+    op.token_refused = true;
+    return prepared;
+  }
+  const bool prepared_again = run_once(op);
+  if (token_was_refused(op)) op.storage.give_up("Box refuses this account's token; log in again later.");
+  return prepared_again;
+}
+
 void run_and_tell(operation& op) {
   change_view& view = op.storage.others();
   exchange_log& log = op.storage.exchanges();
-  log.begin([&op] {
-    if (op.subject.changes) enter(op, maker::self);
-  });
-  if (operation_prepare(op)) {
-    const std::uint64_t when = view.now();
-    operation_work(op);
+  const std::uint64_t when = view.now();
+  if (run_with_good_token(op)) {
     const bool harmless = op.subject.existing_may_be_new || !log.summary().touched();
     if (harmless && operation_learn(op) && make_ready_again(op)) operation_work(op);
     log.end();

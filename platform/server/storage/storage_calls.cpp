@@ -192,13 +192,15 @@ asio::awaitable<command_answer> storage_session::command(operation_subject subje
   co_return command_answer{operation_outcome(op), op.text};
 }
 
-/// Whether the account's root is a folder in Box.
+/// Ends the session again when the account's root is no folder in Box.
 asio::awaitable<outcome> storage_session::look_at_root() {
   if (root_.is_top()) co_return outcome{};
   const stat_answer found = co_await stat("PASS", "/");
-  if (found.how.ok() ? !found.item->folder() : found.how.missing())
-    co_return outcome_failure(530, "The folder that is this account's root is not there.");
-  co_return found.how;
+  if (found.how.ok() && found.item->folder()) co_return outcome{};
+  outcome how = outcome_failure(530, "The folder that is this account's root is not there.");
+  if (!found.how.ok() && !found.how.missing()) how = login_failure(found.how);
+  co_await leave();
+  co_return how;
 }
 
 asio::awaitable<outcome> storage_session::look_at_place(std::string verb, std::string path,

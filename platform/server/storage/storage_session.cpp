@@ -90,6 +90,27 @@ asio::awaitable<outcome> storage_session::start(storage_user user) {
     log_error("{}: {}", who(), error);
     co_return outcome_failure(421, "The storage is not available.");
   }
+  outcome how = co_await start_once();
+  // A token that should be good may have been revoked, or renewed elsewhere.
+  if (!how.ok() && exchanges_.summary().token_refused) {
+    note_token_refused();
+    outcome again = co_await start_once();
+    if (again.ok() || !credential_failure_) how = std::move(again);
+  }
+  if (how.ok()) how = co_await look_at_root();
+  co_return how;
+}
+
+/// A failure to start, as a login's: not the credential's fault is what may pass, and what the server is out of.
+outcome storage_session::login_failure(outcome how) const {
+  const request_fate last = exchanges_.summary().last;
+  const bool may_pass = how.code < 500 || (last.sent > 0 && status_may_pass(last.status));
+  how.code = may_pass ? 421 : 530;
+  return how;
+}
+
+asio::awaitable<outcome> storage_session::start_once() {
+  credential_failure_.reset();
   operation op(*this, operation_kind::session_start, {.verb = "PASS", .path = "/"});
   op.work = [this](operation& started) {
     tarvex_gfs_session_info_t info{user_.name.c_str(), user_.peer.c_str()};
@@ -100,14 +121,23 @@ asio::awaitable<outcome> storage_session::start(storage_user user) {
   username_ = op.username;
   home_directory_ = root_.is_top() ? op.home_directory : "/";
   outcome how = operation_outcome(op);
-  if (how.ok()) how = co_await look_at_root();
-  // Not the credential's fault: what may pass, and what the server is out of.
-  const request_fate last = exchanges_.summary().last;
-  const bool may_pass = how.code < 500 || (last.sent > 0 && status_may_pass(last.status));
-  if (how.ok()) co_return how;
-  co_await leave();
-  how.code = may_pass ? 421 : 530;
-  co_return how;
+  if (!how.ok() && credential_failure_) co_return *credential_failure_;
+  co_return how.ok() ? how : login_failure(std::move(how));
+}
+
+tarvex_result_t storage_session::hand_credential(bool renewal, std::optional<std::string>& document) {
+  credential_reply reply = host_.credential.get(renewal, token_refused_ ? generation_ : 0);
+  token_refused_ = false;
+  if (reply.code != 0) {
+    credential_failure_ = outcome_failure(reply.code, reply.text);
+    // What a login is refused for ends a session that has logged in: nothing but an operator can help it.
+    if (started_ && reply.code == 530) give_up(reply.text);
+    return tarvex_error_put(tarvex_gfs_ftp_response_error_construct(nullptr, nullptr, started_ ? 451 : reply.code,
+                                                                    "CREDENTIAL_NOT_USABLE", "%s", reply.text.c_str()));
+  }
+  document = std::move(reply.document);
+  generation_ = reply.generation;
+  return TARVEX_SUCCESS;
 }
 
 asio::awaitable<void> storage_session::leave() {
@@ -122,6 +152,8 @@ asio::awaitable<void> storage_session::leave() {
   username_.clear();
   home_directory_.clear();
   checksums_.clear();
+  hopeless_.clear();
+  token_refused_ = false;
 }
 
 /// The plug-in's session that an operation has started becomes the one in use. \return false when there is none.
@@ -131,6 +163,7 @@ bool storage_session::take_session(operation& started) {
   handle_ = std::shared_ptr<void>(started.handle, [called](void* handle) {
     if (called->destroy_func) called->destroy_func(handle);
   });
+  if (host_.credential.used) host_.credential.used(generation_);
   return true;
 }
 

@@ -3,6 +3,7 @@
 #include "config/configuration.h"
 #include "net/event_loop.h"
 #include "storage/change_view.h"
+#include "storage/credential.h"
 #include "storage/exchange_log.h"
 #include "storage/operation.h"
 #include "storage/operation_thread.h"
@@ -32,7 +33,6 @@ struct spool_budget;
 /// Whom the storage serves.
 struct storage_user {
   std::string name;        ///< of the account
-  std::string credential;  ///< path of the credential file; empty or missing: none is handed over
   std::string peer;        ///< the client's address, numeric
   std::string root = "/";  ///< folder in Box that the user sees as "/"; absolute, normal
 };
@@ -86,9 +86,10 @@ class storage_session {
     event_loop& loop;
     const configuration& config;
     storage_plugin& plugin;
-    change_slots* changes;             ///< null: there are no other sessions
-    spool_budget* budget;              ///< null: none
-    std::size_t budget_share;          ///< this session's
+    change_slots* changes;     ///< null: there are no other sessions
+    spool_budget* budget;      ///< null: none
+    std::size_t budget_share;  ///< this session's
+    credential_source credential;
     std::function<std::string()> who;  ///< any thread: names the client's session in the log
   };
 
@@ -105,6 +106,8 @@ class storage_session {
   /// Activates the plug-in and starts its session for the user, whose root has to be there.
   boost::asio::awaitable<outcome> start(storage_user user);
   bool started() const { return started_; }
+  /// Why no further operation can succeed, for the client; empty: they can. The session is to end then.
+  const std::string& hopeless() const { return hopeless_; }
   /// Ends the plug-in's session; the next `start` may be for another user. Nothing may run.
   boost::asio::awaitable<void> leave();
   const std::string& username() const { return username_; }              ///< empty: the login name
@@ -176,6 +179,12 @@ class storage_session {
   /// Inside the work of `op`: starts the plug-in's session anew. The one before goes on where that fails, and is kept
   /// as long as an upload can be continued in it.
   owned_result renew_inside(operation& op);
+  /// Box has refused the token: the next session of the plug-in is to have another.
+  void note_token_refused() { token_refused_ = true; }
+  bool token_refused() const { return token_refused_; }
+  void give_up(std::string why) { hopeless_ = std::move(why); }
+  /// Gives the storage its credential.
+  tarvex_result_t hand_credential(bool renewal, std::optional<std::string>& document);
   const storage_user& user() const { return user_; }
   change_view& others() { return others_; }
   std::string who() const { return host_.who(); }
@@ -184,7 +193,9 @@ class storage_session {
  private:
   boost::asio::awaitable<void> run(operation& op);
   boost::asio::awaitable<outcome> look_at_root();
+  outcome login_failure(outcome how) const;
   bool take_session(operation& started);
+  boost::asio::awaitable<outcome> start_once();
 
   const host host_;
   tarvex_cancel_t cancel_ = nullptr;  ///< bound to the operation thread
@@ -198,6 +209,10 @@ class storage_session {
   std::shared_ptr<void> handle_;  ///< the plug-in's session; who holds it last ends it
   bool started_ = false;
   std::string checksums_;
+  bool token_refused_ = false;
+  std::uint64_t generation_ = 0;               ///< of the credential that was handed over last
+  std::optional<outcome> credential_failure_;  ///< the last credential was none
+  std::string hopeless_;
   std::string username_, home_directory_;
   change_view others_;  ///< operation thread
   exchange_log exchanges_;

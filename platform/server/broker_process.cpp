@@ -1,0 +1,90 @@
+#include "broker_process.h"
+
+#include "base/leak_check.h"
+#include "base/log.h"
+#include "broker/broker_service.h"
+#include "confine/file_access.h"
+#include "confine/fresh_process.h"
+#include "confine/privileges.h"
+#include "link/channel.h"
+
+#include <malloc.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <exception>
+#include <utility>
+
+namespace tarvex::server {
+
+namespace {
+
+constexpr const char* PROCESS_NAME = "tarvex-broker";
+
+/// Signals are for the listener, whose end is the broker's.
+void broker_set_signals() {
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGPIPE}) std::signal(signal, SIG_IGN);
+  for (const int signal : {SIGCHLD, SIGXFSZ}) std::signal(signal, signal == SIGCHLD ? SIG_DFL : SIG_IGN);
+  sigset_t none;
+  sigemptyset(&none);
+  (void)sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+/// \return what went wrong; empty: it served until the listener was done.
+std::string broker_serve(const configuration& config, descriptor control) {
+  const int notes = control.get();
+  if (std::string error = privileges_give_up(broker_user(config)); !error.empty()) return error;
+  hide_memory();  // again: the change of user undoes it
+  broker_service service(config, std::move(control));
+  if (std::string error = service.open(); !error.empty()) {
+    (void)link_send(notes, note_encode({.error = error}));
+    return error;
+  }
+  service.run();
+  return {};
+}
+
+}  // namespace
+
+std::string broker_user(const configuration& config) {
+  const bool own = !config.broker_directory.empty() && user_exists(config.broker_user);
+  return own ? config.broker_user : config.user;
+}
+
+std::string broker_apart(const configuration& config, std::string& warning) {
+  if (config.broker_directory.empty()) return {};
+  if (geteuid() == 0 && broker_user(config) != config.user) return {};
+  if (geteuid() == 0 && configuration_line(config, "broker.user") != 0 && !user_exists(config.broker_user))
+    return "user in [broker]: there is no user \"" + config.broker_user +
+           "\" to become: make one (useradd --system " + config.broker_user + "), or name another";
+  const bool confined = config.sandbox != sandbox_mode::off && file_access_version() > 0;
+  if (confined) return {};
+  const std::string why =
+      "nothing keeps sessions from the broker's files: it has no user of its own (user in [broker], of a server that is "
+      "started as root), and they are not confined by Landlock";
+  if (config.sandbox == sandbox_mode::require) return why + ", as sandbox = \"require\" in [security] wants";
+  warning = why;
+  return {};
+}
+
+void broker_process_run(const std::string& file, const configuration& config, descriptor control) {
+  (void)prctl(PR_SET_NAME, PROCESS_NAME);
+  close_others({control.get()});
+  hide_memory();
+  broker_set_signals();
+  read_nothing_from_stdin();
+  mallopt(M_ARENA_MAX, 2);
+  configuration fresh;
+  const bool readable = configuration_load(file, fresh).empty();
+  try {
+    const std::string error = broker_serve(readable ? fresh : config, std::move(control));
+    if (!error.empty()) log_error("broker: {}", error);
+    _exit(error.empty() && leak_check() ? 0 : 1);
+  } catch (const std::exception& error) {
+    log_error("broker: {}", error.what());
+    _exit(1);
+  }
+}
+
+}  // namespace tarvex::server
