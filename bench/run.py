@@ -50,8 +50,7 @@ def rate(size, took):
 
 def session_of(server):
     """Process id of the newest session."""
-    children = pathlib.Path(f"/proc/{server.process.pid}/task/{server.process.pid}/children").read_text().split()
-    return max(map(int, children))
+    return max(map(int, server.sessions()))
 
 
 def fill(box, name, count, size):

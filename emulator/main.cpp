@@ -34,15 +34,25 @@ sigset_t block_signals() {
   return ending;
 }
 
-/// Throws std::runtime_error that names the file: a fault list with a mistake must not pass for an empty one.
-void load_faults(emulator::box_state& box, const std::string& file) {
+/// Reads a JSON file and hands it to `add`, which returns an empty text or what is wrong. Throws std::runtime_error
+/// that names the file: a list with a mistake must not pass for an empty one.
+template <typename Add>
+void load_json(const std::string& file, const Add& add) {
   std::ifstream stream(file);
   std::stringstream text;
   text << stream.rdbuf();
-  if (!stream) throw std::runtime_error("cannot read the faults in " + file);
+  if (!stream) throw std::runtime_error("cannot read " + file);
   const emulator::json_ptr rows = emulator::json_parse(text.str());
-  const std::string refusal = rows ? box.faults.add(rows.get()) : "it is not JSON"s;
+  const std::string refusal = rows ? add(rows.get()) : "it is not JSON"s;
   if (!refusal.empty()) throw std::runtime_error(file + ": " + refusal);
+}
+
+void set_passwords(emulator::box_state& box, const emulator::options& given) {
+  const emulator::transaction hold(box.data);
+  for (const auto& [name, password] : given.passwords) {
+    if (!box.users.find_named(name)) throw std::runtime_error("--password " + name + ": there is no such account");
+    box.passwords[name] = password;
+  }
 }
 
 void prepare(emulator::box_state& box, const emulator::options& given) {
@@ -52,7 +62,11 @@ void prepare(emulator::box_state& box, const emulator::options& given) {
     if (first && given.demo) emulator::demo_fill(box, account);
     first = false;
   }
-  if (!given.faults.empty()) load_faults(box, given.faults);
+  set_passwords(box, given);
+  for (const std::string& file : given.apps) {
+    load_json(file, [&](const json_t* rows) { return box.apps.add(rows); });
+  }
+  if (!given.faults.empty()) load_json(given.faults, [&](const json_t* rows) { return box.faults.add(rows); });
 }
 
 emulator::response answer(emulator::box_state& box, emulator::request& in) {

@@ -1,5 +1,6 @@
 #include "options.h"
 
+#include "box/app.h"
 #include "control/control.h"
 #include "traffic/fault.h"
 
@@ -10,6 +11,8 @@ namespace {
 
 struct raw_options {
   std::vector<std::string> accounts;
+  std::vector<std::string> passwords;
+  std::string refresh;
   std::vector<std::string> settings;
 };
 
@@ -24,6 +27,10 @@ void describe(CLI::App& app, options& to, raw_options& raw) {
   app.add_option("--listen", to.listen, "numeric address and port; port 0 takes a free one")->capture_default_str();
   app.add_option("--data", to.data, "directory of the state; made when it is missing")->required();
   app.add_option("--account", raw.accounts, "NAME:TOKEN, a user (made when absent) and a token that never expires");
+  app.add_option("--password", raw.passwords,
+                 "NAME:PASSWORD, what a user signs in with on the consent page (the name itself)");
+  app.add_option("--app", to.apps, "JSON file of a registered app, see below");
+  app.add_option("--refresh", raw.refresh, "grace or strict: the setting refresh, see below");
   app.add_option("--faults", to.faults, "JSON file of faults, see below");
   app.add_option("--journal", to.journal, "file to which each request is appended as a line of JSON");
   auto* certificate = app.add_option("--certificate", to.certificate, "PEM file: serve https");
@@ -35,7 +42,12 @@ void describe(CLI::App& app, options& to, raw_options& raw) {
   app.add_flag("--quiet", to.quiet, "no line for each request on standard error");
   app.add_option("--set,--settings", raw.settings, "NAME=VALUE, see below");
   app.footer("Prints \"listening on HOST:PORT\" when it is ready, and serves until SIGTERM or SIGINT.\n\nSettings:\n" +
-             settings_help() + "\n" + fault_help() + "\n" + control_help());
+             settings_help() + "\n" + app_help() + "\n" + fault_help() + "\n" + control_help());
+}
+
+void take_setting(const std::string& name, const std::string& value, options& to) {
+  const std::string refusal = settings_set(to.set, name, value);
+  if (!refusal.empty()) throw CLI::ValidationError(refusal);
 }
 
 void take(const raw_options& raw, options& to) {
@@ -43,11 +55,14 @@ void take(const raw_options& raw, options& to) {
     to.accounts.push_back(pair_of(each, ':', "NAME:TOKEN"));
     if (to.accounts.back().second.empty()) throw CLI::ValidationError("--account " + each + " has no token");
   }
+  for (const std::string& each : raw.passwords) {
+    to.passwords.push_back(pair_of(each, ':', "NAME:PASSWORD"));
+    if (to.passwords.back().second.empty()) throw CLI::ValidationError("--password " + each + " has no password");
+  }
+  if (!raw.refresh.empty()) take_setting("refresh", raw.refresh, to);
   for (const std::string& each : raw.settings) {
     const auto [name, value] = pair_of(each, '=', "NAME=VALUE");
-    if (const std::string refusal = settings_set(to.set, name, value); !refusal.empty()) {
-      throw CLI::ValidationError(refusal);
-    }
+    take_setting(name, value, to);
   }
   if (to.demo && to.accounts.empty()) throw CLI::ValidationError("--demo needs an --account to fill");
 }

@@ -13,7 +13,9 @@ namespace tarvex::emulator {
 struct options {
   std::string listen = "127.0.0.1:0";
   std::string data;
-  std::vector<std::pair<std::string, std::string>> accounts;  // name and token
+  std::vector<std::pair<std::string, std::string>> accounts;   // name and token
+  std::vector<std::pair<std::string, std::string>> passwords;  // account's name and password
+  std::vector<std::string> apps;                               // files
   std::string faults;
   std::string journal;
   std::string certificate;

@@ -1,7 +1,7 @@
 #include "api/authorisation.h"
 
 #include "base/text.h"
-#include "base/times.h"
+#include "box/token_rules.h"
 
 #include <optional>
 #include <string>
@@ -23,12 +23,21 @@ user authorised_user(const call& of) {
   const auto token = token_of(of.in);
   if (!token || token->empty()) throw unauthorised_problem(false);
   transaction hold(of.box.data);
-  const auto known = of.box.users.find_token(*token, ACCESS_TOKEN, time_now());
+  const auto known = tokens_use(of.box.tokens, *token, of.now());
   // Unknown, revoked and expired tokens get the same answer; only no token at all gets another.
-  if (!known || known->expired) throw unauthorised_problem(true);
-  const auto owner = of.box.users.find(known->user);
+  if (!known) throw unauthorised_problem(true);
+  const auto owner = of.box.users.find(*known);
   if (!owner) throw unauthorised_problem(true);
+  hold.commit();
   return *owner;
+}
+
+void authorisation_note(const call& of) {
+  const auto token = token_of(of.in);
+  if (!token) return;
+  transaction hold(of.box.data);
+  (void)tokens_use(of.box.tokens, *token, of.now());
+  hold.commit();
 }
 
 }  // namespace tarvex::emulator

@@ -3,6 +3,8 @@
 #include "base/text.h"
 #include "base/times.h"
 
+#include <algorithm>
+
 namespace tarvex::emulator {
 namespace {
 
@@ -37,6 +39,12 @@ json_ptr call::body_object() {
 // Only what a handler notes gets into the journal: the bytes of uploads do not, nor do the secrets of a sign-in.
 void call::note_body(std::string_view text) const {
   entry->body = text.substr(0, MAX_JOURNAL_BYTES);
+}
+
+std::int64_t call::now() const {
+  // Kept within ten thousand years of today, so that no setting makes a sum of times overflow.
+  constexpr std::int64_t MOST_S = 10000L * 366 * 86400;
+  return time_now() + std::clamp(set.clock_offset_s, -MOST_S, MOST_S);
 }
 
 std::string call::origin(const std::string& host_name) const {

@@ -36,6 +36,9 @@ struct call {
   /// Puts a text into the journal as the body.
   void note_body(std::string_view text) const;
 
+  /// This Box's clock, seconds since 1970: the machine's, shifted by a setting.
+  [[nodiscard]] std::int64_t now() const;
+
   /// Scheme and host of this server as the client knows it, with another host name where one is set.
   [[nodiscard]] std::string origin(const std::string& host_name) const;
 };

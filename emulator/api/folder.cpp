@@ -4,7 +4,6 @@
 #include "api/item.h"
 #include "api/item_copy.h"
 #include "api/item_view.h"
-#include "base/times.h"
 
 namespace tarvex::emulator {
 
@@ -17,7 +16,7 @@ response folder_create(call& of) {
   const item parent = call_parent(of, body.get());
   call_check_unlocked(of, parent.id);
   call_check_free(of, parent.id, *name, nullptr, conflict_place::CREATE);
-  const std::int64_t now = time_now();
+  const std::int64_t now = of.now();
   const item made = of.box.items.create({.owner = of.me.id,
                                          .type = item_type::FOLDER,
                                          .parent = parent.id,

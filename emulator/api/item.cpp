@@ -2,7 +2,6 @@
 
 #include "api/call_check.h"
 #include "api/item_view.h"
-#include "base/times.h"
 
 namespace tarvex::emulator {
 namespace {
@@ -59,7 +58,7 @@ response item_update(call& of, item_type type, std::string_view missing) {
   // The present name or parent sent again is fine, and changes neither etag nor times.
   if (before.parent != after.parent || !same_but_place(before, after)) {
     ++after.etag;
-    after.modified_at = time_now();
+    after.modified_at = of.now();
     of.box.items.update(before, after);
   }
   response answer = response_json(200, item_view(of).single(after).get());
@@ -79,7 +78,7 @@ response item_delete(call& of, item_type type, std::string_view missing) {
   std::vector<std::string> contents;
   // Web links do not go through the trash here.
   if (of.set.trash && type != item_type::WEB_LINK) {
-    of.box.items.trash(gone, time_now());
+    of.box.items.trash(gone, of.now());
   } else {
     contents = of.box.items.purge(gone);
   }

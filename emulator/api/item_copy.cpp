@@ -2,7 +2,6 @@
 
 #include "api/call_check.h"
 #include "api/item_view.h"
-#include "base/times.h"
 
 namespace tarvex::emulator {
 namespace {
@@ -14,7 +13,7 @@ item copy_tree(const call& of, const item& from, std::int64_t parent, const std:
   made.etag = 0;
   made.parent = parent;
   made.name = name;
-  made.created_at = made.modified_at = time_now();
+  made.created_at = made.modified_at = of.now();
   if (from.type == item_type::FILE) {
     auto content = of.box.items.find_version(from.version);
     if (!content) throw box_problem("not_found");

@@ -67,17 +67,17 @@ std::string move(const step& at) {
 
 enum class needs { NOTHING, VALUE, FROM };
 
-struct row {
+struct patch_row {
   std::string_view name;
   needs member;
   std::string (*apply)(const step& at);
 };
 
-constexpr row OPERATIONS[] = {{"add", needs::VALUE, add},         {"replace", needs::VALUE, replace},
-                              {"remove", needs::NOTHING, remove}, {"test", needs::VALUE, test},
-                              {"move", needs::FROM, move},        {"copy", needs::FROM, copy}};
+constexpr patch_row OPERATIONS[] = {{"add", needs::VALUE, add},         {"replace", needs::VALUE, replace},
+                                    {"remove", needs::NOTHING, remove}, {"test", needs::VALUE, test},
+                                    {"move", needs::FROM, move},        {"copy", needs::FROM, copy}};
 
-std::string apply_row(const row& operation, step at, const json_t* text) {
+std::string apply_row(const patch_row& operation, step at, const json_t* text) {
   at.value = json_object_get(text, "value");
   if (operation.member == needs::VALUE && at.value == nullptr) return "value is missing";
   const auto from = key_of(text, "from");
@@ -91,7 +91,7 @@ std::string apply_one(json_t* object, const json_t* operation) {
   if (!key) return "not a path to a member";
   if (key->starts_with('$')) return "members that begin with $ cannot be changed";
   const auto name = json_text_at(operation, "op");
-  for (const row& candidate : OPERATIONS) {
+  for (const patch_row& candidate : OPERATIONS) {
     if (candidate.name == name) return apply_row(candidate, {object, std::move(*key)}, operation);
   }
   return "unknown operation";

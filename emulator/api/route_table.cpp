@@ -96,7 +96,9 @@ constexpr route ROUTES[] = {
 
     // Box has sign-in and tokens on hosts of their own, one of them below /api; here all are on one.
     {"GET", "/api/oauth2/authorize", SIGN_IN, oauth_authorise},
+    {"POST", "/api/oauth2/authorize", SIGN_IN, oauth_consent},
     {"GET", "/oauth2/authorize", SIGN_IN, oauth_authorise},
+    {"POST", "/oauth2/authorize", SIGN_IN, oauth_consent},
     {"POST", "/oauth2/token", SIGN_IN, oauth_token},
     {"POST", "/api/oauth2/token", SIGN_IN, oauth_token},
     {"POST", "/oauth2/revoke", SIGN_IN, oauth_revoke},

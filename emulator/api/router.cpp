@@ -1,6 +1,7 @@
 #include "api/router.h"
 
 #include "api/authorisation.h"
+#include "api/oauth.h"
 #include "api/route.h"
 #include "base/text.h"
 #include "base/times.h"
@@ -37,6 +38,8 @@ response carry_out(call& of, const route_found& found) {
     check_rate(of, found.purpose);
     if (of.set.length_required && of.in.chunked) throw box_problem("length_required");
   }
+  // The address itself is the permission there, but some clients send their token along.
+  if (found.purpose == route_purpose::DOWNLOAD) authorisation_note(of);
   return found.to->handle(of);
 }
 
@@ -62,7 +65,11 @@ response delayed_answer(call& of, const route_found& found) {
 /// What a fault makes of the true answer. Its delivery replaces that of the answer, but for the longer of two delays.
 response with_fault(call& of, const route_found& found, const fault_action& fault) {
   response answer;
-  if (fault.carries_out()) answer = delayed_answer(of, found);
+  if (fault.carries_out()) {
+    answer = delayed_answer(of, found);
+  } else if (found.to != nullptr && found.to->handle == oauth_token) {
+    oauth_note_grant(of);  // what a refused client asks for is counted by tests, too
+  }
   const std::int64_t delay_ms = std::max(answer.how.delay_ms, fault.how.delay_ms);
   if (auto other = fault.answer()) answer = std::move(*other);
   answer.how = fault.how;
@@ -71,7 +78,7 @@ response with_fault(call& of, const route_found& found, const fault_action& faul
 }
 
 void add_usual_headers(const call& of, route_purpose purpose, response& answer) {
-  answer.headers.emplace_back("Date", time_text_http(time_now()));
+  answer.headers.emplace_back("Date", time_text_http(of.now()));
   if (purpose == route_purpose::DOWNLOAD) return;
   answer.headers.emplace_back("Strict-Transport-Security", "max-age=31536000");
   answer.headers.emplace_back("Cache-Control", "no-cache, no-store");

@@ -4,7 +4,6 @@
 #include "api/session_common.h"
 #include "api/store_file.h"
 #include "base/text.h"
-#include "base/times.h"
 
 #include <algorithm>
 
@@ -52,7 +51,7 @@ json_ptr session_body(call& of) {
 
 /// Independent clients open several sessions for one name at Box; when it refuses a second one is not known.
 void check_no_other(const call& of, const upload_session& wanted) {
-  const auto other = of.box.sessions.find_open(of.me.id, wanted.folder, wanted.name, time_now());
+  const auto other = of.box.sessions.find_open(of.me.id, wanted.folder, wanted.name, of.now());
   if (!other) return;
   json_ptr context(json_object());
   json_put(context.get(), "session", session_json(of, *other));
@@ -63,7 +62,7 @@ response open_session(const call& of, upload_session session) {
   session.id = upper(random_hex(16));
   session.owner = of.me.id;
   session.part_size = part_size_for(of.set, session.size);
-  session.expires_at = time_now() + of.set.session_lifetime_s;
+  session.expires_at = of.now() + of.set.session_lifetime_s;
   of.box.sessions.create(session);
   // One file for all parts: each is written at its place, and a commit only has to rename it.
   (void)of.box.contents.open(session.content(), true);

@@ -30,7 +30,7 @@ upload_session session_named(const call& of) {
   const auto session = of.box.sessions.find(id);
   if (!session) throw not_found_problem("upload_session", id);
   if (session->owner != of.me.id) throw box_problem("forbidden");
-  if (session->state == session_state::ENDED || session->expires_at <= time_now()) throw box_problem("session_expired");
+  if (session->state == session_state::ENDED || session->expires_at <= of.now()) throw box_problem("session_expired");
   return *session;
 }
 

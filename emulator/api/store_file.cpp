@@ -1,7 +1,6 @@
 #include "api/store_file.h"
 
 #include "api/call_check.h"
-#include "base/times.h"
 
 namespace tarvex::emulator {
 namespace {
@@ -37,7 +36,7 @@ void store_check(const call& of, const file_target& target, std::int64_t size) {
 
 item store_file(const call& of, const file_target& target, const file_bytes& bytes) {
   store_check(of, target, bytes.size);
-  const std::int64_t now = time_now();
+  const std::int64_t now = of.now();
   item made{.owner = of.me.id, .type = item_type::FILE, .parent = target.folder, .name = target.name};
   made.size = bytes.size;
   made.sha1 = bytes.sha1;
@@ -60,7 +59,7 @@ item store_version(const call& of, const item& file, const file_target& target, 
     call_check_free(of, file.parent, target.name, &file, conflict_place::UPLOAD);
     changed.name = target.name;
   }
-  const std::int64_t now = time_now();
+  const std::int64_t now = of.now();
   changed.size = bytes.size;
   changed.sha1 = bytes.sha1;
   changed.version = add_version(of, file.id, bytes);

@@ -3,7 +3,6 @@
 #include "api/call_check.h"
 #include "api/item.h"
 #include "api/item_view.h"
-#include "base/times.h"
 
 namespace tarvex::emulator {
 
@@ -15,7 +14,7 @@ response web_link_create(call& of) {
   made.name = json_text_at(body.get(), "name").value_or(url->substr(url->find("//") + 2));
   call_check_name(made.name);
   made.description = json_text_at(body.get(), "description").value_or("");
-  made.created_at = made.modified_at = made.content_created_at = made.content_modified_at = time_now();
+  made.created_at = made.modified_at = made.content_created_at = made.content_modified_at = of.now();
   transaction hold(of.box.data);
   made.parent = call_parent(of, body.get()).id;
   call_check_free(of, made.parent, made.name, nullptr, conflict_place::CREATE);

@@ -1,5 +1,6 @@
 #include "base/digest.h"
 
+#include <openssl/hmac.h>
 #include <openssl/sha.h>
 
 #include <new>
@@ -56,6 +57,15 @@ std::string sha256_of(std::string_view bytes) {
   std::string result(SHA256_DIGEST_LENGTH, '\0');
   check(EVP_Digest(bytes.data(), bytes.size(), reinterpret_cast<unsigned char*>(result.data()), nullptr, EVP_sha256(),
                    nullptr));
+  return result;
+}
+
+std::string hmac_sha256_of(std::string_view key, std::string_view bytes) {
+  std::string result(SHA256_DIGEST_LENGTH, '\0');
+  const unsigned char* made =
+      HMAC(EVP_sha256(), key.data(), static_cast<int>(key.size()), reinterpret_cast<const unsigned char*>(bytes.data()),
+           bytes.size(), reinterpret_cast<unsigned char*>(result.data()), nullptr);
+  check(made != nullptr ? 1 : 0);
   return result;
 }
 

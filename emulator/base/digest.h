@@ -32,4 +32,7 @@ class sha1_digest {
 [[nodiscard]] std::string sha1_of(std::string_view bytes);
 [[nodiscard]] std::string sha256_of(std::string_view bytes);
 
+/// HMAC-SHA-256 (RFC 2104), 32 bytes.
+[[nodiscard]] std::string hmac_sha256_of(std::string_view key, std::string_view bytes);
+
 }  // namespace tarvex::emulator

@@ -12,7 +12,7 @@ namespace {
 
 using member = std::variant<std::int64_t settings::*, bool settings::*, std::string settings::*>;
 
-struct row {
+struct setting_row {
   std::string_view name;
   member place;
   std::string_view choices;  // "a|b" for texts that take only these; empty: any
@@ -21,7 +21,7 @@ struct row {
 
 constexpr std::string_view CONFLICT_FORMS = "object|array|missing";
 
-const row ROWS[] = {
+const setting_row SETTING_ROWS[] = {
     {"max_upload_size", &settings::max_upload_size, "", "largest file that the users may store, bytes"},
     {"space_amount", &settings::space_amount, "", "storage of a user, bytes; used up: 403 storage_limit_exceeded"},
     {"direct_upload_maximum", &settings::direct_upload_maximum, "",
@@ -55,13 +55,24 @@ const row ROWS[] = {
     {"upload_host", &settings::upload_host, "", "host name in session_endpoints; empty: the one of the request"},
     {"float_size_from", &settings::float_size_from, "", "sizes from here on are written as floating point, bytes"},
     {"access_token_lifetime_s", &settings::access_token_lifetime_s, "", "life of the tokens of /oauth2/token, seconds"},
+    {"refresh_token_lifetime_s", &settings::refresh_token_lifetime_s, "", "life of their refresh tokens, seconds"},
+    {"refresh", &settings::refresh, "grace|strict",
+     "a refresh token that comes again: grace gives the same new pair until its access token is first used, strict "
+     "refuses it"},
+    {"consent", &settings::consent, "page|at_once",
+     "the authorise address: a page to sign in on, or a code at once for the account named by the query's user (the "
+     "first one without it)"},
+    {"assertion_audience", &settings::assertion_audience, "",
+     "what a JWT may have as aud, beside the token address as the client reached it"},
+    {"clock_offset_s", &settings::clock_offset_s, "",
+     "how far this Box's clock is ahead, seconds: Date, expiry of tokens and sessions, times of items"},
     {"idle_timeout_s", &settings::idle_timeout_s, "", "a connection that moves nothing for so long is closed, seconds"},
 };
 
 /// Puts a text into a member of whatever kind; returns the refusal.
 struct assign {
   settings& values;
-  const row& to;
+  const setting_row& to;
   std::string_view text;
 
   std::string operator()(std::int64_t settings::*place) const {
@@ -101,7 +112,7 @@ std::string text_of(const json_t* value) {
 }  // namespace
 
 std::string settings_set(settings& values, std::string_view name, std::string_view text) {
-  for (const row& candidate : ROWS) {
+  for (const setting_row& candidate : SETTING_ROWS) {
     if (candidate.name == name) return std::visit(assign{values, candidate, text}, candidate.place);
   }
   return "unknown setting '" + std::string(name) + "'; --help lists them";
@@ -120,7 +131,7 @@ std::string settings_apply(settings& values, const json_t* object) {
 std::string settings_help() {
   std::ostringstream text;
   const settings defaults;
-  for (const row& line : ROWS) {
+  for (const setting_row& line : SETTING_ROWS) {
     const std::string value = std::visit(show{defaults}, line.place);
     text << "  " << line.name << '=' << (value.empty() ? "" : value) << '\n' << "      " << line.help;
     if (!line.choices.empty()) text << " (" << line.choices << ')';

@@ -41,6 +41,11 @@ struct settings {
   std::string upload_host;
   std::int64_t float_size_from = 10000000000000;
   std::int64_t access_token_lifetime_s = 3600;
+  std::int64_t refresh_token_lifetime_s = 60L * 86400;
+  std::string refresh = "grace";
+  std::string consent = "page";
+  std::string assertion_audience = "https://api.box.com/oauth2/token";
+  std::int64_t clock_offset_s = 0;
   std::int64_t idle_timeout_s = 300;
 };
 

@@ -124,6 +124,14 @@ std::optional<std::string> base64_decode(std::string_view text) {
   return result;
 }
 
+std::optional<std::string> base64url_decode(std::string_view text) {
+  if (text.find_first_of("+/=") != std::string_view::npos) return std::nullopt;
+  std::string plain(text);
+  for (char& c : plain) c = c == '-' ? '+' : c == '_' ? '/' : c;
+  plain.append((4 - plain.size() % 4) % 4, '=');
+  return base64_decode(plain);
+}
+
 std::string hex(std::string_view bytes) {
   static constexpr char DIGITS[] = "0123456789abcdef";
   std::string result;

@@ -37,6 +37,9 @@ using pair_list = std::vector<std::pair<std::string, std::string>>;
 [[nodiscard]] std::string base64_encode(std::string_view bytes);
 [[nodiscard]] std::optional<std::string> base64_decode(std::string_view text);
 
+/// The same for the URL alphabet without padding, as JSON web tokens have it (RFC 7515).
+[[nodiscard]] std::optional<std::string> base64url_decode(std::string_view text);
+
 /// Lower-case hexadecimal digits, two for each byte.
 [[nodiscard]] std::string hex(std::string_view bytes);
 

@@ -32,12 +32,16 @@ void box_state::change_settings(settings changed) {
 
 user box_state::open_account(const std::string& name, const std::string& token) {
   transaction hold(data);
+  user account = ensure_account(name, time_now());
+  if (!token.empty()) tokens.add_fixed(token, account.id);
+  hold.commit();
+  return account;
+}
+
+user box_state::ensure_account(const std::string& name, std::int64_t now) {
   bool created = false;
-  const std::int64_t now = time_now();
   user account = users.ensure(name, now, created);
   if (created) items.create_root(account.id, now);
-  if (!token.empty()) users.add_token(token, ACCESS_TOKEN, account.id, NEVER);
-  hold.commit();
   return account;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/settings.h"
+#include "box/app_list.h"
 #include "box/download_links.h"
 #include "box/reservations.h"
 #include "box/session_digests.h"
@@ -9,11 +10,14 @@
 #include "store/item_store.h"
 #include "store/metadata_store.h"
 #include "store/session_store.h"
+#include "store/single_use_store.h"
+#include "store/token_store.h"
 #include "store/user_store.h"
 #include "traffic/fault_list.h"
 #include "traffic/journal.h"
 #include "traffic/rate_limiter.h"
 
+#include <map>
 #include <mutex>
 #include <string>
 
@@ -34,6 +38,9 @@ struct box_state {
   /// empty one: none).
   user open_account(const std::string& name, const std::string& token);
 
+  /// A user of that name with a root folder, made where there is none. Inside a transaction.
+  user ensure_account(const std::string& name, std::int64_t now);
+
   /// Removes all items, sessions, contents, faults and the journal; users, their roots and tokens stay.
   void reset();
 
@@ -42,6 +49,8 @@ struct box_state {
   item_store items{data};
   metadata_store metadata{data};
   user_store users{data};
+  token_store tokens{data};
+  single_use_store single_uses{data};
   session_store sessions{data};
   journal requests;
   fault_list faults;
@@ -49,6 +58,8 @@ struct box_state {
   session_digests digests;
   rate_limiter limiter;
   reservations reserved;
+  app_list apps;
+  std::map<std::string, std::string> passwords;  // by user's name; complete before the first request
 
  private:
   mutable std::mutex mutex_;  // guards settings_

@@ -91,14 +91,18 @@ response reset(box_state& box, const request& /*in*/, const json_t* /*body*/) {
   return response_empty(204);
 }
 
-struct row {
+response apps_add(box_state& box, const request& /*in*/, const json_t* body) {
+  return done_or(box.apps.add(body));
+}
+
+struct control_row {
   std::string_view method;
   std::string_view path;
   bool has_body;
   response (*handle)(box_state& box, const request& in, const json_t* body);
 };
 
-constexpr row ROWS[] = {
+constexpr control_row CONTROL_ROWS[] = {
     {"GET", "journal", false, journal_get},
     {"GET", "journal/last", false, journal_last},
     {"DELETE", "journal", false, journal_clear},
@@ -109,6 +113,7 @@ constexpr row ROWS[] = {
     {"POST", "locks", true, locks_add},
     {"DELETE", "locks", false, locks_clear},
     {"POST", "fill", true, fill},
+    {"POST", "apps", true, apps_add},
     {"POST", "reset", false, reset},
 };
 
@@ -130,7 +135,7 @@ std::optional<response> control_answer(box_state& box, request& in) {
   // No token: who can reach these from this machine can read the state on its disk as well.
   if (!in.loopback) return response_empty(403);
   const std::string_view path = std::string_view(in.path).substr(PREFIX.size());
-  for (const row& candidate : ROWS) {
+  for (const control_row& candidate : CONTROL_ROWS) {
     if (candidate.method != in.method || candidate.path != path) continue;
     json_ptr body;
     if (candidate.has_body && !(body = json_parse(read_all(*in.body)))) return refused("the body is not JSON");
@@ -152,6 +157,7 @@ std::string control_help() {
          "  POST /_emulator/locks            {\"folder\": id or \"name\": text, \"for_ms\": time}; DELETE removes all\n"
          "  POST /_emulator/fill             {\"user\", \"folder\", \"count\", \"bytes\", \"prefix\"}: many files at "
          "once\n"
+         "  POST /_emulator/apps             registers an app or several; one of a known client_id is replaced\n"
          "  POST /_emulator/reset            empties all accounts, journal and faults; users and tokens stay\n";
 }
 

@@ -7,13 +7,13 @@ namespace tarvex::emulator {
 namespace {
 
 /// "a/b/name"; a path that ends in '/' is a folder. With `bytes` above 0 the content is a pattern of that length.
-struct row {
+struct demo_row {
   std::string_view path;
   std::string_view text;
   std::size_t bytes;
 };
 
-constexpr row ROWS[] = {
+constexpr demo_row DEMO_ROWS[] = {
     {"README.txt", "This account lives in a local Box. Its contents may be changed at will.\n", 0},
     {"documents/", "", 0},
     {"documents/README.txt", "Documents of the demonstration.\n", 0},
@@ -30,7 +30,7 @@ constexpr row ROWS[] = {
     {"incoming/", "", 0},
 };
 
-void add_file(box_state& box, const user& owner, std::int64_t folder, std::string_view name, const row& what) {
+void add_file(box_state& box, const user& owner, std::int64_t folder, std::string_view name, const demo_row& what) {
   content_draft draft(box.contents);
   draft.append(what.bytes > 0 ? pattern_bytes(2, what.bytes) : std::string(what.text));
   const item made = plant_file(box, owner, folder, name, {.size = draft.size(), .sha1 = draft.sha1()});
@@ -39,7 +39,7 @@ void add_file(box_state& box, const user& owner, std::int64_t folder, std::strin
   draft.keep();
 }
 
-void add(box_state& box, const user& owner, const row& what) {
+void add(box_state& box, const user& owner, const demo_row& what) {
   std::int64_t folder = ROOT_ID;
   std::string_view rest = what.path;
   for (auto slash = rest.find('/'); slash != std::string_view::npos; slash = rest.find('/')) {
@@ -57,7 +57,7 @@ void demo_fill(box_state& box, const user& owner) {
   transaction hold(box.data);
   // A second start with the same directory finds what people have made of it, and leaves it alone.
   if (box.items.count(owner.id, ROOT_ID) > 0) return;
-  for (const row& each : ROWS) add(box, owner, each);
+  for (const demo_row& each : DEMO_ROWS) add(box, owner, each);
   hold.commit();
 }
 

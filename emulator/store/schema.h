@@ -7,6 +7,9 @@ namespace tarvex::emulator {
 /// items: one row for each folder (type 0), file (1) and web link (2); a user's root is the folder 0 without a parent.
 /// `trashed` is 1 for what was deleted itself and 2 for what went with a folder above it. A folder's size is kept as
 /// the sum of what is in it.
+///
+/// fixed_tokens: those of the command line; token_pairs: those of the token address; tokens and codes stand there as
+/// digests. token_key: what issued tokens are derived from. tokens: as earlier versions had them, which knew no pairs.
 inline constexpr const char* SCHEMA = R"(
 PRAGMA busy_timeout = 10000;
 PRAGMA journal_mode = WAL;
@@ -14,9 +17,20 @@ PRAGMA synchronous = NORMAL;
 CREATE TABLE IF NOT EXISTS counters(name TEXT PRIMARY KEY, value INTEGER NOT NULL) WITHOUT ROWID;
 CREATE TABLE IF NOT EXISTS users(
   id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE, created_at INTEGER NOT NULL, used INTEGER NOT NULL DEFAULT 0);
-CREATE TABLE IF NOT EXISTS tokens(
-  digest TEXT PRIMARY KEY, kind TEXT NOT NULL, user INTEGER NOT NULL, expires_at INTEGER NOT NULL,
-  spent INTEGER NOT NULL DEFAULT 0) WITHOUT ROWID;
+DROP TABLE IF EXISTS tokens;
+CREATE TABLE IF NOT EXISTS fixed_tokens(digest TEXT PRIMARY KEY, user INTEGER NOT NULL) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS token_pairs(
+  id INTEGER PRIMARY KEY, sign_in INTEGER NOT NULL, client TEXT NOT NULL, user INTEGER NOT NULL,
+  access TEXT NOT NULL UNIQUE, refresh TEXT UNIQUE, access_expires_at INTEGER NOT NULL,
+  refresh_expires_at INTEGER NOT NULL, successor INTEGER NOT NULL DEFAULT 0, used INTEGER NOT NULL DEFAULT 0,
+  state INTEGER NOT NULL DEFAULT 0);
+CREATE INDEX IF NOT EXISTS token_pairs_of_sign_in ON token_pairs(sign_in);
+CREATE TABLE IF NOT EXISTS token_key(id INTEGER PRIMARY KEY CHECK(id = 1), value TEXT NOT NULL);
+CREATE TABLE IF NOT EXISTS codes(
+  digest TEXT PRIMARY KEY, client TEXT NOT NULL, redirect TEXT NOT NULL, user INTEGER NOT NULL,
+  expires_at INTEGER NOT NULL, spent INTEGER NOT NULL DEFAULT 0) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS assertions(
+  client TEXT NOT NULL, jti TEXT NOT NULL, expires_at INTEGER NOT NULL, PRIMARY KEY(client, jti)) WITHOUT ROWID;
 CREATE TABLE IF NOT EXISTS items(
   owner INTEGER NOT NULL, type INTEGER NOT NULL, id INTEGER NOT NULL, parent INTEGER NOT NULL, name TEXT NOT NULL,
   folded TEXT NOT NULL, size INTEGER NOT NULL DEFAULT 0, version INTEGER NOT NULL DEFAULT 0,

@@ -28,8 +28,11 @@ std::string header_masked(const std::string& name, const std::string& value) {
   return value.substr(0, space + 1) + masked(std::string_view(value).substr(space + 1));
 }
 
+constexpr std::string_view SECRETS[] = {"access_token", "token",     "client_secret", "refresh_token",
+                                        "code",         "assertion", "password"};
+
 bool is_secret(std::string_view parameter) {
-  return parameter == "access_token" || parameter == "token" || parameter == "client_secret";
+  return std::find(std::begin(SECRETS), std::end(SECRETS), parameter) != std::end(SECRETS);
 }
 
 json_ptr pairs_json(const pair_list& pairs) {
@@ -55,6 +58,7 @@ json_ptr entry_json(const journal_entry& entry) {
   json_put(line.get(), "headers", pairs_json(entry.headers));
   json_put(line.get(), "body_length", static_cast<std::int64_t>(entry.body_bytes));
   json_put(line.get(), "body", entry.body);
+  if (!entry.grant.empty()) json_put(line.get(), "grant", entry.grant);
   json_put(line.get(), "status", entry.status);
   json_put(line.get(), "fault", entry.fault);
   return line;

@@ -23,6 +23,7 @@ struct journal_entry {
   pair_list headers;
   std::uint64_t body_bytes = 0;
   std::string body;        // JSON that the handler read, its first 64 KiB; of a multipart upload the attributes
+  std::string grant;       // of a token request, its grant_type, or "unknown"; empty: of any other request
   unsigned status = 0;     // 0: no answer was sent, or not yet
   std::int64_t fault = 0;  // number of the fault that took part; 0: none
 };

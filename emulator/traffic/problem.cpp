@@ -5,14 +5,14 @@
 namespace tarvex::emulator {
 namespace {
 
-struct row {
+struct problem_row {
   std::string_view code;
   unsigned status;
   std::string_view message;
 };
 
 // The first row stands for codes that are not here.
-constexpr row ROWS[] = {
+constexpr problem_row PROBLEM_ROWS[] = {
     {"bad_request", 400, "Bad Request"},
     {"bad_digest", 400, "The specified content-md5 did not match what we received"},
     {"folder_not_empty", 400, "Cannot delete \xe2\x80\x93 folder not empty"},
@@ -58,11 +58,11 @@ constexpr row ROWS[] = {
     {"unavailable", 503, "Unavailable"},
 };
 
-const row& row_of(std::string_view code) {
-  for (const row& candidate : ROWS) {
+const problem_row& row_of(std::string_view code) {
+  for (const problem_row& candidate : PROBLEM_ROWS) {
     if (candidate.code == code) return candidate;
   }
-  return ROWS[0];
+  return PROBLEM_ROWS[0];
 }
 
 }  // namespace
@@ -72,7 +72,7 @@ response response_json(unsigned status, const json_t* body) {
 }
 
 problem box_problem(std::string_view code, std::string_view message, json_ptr context) {
-  const row& known = row_of(code);
+  const problem_row& known = row_of(code);
   const json_ptr body(json_object());
   json_put(body.get(), "type", "error");
   json_put(body.get(), "status", known.status);

@@ -124,7 +124,9 @@ std::string broker_keeper::start(const std::string& file, const configuration& c
   config_ = config;
   start_starter();
   if (std::string error = launch(); !error.empty()) return error;
-  return wait_until_ready();
+  std::string error = wait_until_ready();
+  started_once_ = error.empty();
+  return error;
 }
 
 /// The broker ends with the connection to it; `ended` starts the next.
@@ -168,6 +170,7 @@ void broker_keeper::listen() {
     if (note->id == 0) {
       start_error_ = note->error;
       ready_ = note->error.empty();
+      if (!ready_ && started_once_) log_error("the broker: {}", note->error);
       if (ready_) hand_all();
     } else if (const auto kept = connections_.find(note->id); kept != connections_.end()) {
       kept->second.note.account = note->account;

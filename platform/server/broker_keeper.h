@@ -63,10 +63,11 @@ class broker_keeper {
   std::string file_;
   configuration config_;
   descriptor control_;
-  descriptor starter_;        ///< the connection to the process that stays root; none: the listener starts brokers itself
-  pid_t broker_ = -1;         ///< -1: there is none
+  descriptor starter_;  ///< the connection to the process that stays root; none: the listener starts brokers itself
+  pid_t broker_ = -1;   ///< -1: there is none
   bool ready_ = false;
-  std::string start_error_;   ///< what the last broker said of its start
+  bool started_once_ = false;
+  std::string start_error_;  ///< what the last broker said of its start
   std::chrono::steady_clock::time_point due_ = std::chrono::steady_clock::time_point::max();
   std::chrono::steady_clock::time_point started_{};
   std::map<std::uint64_t, kept_connection> connections_;

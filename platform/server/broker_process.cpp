@@ -31,18 +31,16 @@ void broker_set_signals() {
   (void)sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-/// \return what went wrong; empty: it served until the listener was done.
-std::string broker_serve(const configuration& config, descriptor control) {
+/// Serves until the listener is done. \return whether it did; the listener is told why not.
+bool broker_serve(const configuration& config, descriptor control) {
   const int notes = control.get();
-  if (std::string error = privileges_give_up(broker_user(config)); !error.empty()) return error;
+  std::string error = privileges_give_up(broker_user(config));
   hide_memory();  // again: the change of user undoes it
   broker_service service(config, std::move(control));
-  if (std::string error = service.open(); !error.empty()) {
-    (void)link_send(notes, note_encode({.error = error}));
-    return error;
-  }
-  service.run();
-  return {};
+  if (error.empty()) error = service.open();
+  if (error.empty()) service.run();
+  if (!error.empty()) (void)link_send(notes, note_encode({.error = error}));
+  return error.empty();
 }
 
 }  // namespace
@@ -56,12 +54,13 @@ std::string broker_apart(const configuration& config, std::string& warning) {
   if (config.broker_directory.empty()) return {};
   if (geteuid() == 0 && broker_user(config) != config.user) return {};
   if (geteuid() == 0 && configuration_line(config, "broker.user") != 0 && !user_exists(config.broker_user))
-    return "user in [broker]: there is no user \"" + config.broker_user +
-           "\" to become: make one (useradd --system " + config.broker_user + "), or name another";
+    return "user in [broker]: there is no user \"" + config.broker_user + "\" to become: make one (useradd --system " +
+           config.broker_user + "), or name another";
   const bool confined = config.sandbox != sandbox_mode::off && file_access_version() > 0;
   if (confined) return {};
   const std::string why =
-      "nothing keeps sessions from the broker's files: it has no user of its own (user in [broker], of a server that is "
+      "nothing keeps sessions from the broker's files: it has no user of its own (user in [broker], of a server that "
+      "is "
       "started as root), and they are not confined by Landlock";
   if (config.sandbox == sandbox_mode::require) return why + ", as sandbox = \"require\" in [security] wants";
   warning = why;
@@ -78,9 +77,8 @@ void broker_process_run(const std::string& file, const configuration& config, de
   configuration fresh;
   const bool readable = configuration_load(file, fresh).empty();
   try {
-    const std::string error = broker_serve(readable ? fresh : config, std::move(control));
-    if (!error.empty()) log_error("broker: {}", error);
-    _exit(error.empty() && leak_check() ? 0 : 1);
+    const bool served = broker_serve(readable ? fresh : config, std::move(control));
+    _exit(served && leak_check() ? 0 : 1);
   } catch (const std::exception& error) {
     log_error("broker: {}", error.what());
     _exit(1);

@@ -3,9 +3,9 @@
 #include "listener.h"
 
 #include "base/log.h"
-#include "config/box_check.h"
 #include "broker_keeper.h"
 #include "broker_process.h"
+#include "config/box_check.h"
 #include "configuration_check.h"
 #include "confine/privileges.h"
 #include "listening_doors.h"

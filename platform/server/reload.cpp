@@ -1,6 +1,5 @@
 #include "reload.h"
 
-
 namespace tarvex::server {
 
 namespace {

@@ -32,8 +32,7 @@ class session_processes {
  public:
   /// \param signal_mask  that of the sessions; the listener blocks what it awaits
   /// \param broker  has been started
-  session_processes(configuration config, storage_plugin& storage, broker_keeper& broker,
-                    const sigset_t& signal_mask);
+  session_processes(configuration config, storage_plugin& storage, broker_keeper& broker, const sigset_t& signal_mask);
 
   /// Sets up what all sessions share, and how they confine themselves. \return what went wrong; empty: nothing.
   [[nodiscard]] std::string open();

@@ -164,29 +164,3 @@ def test_locks_hold_for_their_time(box):
               ("reserved", "POST /2.0/folders", named("n"), 409, "code=name_temporarily_reserved"),
               ("unlock", "DELETE /_emulator/locks", "", 204),
               ("free", "DELETE /2.0/folders/{b}", "", 204))
-
-
-def test_tokens_come_from_the_sign_in(box):
-    place = "response_type=code&client_id=c&redirect_uri=http://h/back&state=a%26b"
-    back = box.send("GET /api/oauth2/authorize?" + place, token="").headers["Location"]
-    code = back.partition("code=")[2][:48]
-    assert back == f"http://h/back?code={code}&state=a%26b"
-    client = "&client_id=c&client_secret=s"
-
-    def ask_for(form, expected=""):
-        answer = box.send("POST /oauth2/token/", form, token="")
-        assert answer.status == (400 if expected else 200), form
-        return answer.expect(expected)
-
-    first = ask_for(f"grant_type=authorization_code&code={code}{client}")
-    box.send("GET /2.0/users/me", token=first.at("access_token")).expect("name=alice")
-    refresh = f"grant_type=refresh_token&refresh_token={first.at('refresh_token')}{client}"
-    second = ask_for(refresh)
-    ask_for(refresh, "error_description=Refresh token has expired")
-    ask_for("grant_type=refresh_token&refresh_token=x" + client, "error_description=Invalid refresh token")
-    grant = "grant_type=client_credentials&box_subject_type="
-    ask_for(f"{grant}user&box_subject_id=77{client}", "error=invalid_grant")
-    ask_for(f"{grant}enterprise{client}")
-    ask_for("grant_type=refresh_token", "error=invalid_client")
-    assert box.send("POST /oauth2/revoke", f"token={second.at('access_token')}{client}", token="").status == 200
-    assert box.send("GET /2.0/users/me", token=second.at("access_token")).status == 401

@@ -60,7 +60,8 @@ def make_certificate(directory):
 
 def old_token(box):
     """A token that has run out, with a refresh token that has not."""
-    consent = box.send("GET /api/oauth2/authorize?response_type=code&client_id=id&redirect_uri=http%3A%2F%2Fh%2F", token="")
+    place = "/api/oauth2/authorize?response_type=code&client_id=id&redirect_uri=http%3A%2F%2Fh%2F"
+    consent = box.send("POST " + place, "login=alice&password=alice&consent=grant", token="")
     form = {"grant_type": "authorization_code", "code": consent.headers["Location"].split("code=")[1], **CLIENT}
     refresh = box.send("POST /oauth2/token", urllib.parse.urlencode(form), token="").at("refresh_token")
     return json.dumps({"access_token": "old", "token_type": "bearer", "refresh_token": refresh,

@@ -104,6 +104,8 @@ def test_bad_command_lines_say_what_is_wrong(box, tmp_path):
     for arguments, status, words in [
             ("", 2, "--data is required"), (data + "--account x", 2, "NAME:TOKEN"),
             (data + "--set part=1", 2, "unknown setting 'part'"),
+            (data + "--refresh never", 2, "grace|strict"), (data + "--password x", 2, "NAME:PASSWORD"),
+            (data + "--password x:y", 1, "no such account"), (data + "--app /nowhere.json", 1, "/nowhere.json"),
             (data + "--set part_size=big", 2, "wants a whole number"),
             (data + "--set next_marker=x", 2, "null|empty|missing"), (data + "--listen here", 1, "HOST:PORT"),
             (data + f"--listen {box.address}", 1, "in use"), (data + "--faults /nowhere.json", 1, "/nowhere.json"),

@@ -171,7 +171,21 @@ upload_base = "{api_base or box.base}"
 
     def sessions(self):
         """Process ids of the sessions that run."""
+        return [pid for pid in self.children() if self.name_of(pid) not in ("tarvex-broker", "tarvex-starter")]
+
+    def broker(self):
+        """Process id of the broker; None: there is none at this moment."""
+        return next((pid for pid in self.children() if self.name_of(pid) == "tarvex-broker"), None)
+
+    def children(self):
         return pathlib.Path(f"/proc/{self.process.pid}/task/{self.process.pid}/children").read_text().split()
+
+    @staticmethod
+    def name_of(pid):
+        try:
+            return pathlib.Path(f"/proc/{pid}/comm").read_text().strip()
+        except OSError:
+            return ""
 
     @property
     def url(self):

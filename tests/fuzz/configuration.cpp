@@ -1,6 +1,9 @@
-// Configuration files and accounts files: read as TOML and checked, mistakes named by their lines.
+// Configuration files and accounts files: read as TOML and checked, mistakes named by their lines; and changed in
+// place.
 #include "config/configuration.h"
+#include "config/account_setting.h"
 #include "config/accounts.h"
+#include "config/toml_edit.h"
 #include "fuzz.h"
 
 #include <sys/mman.h>
@@ -33,6 +36,33 @@ void check(const std::vector<configuration_mistake>& mistakes, std::string_view 
   for (const configuration_mistake& mistake : mistakes) must(!mistake.text.empty() && mistake.line <= lines);
 }
 
+/// A text that was changed is readable, and says what was asked for; one that was not is as it was. The other accounts
+/// stay as they were.
+void check_edit(std::string_view bytes, const std::string& name, const std::vector<toml_setting>* settings) {
+  const std::string before(bytes);
+  std::string after = before;
+  const std::string error = settings != nullptr ? toml_put(after, name, *settings) : toml_remove(after, name);
+  if (!error.empty()) return must(after == before);
+  accounts_reading was = accounts_parse("f", before, true);
+  accounts_reading is = accounts_parse("f", after, true);
+  must(was.readable && is.readable && is.accounts.contains(name) == (settings != nullptr));
+  was.accounts.erase(name);
+  is.accounts.erase(name);
+  must(was.accounts.size() == is.accounts.size());
+}
+
+void edit(std::string_view bytes) {
+  static const std::vector<toml_setting> SET = {{"root", "/x"}, {"allow", std::vector<std::string>{"::1"}}};
+  static const std::vector<toml_setting> UNSET = {{"credential", std::nullopt}, {"password", std::nullopt}};
+  for (const char* const name : {"alice", "a.b"}) {
+    check_edit(bytes, name, &SET);
+    check_edit(bytes, name, &UNSET);
+    check_edit(bytes, name, nullptr);
+  }
+  toml_setting setting;
+  if (account_setting_parse(bytes, setting).empty()) must(!setting.key.empty());
+}
+
 }  // namespace
 }  // namespace tarvex::server
 
@@ -41,6 +71,6 @@ void tarvex::fuzz::run(std::string_view bytes) {
   file.assign(bytes);
   server::configuration config;
   server::check(server::configuration_load(file.path(), config), bytes);
-  server::account_map accounts;
-  server::check(server::accounts_load(file.path(), accounts), bytes);
+  server::check(server::accounts_load(file.path(), false).mistakes, bytes);
+  server::edit(bytes);
 }

@@ -8,6 +8,7 @@
 #include <boost/asio/post.hpp>
 
 #include <sys/eventfd.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -65,6 +66,11 @@ std::uint64_t token_mark(const std::string& token) {
   return std::hash<std::string>()(token) >> 1U | 1U;
 }
 
+void close_line(session_line& line) {
+  boost::system::error_code ignored;
+  line.end.close(ignored);
+}
+
 }  // namespace
 
 broker_service::broker_service(const configuration& config, descriptor control)
@@ -83,6 +89,8 @@ broker_service::~broker_service() {
 
 std::string broker_service::open() {
   if (!cancelled_) return std::strerror(errno);
+  if (access(config_.accounts_file.c_str(), R_OK) != 0 && errno != ENOENT)
+    return config_.accounts_file + " cannot be used by the user that the broker runs as: " + std::strerror(errno);
   (void)cache_.refresh();
   accounts_ = std::make_shared<account_map>(cache_.accounts());
   return renewals_.open();
@@ -133,7 +141,7 @@ void broker_service::adopt(connection_note note, descriptor socket) {
   line->address = asio::ip::make_address(note.address, failure);
   line->account = std::move(note.account);
   line->logged_in = note.logged_in;
-  if (const auto known = lines_.find(note.id); known != lines_.end()) drop(known->second);
+  if (const auto known = lines_.find(note.id); known != lines_.end()) close_line(*known->second);
   lines_[note.id] = line;
   say(line, {.what = kind::ready});
   watch(line);
@@ -142,8 +150,9 @@ void broker_service::adopt(connection_note note, descriptor socket) {
 void broker_service::drop(const line_ptr& line) {
   const auto found = lines_.find(line->id);
   if (found != lines_.end() && found->second == line) lines_.erase(found);
-  boost::system::error_code ignored;
-  line->end.close(ignored);
+  // The listener's copy would keep it open, and the session waiting.
+  if (line->end.is_open()) shutdown(line->end.native_handle(), SHUT_RDWR);
+  close_line(*line);
 }
 
 void broker_service::watch(const line_ptr& line) {
@@ -166,21 +175,27 @@ void broker_service::read(const line_ptr& line) {
 }
 
 void broker_service::take(const line_ptr& line, session_says said) {
-  if (said.what == session_says::kind::login) return begin_login(line, std::move(said));
+  using enum session_says::kind;
+  if (said.what == login || said.what == creds || said.what == renew_creds) {
+    // What was asked before this broker had said that it is ready is asked again after that.
+    if (said.id <= line->last_question) return;
+    line->last_question = said.id;
+  }
+  if (said.what == login) return begin_login(line, std::move(said));
   // All else is for who has logged in. Who asks nevertheless is no session of ours any more.
   if (!line->logged_in) return drop(line);
   switch (said.what) {
-    case session_says::kind::creds:
-    case session_says::kind::renew_creds:
+    case creds:
+    case renew_creds:
       return give_credential(line, said);
-    case session_says::kind::used:
+    case used:
       if (const account* const of = cache_.find(line->account); of != nullptr && of->credential.empty())
         renewals_.note_used(line->account, said.generation);
       return;
-    case session_says::kind::leave:
+    case leave:
       line->logged_in = false;
       return tell_listener(*line);
-    case session_says::kind::login:
+    case login:
       return;
   }
 }
@@ -262,9 +277,8 @@ void broker_service::give_credential(const line_ptr& line, const session_says& s
   if (of == nullptr) return say(line, credential_failure(said.id, 421, "The account was removed."));
   if (!of->credential.empty()) return give_file(line, said.id, *of, said.generation);
   const bool alone = sessions_of(line->account) == 1;
-  renewals_.want(line->account, said.generation, alone, [this, line, id = said.id, of = *of](const auto& answer) {
-    give_record(line, id, of, answer);
-  });
+  renewals_.want(line->account, said.generation, alone,
+                 [this, line, id = said.id, of = *of](const auto& answer) { give_record(line, id, of, answer); });
 }
 
 void broker_service::give_record(const line_ptr& line, std::uint64_t id, const account& of,
@@ -293,10 +307,8 @@ void broker_service::give_file(const line_ptr& line, std::uint64_t id, const acc
   const std::uint64_t generation = token_mark(credential.access_token);
   if (refused == generation)
     return say(line, credential_failure(id, 530, "Box refuses the token of this account's credential file."));
-  say(line, {.what = kind::credential,
-             .id = id,
-             .credential = std::move(credential.document),
-             .generation = generation});
+  say(line,
+      {.what = kind::credential, .id = id, .credential = std::move(credential.document), .generation = generation});
 }
 
 /// Sessions of accounts that nobody is served by any more are told to end.

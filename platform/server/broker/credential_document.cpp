@@ -68,8 +68,7 @@ credential_answer credential_of_file(const account& of) {
     if (json_t* const value = json_object_get(document.get(), key); value != nullptr)
       if (json_object_set(taken.get(), key, value) != 0) throw std::bad_alloc();
   limit_upload(taken.get(), of.max_upload);
-  return {.document = text_of(taken.get()),
-          .access_token = json_text_of(document.get(), "access_token").value_or("")};
+  return {.document = text_of(taken.get()), .access_token = json_text_of(document.get(), "access_token").value_or("")};
 }
 
 }  // namespace tarvex::server

@@ -11,8 +11,8 @@ namespace tarvex::server {
 
 /// A credential for the storage, or why there is none.
 struct credential_answer {
-  int code = 0;                         ///< of the reply to a failure, 421 or 530; 0: none failed
-  std::string text = {};                ///< the failure in one line, for the client: no path and no content show in it
+  int code = 0;           ///< of the reply to a failure, 421 or 530; 0: none failed
+  std::string text = {};  ///< the failure in one line, for the client: no path and no content show in it
   std::optional<std::string> document = {};  ///< none: there is none, which the storage is to find out
   std::string access_token = {};
 };

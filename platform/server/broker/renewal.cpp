@@ -101,8 +101,7 @@ renewal_answer renewal::take(token_answer got, token_store::place into) {
 renewal_answer renewal::give_up(const token_answer& got) {
   token_store::reading now = setup_.store.read(name_);
   if (!now.record) return failed(verdict::unavailable, now.error.empty() ? "the account is signed out" : now.error);
-  if (now.record->generation != record_.generation)
-    return {verdict::good, std::move(now.record), {}};
+  if (now.record->generation != record_.generation) return {verdict::good, std::move(now.record), {}};
   const bool final = got.how == token_answer::verdict::grant_refused;
   if (got.how == token_answer::verdict::again) return failed(verdict::unavailable, got.reason);
   record_.attempt_open = false;

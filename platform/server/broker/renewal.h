@@ -26,10 +26,10 @@ struct renewal_setup {
 
 struct renewal_answer {
   enum class verdict {
-    good,           ///< `record` has a token that lives
-    sign_in_needed, ///< final: Box takes the account's grant no more
-    refused,        ///< Box does not take the app, or the request; somebody has to see to it
-    unavailable     ///< nothing was had this time
+    good,            ///< `record` has a token that lives
+    sign_in_needed,  ///< final: Box takes the account's grant no more
+    refused,         ///< Box does not take the app, or the request; somebody has to see to it
+    unavailable      ///< nothing was had this time
   };
   verdict how = verdict::unavailable;
   std::optional<token_record> record = {};
@@ -37,9 +37,9 @@ struct renewal_answer {
 };
 
 /// The account's token, renewed where it has less than `least` to live, or where its generation is the one that Box is
-/// said to have refused. Blocks for as long as `patience` and half a minute more; holds the account's lock meanwhile, so
-/// that of many who ask one asks Box. The new pair is on the disk before anybody gets it. Any thread.
-/// \param refused  generation; 0: none
+/// said to have refused. Blocks for as long as `patience` and half a minute more; holds the account's lock meanwhile,
+/// so that of many who ask one asks Box. The new pair is on the disk before anybody gets it. Any thread. \param refused
+/// generation; 0: none
 [[nodiscard]] renewal_answer renew_account(const renewal_setup& setup, const std::string& name,
                                            std::chrono::seconds least, std::uint64_t refused);
 

@@ -19,8 +19,9 @@ struct session_line {
   boost::asio::ip::address address;  ///< of the client, as the listener has it
   std::string account;               ///< that it is bound to, for ever; empty: to none yet
   bool logged_in = false;
-  bool busy = false;          ///< a login is being checked
-  unsigned refusals = 0;      ///< logins that were wrong
+  std::uint64_t last_question = 0;  ///< id of the last one
+  bool busy = false;                ///< a login is being checked
+  unsigned refusals = 0;            ///< logins that were wrong
 };
 
 }  // namespace tarvex::server

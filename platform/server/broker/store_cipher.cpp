@@ -33,12 +33,12 @@ unsigned char* bytes_of(std::string& text) {
 std::string derive(std::string_view key, std::string_view purpose, std::size_t length) {
   const key_context context(EVP_PKEY_CTX_new_id(EVP_PKEY_HKDF, nullptr));
   std::string out(length, '\0');
-  const bool made = context && EVP_PKEY_derive_init(context.get()) == 1 &&
-                    EVP_PKEY_CTX_set_hkdf_md(context.get(), EVP_sha256()) == 1 &&
-                    EVP_PKEY_CTX_set1_hkdf_key(context.get(), bytes_of(key), static_cast<int>(key.size())) == 1 &&
-                    EVP_PKEY_CTX_add1_hkdf_info(context.get(), bytes_of(purpose), static_cast<int>(purpose.size())) ==
-                        1 &&
-                    EVP_PKEY_derive(context.get(), bytes_of(out), &length) == 1;
+  const bool made =
+      context && EVP_PKEY_derive_init(context.get()) == 1 &&
+      EVP_PKEY_CTX_set_hkdf_md(context.get(), EVP_sha256()) == 1 &&
+      EVP_PKEY_CTX_set1_hkdf_key(context.get(), bytes_of(key), static_cast<int>(key.size())) == 1 &&
+      EVP_PKEY_CTX_add1_hkdf_info(context.get(), bytes_of(purpose), static_cast<int>(purpose.size())) == 1 &&
+      EVP_PKEY_derive(context.get(), bytes_of(out), &length) == 1;
   return made ? out : std::string();
 }
 

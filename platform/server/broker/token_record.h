@@ -35,10 +35,10 @@ struct token_record {
   std::optional<token_pair> previous;  ///< until the current one has served
   bool attempt_open = false;           ///< Box was asked for a pair, and what it said is not known
   std::chrono::sys_seconds renewed_at{};
-  bool sign_in_needed = false;  ///< Box takes the refresh token no more
-  std::string last_error;       ///< one line; empty: none since the last pair
-  std::string box_user;         ///< id
-  std::string box_login;        ///< for people
+  bool sign_in_needed = false;   ///< Box takes the refresh token no more
+  std::string last_error;        ///< one line; empty: none since the last pair
+  std::string box_user;          ///< id
+  std::string box_login;         ///< for people
   std::uint64_t max_upload = 0;  ///< bytes of one file, as Box says
   std::optional<jwt_app> app;    ///< of jwt; the others use the configuration's
 };

@@ -218,8 +218,8 @@ token_store::reading token_store::read(const std::string& name) const {
 token_store::place token_store::take_place(const std::string& name) const {
   place taken;
   taken.path_ = path_of(name) + ".new";
-  taken.file_ = descriptor(
-      ::open(taken.path_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
+  taken.file_ =
+      descriptor(::open(taken.path_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
   if (!taken.file_ || !give_to_owner_of(folder_, taken.file_.get())) {
     taken.error_ = failure(taken.path_, "cannot be opened");
     return taken;
@@ -250,8 +250,7 @@ store_error token_store::write(const std::string& name, const token_record& reco
   const store_error error = write_all(file, content);
   wipe(content);
   if (!error.empty()) return into.path_ + ": cannot be written: " + error;
-  if (ftruncate(file, length) != 0 || fsync(file) != 0)
-    return failure(into.path_, "cannot be written");
+  if (ftruncate(file, length) != 0 || fsync(file) != 0) return failure(into.path_, "cannot be written");
   if (rename(into.path_.c_str(), path_of(name).c_str()) != 0) return failure(into.path_, "cannot be renamed");
   if (!sync_folder(folder_)) return failure(folder_, "cannot be written");
   return {};
@@ -311,7 +310,9 @@ store_error token_store::replace_key_file(const secret& key) const {
   if (store_error error = write_all(file.get(), key.text()); !error.empty()) return path + ": " + error;
   if (fsync(file.get()) != 0 || rename(path.c_str(), key_file_.c_str()) != 0)
     return failure(path, "cannot be put in the place of the key in force");
-  return sync_folder(std::filesystem::path(key_file_).parent_path().string()) ? "" : failure(key_file_, "is not on the disk");
+  return sync_folder(std::filesystem::path(key_file_).parent_path().string())
+             ? ""
+             : failure(key_file_, "is not on the disk");
 }
 
 }  // namespace tarvex::server

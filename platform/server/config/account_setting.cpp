@@ -47,12 +47,13 @@ toml_value list_value(std::string_view text) {
   return items;
 }
 
-struct setting_row {
+/// A key that the command line knows, and how its text becomes a value of TOML.
+struct written_key {
   std::string_view key;
   toml_value (*value)(std::string_view text);
   std::string_view help;
 };
-constexpr setting_row ROWS[] = {
+constexpr written_key WRITTEN_KEYS[] = {
     {"root", text_value, "path in Box of the folder that the account sees as /, such as /Projects/X"},
     {"permissions", text_value, "full, read-only or upload-only"},
     {"allow", list_value, "networks or addresses that it may come from, such as 192.0.2.0/24,2001:db8::1"},
@@ -78,7 +79,7 @@ std::string value_error(std::string_view key, const std::string& value) {
 
 std::string unknown_key(std::string_view key) {
   std::vector<std::string_view> known;
-  for (const setting_row& row : ROWS) known.push_back(row.key);
+  for (const written_key& row : WRITTEN_KEYS) known.push_back(row.key);
   std::string names;
   for (const std::string_view name : known) names.append(names.empty() ? "" : ", ").append(name);
   return fmt::format("unknown key \"{}\"{}; there are {}", key, suggestion(key, known), names);
@@ -92,9 +93,9 @@ std::string account_setting_parse(std::string_view text, toml_setting& out) {
     return fmt::format("\"{}\": expected KEY=VALUE, or KEY= to remove the key", text);
   const std::string_view key = text.substr(0, equals);
   const std::string_view value = text.substr(equals + 1);
-  const auto* const row =
-      std::find_if(std::begin(ROWS), std::end(ROWS), [&](const setting_row& known) { return known.key == key; });
-  if (row == std::end(ROWS)) return unknown_key(key);
+  const auto* const row = std::find_if(std::begin(WRITTEN_KEYS), std::end(WRITTEN_KEYS),
+                                       [&](const written_key& known) { return known.key == key; });
+  if (row == std::end(WRITTEN_KEYS)) return unknown_key(key);
   toml_setting setting{std::string(key), std::nullopt};
   if (!value.empty()) {
     setting.value = row->value(value);
@@ -106,7 +107,7 @@ std::string account_setting_parse(std::string_view text, toml_setting& out) {
 
 std::string account_setting_help() {
   std::string text;
-  for (const setting_row& row : ROWS) text += fmt::format("{}={}\n", row.key, row.help);
+  for (const written_key& row : WRITTEN_KEYS) text += fmt::format("{}={}\n", row.key, row.help);
   return text;
 }
 

@@ -27,21 +27,22 @@ constexpr const char* DECOY_PASSWORD = "$y$j9T$uUXbIBGGkPrzKHxJNSTTZ.$";
 /// One account's table on its way into the map. Its mistakes are kept apart, so that they close this account alone.
 struct account_table {
   std::string where;  ///< "[NAME]"
+  unsigned line;
   mistake_list mistakes;
   account read;
 
   void entry(const toml::key& key, const toml::node& node) {
     const std::string name(key.str());
-    const unsigned line = key.source().begin.line;
-    if (account_key_read(name, {node, line, name + " in " + where}, read, mistakes)) return;
-    mistakes.add(line, "unknown key \"" + name + "\" in " + where +
-                           (node.is_table() ? "; put a login name with a dot in quotes"
-                                            : suggestion(name, account_key_names())));
+    const unsigned at = key.source().begin.line;
+    if (account_key_read(name, {node, at, name + " in " + where}, read, mistakes)) return;
+    mistakes.add(
+        at, "unknown key \"" + name + "\" in " + where +
+                (node.is_table() ? "; put a login name with a dot in quotes" : suggestion(name, account_key_names())));
   }
   void require(const toml::table& members, bool broker) {
     if (!members.contains("password") && !members.contains("certificates"))
-      mistakes.add(read.line, "password in " + where + " is missing, and so is certificates; one of them is needed");
-    if (!broker && !members.contains("credential")) mistakes.add(read.line, "credential in " + where + " is missing");
+      mistakes.add(line, "password in " + where + " is missing, and so is certificates; one of them is needed");
+    if (!broker && !members.contains("credential")) mistakes.add(line, "credential in " + where + " is missing");
   }
 };
 
@@ -54,7 +55,7 @@ std::string joined_texts(const std::vector<configuration_mistake>& mistakes) {
 void read_account(const toml::key& key, const toml::node& node, bool broker, mistake_list& mistakes, account_map& out) {
   const std::string name(key.str());
   const unsigned line = key.source().begin.line;
-  account_table table{"[" + name + "]", {mistakes.file, {}}, {.name = name, .password = {}, .credential = {}}};
+  account_table table{"[" + name + "]", line, {mistakes.file, {}}, {.name = name, .password = {}, .credential = {}}};
   table.read.line = line;
   if (const std::string error = account_name_error(name); !error.empty()) {
     mistakes.add(line, table.where + ": " + error);

@@ -20,7 +20,7 @@ namespace tarvex::server {
 
 namespace {
 
-std::string failed(const std::string& path, std::string_view what) {
+std::string lock_failure(const std::string& path, std::string_view what) {
   return fmt::format("{} {}: {}", path, what, std::strerror(errno));
 }
 
@@ -51,11 +51,11 @@ std::string take_lock(const std::string& file, std::chrono::milliseconds patienc
   constexpr std::chrono::milliseconds PAUSE{20};
   const std::string path = lock_path(file);
   descriptor lock(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
-  if (!lock) return failed(path, "cannot be opened");
+  if (!lock) return lock_failure(path, "cannot be opened");
   give_to_owner(lock, file);
   const auto deadline = std::chrono::steady_clock::now() + patience;
   while (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
-    if (errno != EWOULDBLOCK && errno != EINTR) return failed(path, "cannot be locked");
+    if (errno != EWOULDBLOCK && errno != EINTR) return lock_failure(path, "cannot be locked");
     if (std::chrono::steady_clock::now() >= deadline)
       return fmt::format("{} is being changed by somebody else ({} is locked); try again", file, path);
     std::this_thread::sleep_for(PAUSE);

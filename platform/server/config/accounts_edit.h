@@ -2,7 +2,6 @@
 
 #include "config/accounts.h"
 #include "config/toml_edit.h"
-
 #include "tarvex_common.hpp"
 
 #include <chrono>

@@ -30,7 +30,9 @@ constexpr secret_row CLIENT_SECRET = {"box.client_secret_file", "client_secret_f
 constexpr secret_row STORE_KEY = {"broker.key_file", "key_file in [broker]", store_key_path, store_key_read};
 
 void check_secret(const configuration& config, const secret_row& row, mistake_list& mistakes) {
-  if (belongs_to_another(row.path(config))) return;
+  const std::string path = row.path(config);
+  if (path.empty() && configuration_line(config, row.key) != 0) return;  // it is set, and its reader has spoken
+  if (belongs_to_another(path)) return;
   secret ignored;
   const std::string error = row.read(config, ignored);
   if (error.empty()) return;

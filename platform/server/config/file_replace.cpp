@@ -17,7 +17,7 @@ namespace tarvex::server {
 
 namespace {
 
-std::string failed(const std::string& path, const char* what, int error) {
+std::string replace_failure(const std::string& path, const char* what, int error) {
   return fmt::format("{} cannot be {}: {}", path, what, std::strerror(error));
 }
 
@@ -35,27 +35,27 @@ class temporary_file {
   /// As the file that it will replace; as it was made when there is none.
   std::string resemble(const std::string& other) const {
     struct stat status = {}, own = {};
-    if (!file_) return failed(path_, "made", error_);
-    if (lstat(other.c_str(), &status) != 0) return errno == ENOENT ? "" : failed(other, "looked at", errno);
-    if (fstat(file_.get(), &own) != 0) return failed(path_, "looked at", errno);
+    if (!file_) return replace_failure(path_, "made", error_);
+    if (lstat(other.c_str(), &status) != 0) return errno == ENOENT ? "" : replace_failure(other, "looked at", errno);
+    if (fstat(file_.get(), &own) != 0) return replace_failure(path_, "looked at", errno);
     const bool same = own.st_uid == status.st_uid && own.st_gid == status.st_gid;
     if (!same && fchown(file_.get(), status.st_uid, status.st_gid) != 0)
-      return failed(path_, fmt::format("given to the owner of {}", other).c_str(), errno);
-    return fchmod(file_.get(), status.st_mode & 07777U) == 0 ? "" : failed(path_, "given its mode", errno);
+      return replace_failure(path_, fmt::format("given to the owner of {}", other).c_str(), errno);
+    return fchmod(file_.get(), status.st_mode & 07777U) == 0 ? "" : replace_failure(path_, "given its mode", errno);
   }
 
   std::string fill(std::string_view content) const {
     while (!content.empty()) {
       const ssize_t written = write(file_.get(), content.data(), content.size());
       if (written < 0 && errno == EINTR) continue;
-      if (written < 0) return failed(path_, "written", errno);
+      if (written < 0) return replace_failure(path_, "written", errno);
       content.remove_prefix(static_cast<std::size_t>(written));
     }
-    return fsync(file_.get()) == 0 ? "" : failed(path_, "written", errno);
+    return fsync(file_.get()) == 0 ? "" : replace_failure(path_, "written", errno);
   }
 
   std::string rename_to(const std::string& path) {
-    if (std::rename(path_.c_str(), path.c_str()) != 0) return failed(path, "replaced", errno);
+    if (std::rename(path_.c_str(), path.c_str()) != 0) return replace_failure(path, "replaced", errno);
     renamed_ = true;
     return {};
   }
@@ -70,7 +70,7 @@ class temporary_file {
 /// The new name lasts when the folder is on the disk too.
 std::string write_through(const std::string& folder) {
   const descriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  return opened && fsync(opened.get()) == 0 ? "" : failed(folder, "written", errno);
+  return opened && fsync(opened.get()) == 0 ? "" : replace_failure(folder, "written", errno);
 }
 
 }  // namespace

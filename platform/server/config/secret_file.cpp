@@ -37,7 +37,7 @@ void keep(std::string& text, secret_extent extent) {
 }
 
 /// Of systemd's files the mode tells nothing: it lets its unit's user in by an access control list.
-std::string read_key(const std::string& path, secret_privacy privacy, secret& out) {
+std::string read_store_key(const std::string& path, secret_privacy privacy, secret& out) {
   secret read;
   if (const auto failure = secret_file_read(path, privacy, secret_extent::whole, read))
     return path + " " + failure->text;
@@ -99,11 +99,11 @@ std::string store_key_read(const configuration& config, secret& out) {
         "there is no key for the store; make one with: openssl rand -out key {}, and name it as key_file "
         "(or pass it as systemd's credential \"{}\"), or set encryption = \"none\"",
         KEY_LEAST_BYTES, KEY_CREDENTIAL);
-  return read_key(path, named ? secret_privacy::owner_only : secret_privacy::anyone, out);
+  return read_store_key(path, named ? secret_privacy::owner_only : secret_privacy::anyone, out);
 }
 
 std::string store_key_file_read(const std::string& path, secret& out) {
-  return read_key(path, secret_privacy::owner_only, out);
+  return read_store_key(path, secret_privacy::owner_only, out);
 }
 
 }  // namespace tarvex::server

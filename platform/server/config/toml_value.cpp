@@ -13,7 +13,7 @@ namespace tarvex::server {
 namespace {
 
 /// A basic string: it can hold everything, in contrast to those in single quotes.
-std::string toml_quoted(std::string_view text) {
+std::string basic_string_text(std::string_view text) {
   std::string out = "\"";
   for (const char byte : text) {
     if (byte == '"' || byte == '\\') out.push_back('\\');
@@ -27,7 +27,7 @@ std::string toml_quoted(std::string_view text) {
 }
 
 struct value_writer {
-  std::string operator()(const std::string& text) const { return toml_quoted(text); }
+  std::string operator()(const std::string& text) const { return basic_string_text(text); }
   std::string operator()(std::int64_t number) const { return std::to_string(number); }
   std::string operator()(bool flag) const { return flag ? "true" : "false"; }
   std::string operator()(const std::chrono::year_month_day& day) const {
@@ -36,7 +36,7 @@ struct value_writer {
   }
   std::string operator()(const std::vector<std::string>& items) const {
     std::string out = "[";
-    for (const std::string& item : items) out.append(out.size() == 1 ? "" : ", ").append(toml_quoted(item));
+    for (const std::string& item : items) out.append(out.size() == 1 ? "" : ", ").append(basic_string_text(item));
     return out.append("]");
   }
 };
@@ -51,7 +51,7 @@ std::string toml_key_text(const std::string& key) {
   const bool bare = !key.empty() && std::all_of(key.begin(), key.end(), [](char byte) {
     return is_alphanumeric(byte) || byte == '-' || byte == '_';
   });
-  return bare ? key : toml_quoted(key);
+  return bare ? key : basic_string_text(key);
 }
 
 }  // namespace tarvex::server

@@ -1,18 +1,20 @@
 #pragma once
 
-#include "tarvex_common.hpp"
-
 #include <jansson.h>
 
 #include <cstddef>
+#include <memory>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 
 namespace tarvex::server {
 
-using json_document = owner<json_t, json_decref>;
+/// json_decref is static in every source that sees it; a type that is made with it would be, too.
+struct json_releaser {
+  void operator()(json_t* document) const noexcept { json_decref(document); }
+};
+using json_document = std::unique_ptr<json_t, json_releaser>;
 
 /// Bytes of the longest message between the broker, the listener and a session, its length included.
 constexpr std::size_t LINK_FRAME_MAX = 64 * 1024;

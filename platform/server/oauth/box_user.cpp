@@ -58,8 +58,8 @@ box_user_answer box_user_ask(const https_setup& https, const std::string& api_ba
   return out;
 }
 
-box_folder_answer box_folder_ask(const https_setup& https, const std::string& api_base,
-                                 const std::string& access_token, const std::string& id) {
+box_folder_answer box_folder_ask(const https_setup& https, const std::string& api_base, const std::string& access_token,
+                                 const std::string& id) {
   const document_answer got =
       get_document(https, api_base + "/2.0/folders/" + id + "/items?limit=1&fields=type,id", access_token);
   box_folder_answer out{.status = got.status, .error = got.error};

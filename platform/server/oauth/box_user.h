@@ -10,14 +10,14 @@ namespace tarvex::server {
 
 /// Whose token it is.
 struct box_user {
-  std::string id;     ///< digits
-  std::string name;   ///< for people
-  std::string login;  ///< the same
+  std::string id;                ///< digits
+  std::string name;              ///< for people
+  std::string login;             ///< the same
   std::uint64_t max_upload = 0;  ///< bytes of one file
 };
 
 struct box_user_answer {
-  int status = 0;         ///< of Box's answer; 0: none came
+  int status = 0;          ///< of Box's answer; 0: none came
   std::string error = {};  ///< one line; empty: `user` is good
   box_user user = {};
   std::optional<std::chrono::sys_seconds> date = {};  ///< Box's clock
@@ -30,7 +30,7 @@ struct box_user_answer {
 
 struct box_folder_answer {
   int status = 0;
-  std::string error = {};          ///< one line; empty: the folder could be listed
+  std::string error = {};     ///< one line; empty: the folder could be listed
   std::uint64_t entries = 0;  ///< in it
 };
 

@@ -18,17 +18,17 @@ struct https_setup {
 
 struct https_request {
   std::string url;
-  const std::string* form = nullptr;       ///< null: a GET; else the body of a POST (application/x-www-form-urlencoded)
-  std::string bearer = {};                 ///< token for the Authorization header; empty: none
-  std::chrono::seconds limit{30};          ///< for all of it
-  int cancel_fd = -1;                      ///< readable: give it up; -1: nothing can
+  const std::string* form = nullptr;  ///< null: a GET; else the body of a POST (application/x-www-form-urlencoded)
+  std::string bearer = {};            ///< token for the Authorization header; empty: none
+  std::chrono::seconds limit{30};     ///< for all of it
+  int cancel_fd = -1;                 ///< readable: give it up; -1: nothing can
 };
 
 /// What came back.
 struct https_answer {
-  int status = 0;             ///< 0: none came, and `error` says why
-  std::string error = {};     ///< one line, without any secret
-  secret body = {};           ///< up to ANSWER_MAX bytes; a longer one is an error
+  int status = 0;                                     ///< 0: none came, and `error` says why
+  std::string error = {};                             ///< one line, without any secret
+  secret body = {};                                   ///< up to ANSWER_MAX bytes; a longer one is an error
   std::optional<std::chrono::sys_seconds> date = {};  ///< of the answer
   std::optional<unsigned> retry_after_s = {};
 

@@ -107,14 +107,13 @@ secret jwt_assertion(const jwt_app& app, const std::string& audience, const std:
   const std::string id = new_id();
   const auto* const key = reinterpret_cast<const unsigned char*>(app.private_key.text().data());
   const auto when = [&](std::chrono::sys_seconds time) { return static_cast<long>(time.time_since_epoch().count()); };
-  const bool set = !id.empty() && jwt_add_grant(made, "iss", app.app.client_id.c_str()) == 0 &&
-                   jwt_add_grant(made, "sub", box_user.c_str()) == 0 &&
-                   jwt_add_grant(made, "box_sub_type", "user") == 0 &&
-                   jwt_add_grant(made, "aud", audience.c_str()) == 0 && jwt_add_grant(made, "jti", id.c_str()) == 0 &&
-                   jwt_add_grant_int(made, "exp", when(now + ASSERTION_LIFE)) == 0 &&
-                   jwt_add_header(made, "kid", app.key_id.c_str()) == 0 &&
-                   jwt_set_alg(made, jwt_str_alg(app.algorithm.c_str()), key,
-                               static_cast<int>(app.private_key.text().size())) == 0;
+  const bool set =
+      !id.empty() && jwt_add_grant(made, "iss", app.app.client_id.c_str()) == 0 &&
+      jwt_add_grant(made, "sub", box_user.c_str()) == 0 && jwt_add_grant(made, "box_sub_type", "user") == 0 &&
+      jwt_add_grant(made, "aud", audience.c_str()) == 0 && jwt_add_grant(made, "jti", id.c_str()) == 0 &&
+      jwt_add_grant_int(made, "exp", when(now + ASSERTION_LIFE)) == 0 &&
+      jwt_add_header(made, "kid", app.key_id.c_str()) == 0 &&
+      jwt_set_alg(made, jwt_str_alg(app.algorithm.c_str()), key, static_cast<int>(app.private_key.text().size())) == 0;
   if (!set) return {};
   const c_string text(jwt_encode_str(made));
   return text ? secret(std::string(text.get())) : secret();

@@ -13,7 +13,7 @@ namespace tarvex::server {
 struct jwt_app {
   oauth_app app;
   std::string key_id;
-  secret private_key;        ///< PEM, without a passphrase
+  secret private_key;  ///< PEM, without a passphrase
   std::string algorithm = "RS256";
 };
 

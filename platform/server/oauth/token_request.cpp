@@ -40,8 +40,8 @@ void take_refusal(const json_t* body, int status, token_answer& out) {
   out.how = error == "invalid_grant" ? verdict::grant_refused : verdict::app_refused;
   // "exp" alone, and not as a part of "expired".
   const std::size_t place = description.find("exp");
-  out.clock_refused = place != std::string::npos &&
-                      (place + 3 == description.size() || !is_alphanumeric(description[place + 3]));
+  out.clock_refused =
+      place != std::string::npos && (place + 3 == description.size() || !is_alphanumeric(description[place + 3]));
 }
 
 void take_tokens(const json_t* body, bool refreshes, token_answer& out) {

@@ -34,12 +34,12 @@ struct token_answer {
   };
   verdict how = verdict::again;
   secret access_token = {};
-  secret refresh_token = {};                     ///< empty where the grant has none
-  std::chrono::sys_seconds expires_at = {};      ///< by this host's clock
-  std::string reason = {};                       ///< of a failure: one line, without any secret
+  secret refresh_token = {};                 ///< empty where the grant has none
+  std::chrono::sys_seconds expires_at = {};  ///< by this host's clock
+  std::string reason = {};                   ///< of a failure: one line, without any secret
   std::optional<unsigned> retry_after_s = {};
   std::optional<std::chrono::sys_seconds> date = {};  ///< Box's clock
-  bool clock_refused = false;                    ///< Box did not like the time in an assertion
+  bool clock_refused = false;                         ///< Box did not like the time in an assertion
 };
 
 using form_pairs = std::vector<std::pair<std::string, std::string>>;

@@ -4,11 +4,11 @@
 #include "net/wake.h"
 #include "tarvex_common.h"
 
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/posix/stream_descriptor.hpp>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
 
 #include <array>
 #include <cerrno>
@@ -120,7 +120,7 @@ struct broker_link::state : std::enable_shared_from_this<broker_link::state> {
   asio::posix::stream_descriptor end;
   std::function<void(const std::string&)> on_end;  ///< I/O thread
   std::mutex mutex;
-  std::uint64_t last = 0;                  // guarded by mutex
+  std::uint64_t last = 0;                   // guarded by mutex
   std::map<std::uint64_t, question> asked;  // guarded by mutex
 };
 

@@ -17,17 +17,16 @@ session::session(const session_setup& setup)
       control(loop, setup.control_socket, setup.config->line_length),
       tls(setup.tls ? std::make_unique<tls_session>(setup.tls) : nullptr),
       data(loop),
-      storage({.loop = loop,
-               .config = config,
-               .plugin = *setup.storage,
-               .changes = setup.changes,
-               .budget = setup.budget,
-               .budget_share = setup.share,
-               .credential = {.get = [this](bool renewal, std::uint64_t refused) {
-                                return credential(renewal, refused);
-                              },
-                              .used = [this](std::uint64_t generation) { broker.note_used(generation); }},
-               .who = [this] { return who(); }}),
+      storage(
+          {.loop = loop,
+           .config = config,
+           .plugin = *setup.storage,
+           .changes = setup.changes,
+           .budget = setup.budget,
+           .budget_share = setup.share,
+           .credential = {.get = [this](bool renewal, std::uint64_t refused) { return credential(renewal, refused); },
+                          .used = [this](std::uint64_t generation) { broker.note_used(generation); }},
+           .who = [this] { return who(); }}),
       limits(setup.limits),
       share(setup.share),
       end_wake_(loop) {

@@ -1,21 +1,15 @@
 // Box's own client libraries against the local Box: what they expect of Box, they must find here.
-// The path of the built emulator comes in TARVEX_EMULATOR.
 'use strict';
 const assert = require('node:assert/strict');
 const crypto = require('node:crypto');
-const fs = require('node:fs');
 const http = require('node:http');
-const os = require('node:os');
-const path = require('node:path');
-const { spawn } = require('node:child_process');
-const { once } = require('node:events');
 const { Readable } = require('node:stream');
 const { after, before, test } = require('node:test');
+const { startBox } = require('./local_box.js');
 
 const TOKEN = 'client-token';
 const LARGE = crypto.createHash('sha512').update('seed').digest().toString('hex').repeat(170000); // 21,760,000 bytes
-let emulator;
-let directory;
+let localBox;
 let base;
 
 const sha1 = (bytes) => crypto.createHash('sha1').update(bytes).digest('hex');
@@ -26,28 +20,12 @@ async function read(stream) {
   return Buffer.concat(pieces).toString();
 }
 
-async function settings(values) {
-  const answer = await fetch(`${base}/_emulator/settings`, { method: 'POST', body: JSON.stringify(values) });
-  assert.equal(answer.status, 204);
-}
-
 before(async () => {
-  directory = fs.mkdtempSync(path.join(os.tmpdir(), 'tarvex-box-'));
-  const args = ['--quiet', '--listen', '127.0.0.1:0', '--data', directory, '--account', `nora:${TOKEN}`];
-  emulator = spawn(process.env.TARVEX_EMULATOR, [...args, '--set', 'part_size=4194304']);
-  let line = '';
-  for await (const piece of emulator.stdout) {
-    line += piece;
-    if (line.includes('\n')) break;
-  }
-  base = `http://${line.trim().replace('listening on ', '')}`;
+  localBox = await startBox('--account', `nora:${TOKEN}`, '--set', 'part_size=4194304');
+  base = localBox.base;
 });
 
-after(async () => {
-  emulator.kill('SIGTERM');
-  if (emulator.exitCode === null) await once(emulator, 'exit');
-  fs.rmSync(directory, { recursive: true });
-});
+after(() => localBox.stop());
 
 /** One face for both libraries, so that both are held to the same. */
 function tenClient() {
@@ -138,7 +116,7 @@ for (const [line, make] of [['10.x', tenClient], ['3.x', threeClient]]) {
   test(`chunked upload of ${line}`, async () => {
     const box = make();
     // 10.x does not understand a commit that has to wait; 3.x does.
-    await settings({ commit_pending_count: line === '3.x' ? 2 : 0 });
+    await localBox.control('settings', { commit_pending_count: line === '3.x' ? 2 : 0 });
     const made = await box.uploadLarge('0', `large ${line}.bin`, LARGE);
     assert.equal(made.sha1, sha1(LARGE));
     assert.equal(sha1(await box.download(made.id)), sha1(LARGE));

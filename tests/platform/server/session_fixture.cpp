@@ -1,6 +1,7 @@
 #include "session_fixture.h"
 
-#include "config/accounts_cache.h"
+#include "broker/broker_service.h"
+#include "link/channel.h"
 #include "session_process.h"
 #include "storage/change_slots.h"
 #include "storage/change_view.h"
@@ -49,15 +50,29 @@ const tarvex_module_descriptor_t MODULE = {"scripted", activate, deactivate, nul
 /// All that the tests know of the server's inside: how a session is run, and what it shares with others.
 struct SessionTest::server_side {
   server::storage_plugin storage;
-  std::optional<accounts_cache> accounts;
+  descriptor broker_control;
+  std::thread broker;
   std::unique_ptr<change_slots> slots = std::make_unique<change_slots>();
   std::thread thread;
   std::future<int> status;
 
+  /// \return the session's end of a connection to a broker that runs as long as the session.
+  int connect_broker(const configuration& config) {
+    auto [mine, its] = link_pair();
+    auto [session_end, broker_end] = link_pair();
+    broker = std::thread([&config, control = std::make_shared<descriptor>(std::move(its))] {
+      broker_service service(config, std::move(*control));
+      if (service.open().empty()) service.run();
+    });
+    EXPECT_EQ(link_send(mine.get(), note_encode({.id = 1, .address = "127.0.0.1"}), broker_end.get()), 0);
+    broker_control = std::move(mine);
+    return session_end.release();
+  }
+
   void run(const configuration& config, int control_socket) {
     session_setup setup;
     setup.config = &config;
-    setup.accounts = &accounts.emplace(config.accounts_file);
+    setup.broker_socket = connect_broker(config);
     setup.storage = &storage;
     setup.changes = slots.get();
     setup.control_socket = control_socket;
@@ -110,6 +125,8 @@ void SessionTest::close_session() {
   control.close();
   unread_.clear();
   if (server_->thread.joinable()) server_->thread.join();
+  server_->broker_control = descriptor();
+  if (server_->broker.joinable()) server_->broker.join();
 }
 
 void SessionTest::add_to_account(const std::string& lines) {

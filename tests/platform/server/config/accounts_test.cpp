@@ -22,8 +22,8 @@ TEST(Accounts, CheckPasswordsOfEveryScheme) {
     ASSERT_FALSE(hash.empty()) << setting;
     const std::string file =
         folder.write("a.toml", "[\"bob@x.org\"]\npassword = '" + hash + "'\ncredential = \"c/bob.json\"\n");
-    account_map read;
-    ASSERT_TRUE(accounts_load(file, read).empty()) << setting;
+    const auto [readable, read, mistakes] = accounts_load(file, false);
+    ASSERT_TRUE(mistakes.empty()) << setting;
     const account* bob = accounts_authenticate(read, "bob@x.org", "geheim\xc3\xa9");
     ASSERT_NE(bob, nullptr) << setting;
     EXPECT_EQ(bob->credential, folder.path("c/bob.json"));
@@ -36,39 +36,104 @@ TEST(Accounts, CheckPasswordsOfEveryScheme) {
   EXPECT_EQ(accounts_authenticate({}, "bob@x.org", ""), nullptr);
 }
 
-TEST(Accounts, EveryMistakeIsReportedWithItsLine) {
+TEST(Accounts, EveryMistakeIsReportedWithItsLineAndClosesItsAccount) {
   struct row {
-    const char* content;
+    const char* content;  ///< what stands below [a]
     unsigned line;
     const char* text;
   };
   const row rows[] = {
-      {"[a]\npassword = 'plain'\ncredential = 'c'\n", 2, "no password hash"},
-      {"[a]\npassword = ''\ncredential = 'c'\n", 2, "no password hash"},
-      {"[a]\npassword = '!$6$a$b'\ncredential = 'c'\n", 2, "no password hash"},
-      {"[a]\npassword = 5\ncredential = 'c'\n", 2, "expected a text in quotes, found 5"},
-      {"[a]\npassword = '$6$a$b'\n\ncredential = ''\n", 4, "expected the path"},
-      {"[a]\ncredential = 'c'\n", 1, "so is certificates"},
-      {"[a]\ncertificates = 'x'\ncredential = 'c'\n", 2, "expected a list"},
-      {"[a]\ncertificates = []\ncredential = 'c'\n", 2, "at least one"},
-      {"[a]\ncertificates = [\n5]\ncredential = 'c'\n", 3, "expected a text"},
-      {"[a]\ncertificates = ['subject:']\ncredential = 'c'\n", 2, "\"sha256:\""},
-      {"[a]\ncertificates = ['sha256:AB']\ncredential = 'c'\n", 2, "lower-case hex"},
-      {"[a]\npassword = '$6$a$b'\n", 1, "credential in [a] is missing"},
-      {"[a]\npassword = '$6$a$b'\ncredentials = 'c'\ncredential = 'c'\n", 3, "did you mean \"credential\"?"},
-      {"\na = 'x'\n", 2, "expected a table"},
-      {"[\"a\\n\"]\npassword = '$6$a$b'\ncredential = 'c'\n", 1, "control byte"},
-      {"[a]\npassword = '$6$a$b'\npassword = 'x'\n", 3, ""},
-      {"[a\n", 1, ""},
+      {"password = 'plain'\ncredential = 'c'\n", 2, "no password hash"},
+      {"password = ''\ncredential = 'c'\n", 2, "no password hash"},
+      {"password = '!$6$a$b'\ncredential = 'c'\n", 2, "no password hash"},
+      {"password = 5\ncredential = 'c'\n", 2, "expected a text in quotes, found 5"},
+      {"password = '$6$a$b'\n\ncredential = ''\n", 4, "expected the path"},
+      {"credential = 'c'\n", 1, "so is certificates"},
+      {"certificates = 'x'\ncredential = 'c'\n", 2, "expected a list"},
+      {"certificates = []\ncredential = 'c'\n", 2, "at least one"},
+      {"certificates = [\n5]\ncredential = 'c'\n", 3, "expected a text"},
+      {"certificates = ['subject:']\ncredential = 'c'\n", 2, "\"sha256:\""},
+      {"certificates = ['sha256:AB']\ncredential = 'c'\n", 2, "lower-case hex"},
+      {"password = '$6$a$b'\n", 1, "credential in [a] is missing"},
+      {"password = '$6$a$b'\ncredentials = 'c'\ncredential = 'c'\n", 3, "did you mean \"credential\"?"},
+      {"password = '$6$a$b'\ncredential = 'c'\nroot = '/a/../..'\n", 4, "without \"..\""},
+      {"password = '$6$a$b'\ncredential = 'c'\nallow = []\n", 4, "at least one network"},
+      {"password = '$6$a$b'\ncredential = 'c'\nallow = ['::/0',\n'192.0.2.1/8']\n", 5, "such as 192.0.2.0/24"},
+      {"password = '$6$a$b'\ncredential = 'c'\nexpires = '2027-01-31'\n", 4, "a date without quotes"},
+      {"password = '$6$a$b'\ncredential = 'c'\npermissions = 'Full'\n", 4, "\"full\", \"read-only\" or"},
+      {"password = '$6$a$b'\ncredential = 'c'\n[a.x]\n", 4, "login name with a dot in quotes"},
   };
   const temporary_folder folder;
   for (const row& row : rows) {
-    account_map ignored;
-    const auto mistakes = accounts_load(folder.write("a.toml", row.content), ignored);
-    ASSERT_EQ(mistakes.size(), 1U) << row.content;
-    EXPECT_EQ(mistakes[0].line, row.line) << row.content << mistakes[0].text;
-    EXPECT_NE(mistakes[0].text.find(row.text), std::string::npos) << mistakes[0].text;
+    const std::string text = std::string("[a]\n") + row.content + "[b]\npassword = '$6$a$b'\ncredential = 'c'\n";
+    const auto read = accounts_load(folder.write("a.toml", text), false);
+    ASSERT_EQ(read.mistakes.size(), 1U) << row.content;
+    EXPECT_EQ(read.mistakes[0].line, row.line) << row.content << read.mistakes[0].text;
+    EXPECT_NE(read.mistakes[0].text.find(row.text), std::string::npos) << read.mistakes[0].text;
+    EXPECT_TRUE(read.readable);
+    EXPECT_EQ(read.accounts.at("a").name, "a");
+    EXPECT_EQ(read.accounts.at("a").mistake, read.mistakes[0].text);
+    EXPECT_EQ(read.accounts.at("b").mistake, "");
+    EXPECT_EQ(accounts_authenticate(read.accounts, "a", "plain"), nullptr);
   }
+}
+
+TEST(Accounts, MistakesOfTheFileLeaveNoAccount) {
+  const temporary_folder folder;
+  const struct {
+    const char* content;
+    bool readable;
+    unsigned line;
+    const char* text;
+  } rows[] = {
+      {"\na = 'x'\n", true, 2, "expected a table"},
+      {"[\"a\\n\"]\npassword = '$6$a$b'\ncredential = 'c'\n", true, 1, "control byte"},
+      {"[a]\npassword = '$6$a$b'\npassword = 'x'\n", false, 3, ""},
+      {"[a\n", false, 1, ""},
+  };
+  for (const auto& row : rows) {
+    const auto read = accounts_load(folder.write("a.toml", row.content), true);
+    ASSERT_EQ(read.mistakes.size(), 1U) << row.content;
+    EXPECT_EQ(read.readable, row.readable) << row.content;
+    EXPECT_EQ(read.mistakes[0].line, row.line) << row.content;
+    EXPECT_NE(read.mistakes[0].text.find(row.text), std::string::npos) << read.mistakes[0].text;
+    for (const auto& [name, who] : read.accounts) EXPECT_NE(who.mistake, "") << row.content;
+  }
+  EXPECT_EQ(accounts_load(folder.path("none"), true).mistakes.at(0).line, 0U);
+  EXPECT_FALSE(accounts_load(folder.path("none"), true).readable);
+}
+
+TEST(Accounts, EveryKeyIsRead) {
+  const temporary_folder folder;
+  const auto read = accounts_load(folder.write("a.toml", R"([a]
+password = '$6$a$b'
+root = "//Projects/./X/"
+permissions = "upload-only"
+allow = ["192.0.2.0/24", "2001:db8::1"]
+expires = 2028-02-29
+disabled = true
+max_sessions = 4
+max_upload = 5368709120
+[b]
+password = '$6$a$b'
+)"),
+                                  true);
+  ASSERT_TRUE(read.mistakes.empty()) << mistake_text(read.mistakes[0]);
+  const account& a = read.accounts.at("a");
+  EXPECT_EQ(a.root, "/Projects/X");
+  EXPECT_EQ(account_permissions_text(a.permissions), "upload-only");
+  ASSERT_EQ(a.allow.size(), 2U);
+  EXPECT_EQ(client_network_text(a.allow[1]), "2001:db8::1/128");
+  EXPECT_EQ(a.expires, std::chrono::year(2028) / 2 / 29);
+  EXPECT_TRUE(a.disabled);
+  EXPECT_EQ(a.max_sessions, 4U);
+  EXPECT_EQ(a.max_upload, 5368709120U);
+  EXPECT_EQ(a.credential, "");
+  const account& b = read.accounts.at("b");
+  EXPECT_EQ(b.root, "/");
+  EXPECT_EQ(b.permissions, account_permissions::full);
+  EXPECT_TRUE(accounts_credential_folders(read.accounts).empty());
+  EXPECT_TRUE(accounts_credential_mistakes("a.toml", read.accounts).empty());
 }
 
 TEST(Accounts, CertificatesLogInByAnyOfTheirNames) {
@@ -77,8 +142,8 @@ TEST(Accounts, CertificatesLogInByAnyOfTheirNames) {
   const std::string file = folder.write("a.toml", "[bob]\ncertificates = ['subject:CN=bob', '" + digest +
                                                       "']\ncredential = 'c'\n[eve]\npassword = '" +
                                                       hash_of("x", "$1$abc") + "'\ncredential = 'c'\n");
-  account_map read;
-  ASSERT_TRUE(accounts_load(file, read).empty());
+  const auto [readable, read, mistakes] = accounts_load(file, false);
+  ASSERT_TRUE(mistakes.empty());
   const struct {
     const char* name;
     std::vector<std::string> shown;

@@ -1,15 +1,28 @@
 #include "config/configuration.h"
 
+#include "config/secret_file.h"
 #include "support/temporary_folder.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
 
 namespace tarvex::server {
 namespace {
 
 class Configuration : public testing::Test {
  protected:
-  Configuration() { folder_.write("accounts.toml", ""); }
+  Configuration() {
+    write("accounts.toml", "", 0644);
+    write("key", std::string(32, '\0') + "\n", 0600);
+    write("short", std::string(31, 'k') + "\n", 0600);
+    write("exposed", std::string(32, 'k'), 0640);
+  }
+
+  void write(const char* name, const std::string& content, mode_t mode) const {
+    chmod(folder_.write(name, content).c_str(), mode);
+  }
 
   std::vector<configuration_mistake> load(const std::string& text, configuration& out) const {
     return configuration_load(folder_.write("c.toml", text), out);
@@ -122,6 +135,24 @@ TEST_F(Configuration, EveryMistakeIsReportedWithItsLine) {
       {"box", "proxy = 'http://@h'", "SCHEME"},
       {"box", "proxy = 'http://u:p@'", "SCHEME"},
       {"box", "proxy = 'h:1'", "SCHEME"},
+      {"box", "authorize_url = 'http://box.example/authorize'", "http for a loopback host only"},
+      {"box", "token_url = 'https://api.box.com'", "https://HOST[:PORT]/PATH"},
+      {"box", "token_url = 'http://localhost.example/t'", "loopback"},
+      {"box", "token_url = 'http://127.0.0.1@box.example/t'", "loopback"},
+      {"box", "token_url = 'https://u@api.box.com/t'", "HOST"},
+      {"box", "revoke_url = 'https://api.box.com/t?x=1'", "without \"?\" and \"#\""},
+      {"box", "revoke_url = 'https://api.box.com/a b'", "PATH"},
+      {"box", "redirect = 'http://192.0.2.1/callback'", "loopback"},
+      {"box", "redirect = 'urn:callback'", "PATH"},
+      {"box", "client_secret_file = 'none'", "client_secret_file in [box]: "},
+      {"box", "client_secret_file = 'accounts.toml'", "may be read or written by others"},
+      {"broker", "encryption = 'aes'", "\"aes-256-gcm\" or \"none\""},
+      {"broker", "key_file = ''", "a path"},
+      {"broker", "key_file = 'none'", "cannot be looked at: No such file"},
+      {"broker", "key_file = 'short'", "has 31 bytes, and 32 are needed; make one with: openssl rand -out"},
+      {"broker", "key_file = 'exposed'", "chmod 600 it"},
+      {"broker", "user = ''", "the name of a user"},
+      {"broker", "idle_renewal = 59", "from 60 to 5184000"},
       {"limits", "spool_memory_bytes = -1", "from 0 to"},
       {"limits", "line_length = 10", "from 512 to 65536"},
       {"limits", "data_streams = 0", "from 1 to 256"},
@@ -146,6 +177,68 @@ TEST_F(Configuration, EveryMistakeIsReportedWithItsLine) {
     EXPECT_NE(last.text.find(row.text), std::string::npos) << last.text;
     EXPECT_EQ(mistake_text(last), folder_.path("c.toml") + ":" + std::to_string(last.line) + ": " + last.text);
   }
+}
+
+TEST_F(Configuration, BrokerAndItsAppHaveDefaultsAndSecrets) {
+  struct row {
+    const char* text;
+    const char* mistake;  ///< empty: none
+  };
+  const row rows[] = {
+      {"[broker]\nencryption = 'none'", ""},
+      {"[broker]\nkey_file = 'key'", ""},
+      {"[broker]", "openssl rand -out key 32"},
+      {"[broker]\nencryption = 'none'\ndirectory = 'spool/b'\n[server]\nspool_directory = 'spool'",
+       "lies in spool_directory"},
+      {"[broker]\nencryption = 'none'\ndirectory = 'link/b'\n[server]\nspool_directory = 'spool'",
+       "lies in spool_directory"},
+      {"[broker]\nkey_file = 'spool/key'\n[server]\nspool_directory = 'spool'", "key_file in [broker]: "},
+      {"[broker]\nencryption = 'none'\ndirectory = 'spool2'\n[server]\nspool_directory = 'spool'", ""},
+  };
+  std::filesystem::create_directory(folder_.path("spool"));
+  std::filesystem::create_directory_symlink("spool", folder_.path("link"));
+  for (const row& row : rows) {
+    configuration read;
+    const auto mistakes = load(std::string("[accounts]\nfile = 'not-there-yet.toml'\n") + row.text + "\n", read);
+    EXPECT_EQ(mistakes.empty(), *row.mistake == '\0') << row.text;
+    for (const auto& mistake : mistakes)
+      EXPECT_NE(mistake.text.find(row.mistake), std::string::npos) << row.text << ": " << mistake.text;
+    EXPECT_EQ(read.broker_directory.find(folder_.path()), 0U);
+  }
+  configuration read;
+  ASSERT_TRUE(load(R"([accounts]
+file = 'accounts.toml'
+[box]
+authorize_url = "http://127.8.0.1:8080/a"
+token_url = "http://[::1]:8080/oauth2/token"
+client_id = "me"
+client_secret_file = "key"
+redirect = "http://LocalHost/callback"
+[broker]
+encryption = "none"
+user = "other"
+idle_renewal = 5184000
+)",
+                   read)
+                  .empty());
+  EXPECT_EQ(read.box_revoke_url, "http://[::1]:8080/oauth2/revoke");
+  EXPECT_EQ(read.broker_directory, folder_.path("broker"));
+  EXPECT_EQ(read.broker_encryption, store_encryption::none);
+  EXPECT_EQ(read.broker_user, "other");
+  EXPECT_EQ(read.broker_idle_renewal_s, 5184000U);
+  EXPECT_EQ(read.box_client_secret_file, folder_.path("key"));
+}
+
+TEST_F(Configuration, SystemdPassesTheKey) {
+  configuration config;
+  ASSERT_EQ(load("[accounts]\nfile = 'accounts.toml'\n[broker]\n", config).size(), 1U);
+  write("store-key", std::string(32, '\n') + "\n", 0440);
+  ASSERT_EQ(setenv("CREDENTIALS_DIRECTORY", folder_.path().c_str(), 1), 0);
+  EXPECT_TRUE(load("[accounts]\nfile = 'accounts.toml'\n[broker]\n", config).empty());
+  secret key;
+  EXPECT_EQ(store_key_read(config, key), "");
+  unsetenv("CREDENTIALS_DIRECTORY");
+  EXPECT_EQ(key.text(), std::string(32, '\n')) << "one newline is the file's, the others are the key's";
 }
 
 TEST_F(Configuration, WhatIsMissingIsNamedAndAllMistakesComeTogether) {
