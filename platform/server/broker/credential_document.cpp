@@ -3,6 +3,7 @@
 #include "base/log.h"
 #include "base/regular_file.h"
 #include "link/frame.h"
+#include "tarvex_common.hpp"
 
 #include <fmt/chrono.h>
 

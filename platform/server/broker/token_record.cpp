@@ -1,6 +1,7 @@
 #include "broker/token_record.h"
 
 #include "link/frame.h"
+#include "tarvex_common.hpp"
 
 #include <algorithm>
 #include <array>
