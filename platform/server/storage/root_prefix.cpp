@@ -13,7 +13,7 @@ namespace tarvex::server {
 
 namespace {
 
-using form = std::string (*)(std::string_view path);
+using path_writer = std::string (*)(std::string_view path);
 
 std::string as_it_is(std::string_view path) {
   return std::string(path);
@@ -34,7 +34,7 @@ std::string with_escapes(std::string_view path) {
 }
 
 /// How a path may be written.
-constexpr std::array<form, 3> SPELLINGS = {as_it_is, with_quotes_doubled, with_escapes};
+constexpr std::array<path_writer, 3> SPELLINGS = {as_it_is, with_quotes_doubled, with_escapes};
 
 /// Whether a path that is read up to there may be over: a name may go on with the letters and marks of names.
 bool may_end_before(std::string_view rest) {
@@ -75,7 +75,7 @@ std::vector<spelling> spellings(const root_prefix& root, std::initializer_list<s
   std::vector<spelling> all;
   for (const std::string_view path : paths) {
     if (!root.holds(path)) continue;
-    for (const form write : SPELLINGS) all.push_back({write(path), write(root.to_client(path))});
+    for (const path_writer write : SPELLINGS) all.push_back({write(path), write(root.to_client(path))});
   }
   std::ranges::stable_sort(all, [](const auto& a, const auto& b) { return a.in_box.size() > b.in_box.size(); });
   return all;
