@@ -6,7 +6,7 @@
 namespace tarvex::emulator {
 namespace {
 
-constexpr std::size_t MAX_BODY_BYTES = 1024UL * 1024;
+constexpr std::size_t MAX_METADATA_BYTES = 1024UL * 1024;
 constexpr const char* TEMPLATE_ID = "properties-6bcba49f-ca6d-4d2a-a758-57fe6edf44d0";
 
 /// The item, and a look at scope and template: this Box has the one template that every account has. The short form of
@@ -38,7 +38,7 @@ void check_values(const json_t* object) {
 
 /// Null for what is not JSON; each call says in its own words what it wanted.
 json_ptr parsed_body(call& of) {
-  const std::string text = of.body_text(MAX_BODY_BYTES);
+  const std::string text = of.body_text(MAX_METADATA_BYTES);
   of.note_body(text);
   return json_parse(text);
 }

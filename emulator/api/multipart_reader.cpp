@@ -9,7 +9,7 @@ namespace tarvex::emulator {
 namespace {
 
 constexpr std::size_t BUFFER_BYTES = 1024UL * 1024;
-constexpr std::size_t MAX_HEAD_BYTES = 16UL * 1024;
+constexpr std::size_t MAX_PART_HEAD_BYTES = 16UL * 1024;
 
 /// Where `needle`, which begins with CR, stands in `text`. Faster than a general search on data with few CRs.
 std::size_t find_delimiter(std::string_view text, std::string_view needle) {
@@ -102,7 +102,7 @@ std::optional<part_head> multipart_reader::next_part() {
       begin_ += head_end + 4;
       return head;
     }
-    require(pending.size() < MAX_HEAD_BYTES, "The head of a part is too long");
+    require(pending.size() < MAX_PART_HEAD_BYTES, "The head of a part is too long");
     fill();
   }
 }

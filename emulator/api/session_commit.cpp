@@ -13,7 +13,7 @@
 namespace tarvex::emulator {
 namespace {
 
-constexpr std::size_t BUFFER_BYTES = 256UL * 1024;
+constexpr std::size_t COMMIT_BUFFER_BYTES = 256UL * 1024;
 
 /// Whether what a client lists is what the server has. Throws `parts_mismatch`.
 void check_parts(const upload_session& session, const std::vector<upload_part>& stored, const json_t* listed) {
@@ -78,7 +78,7 @@ std::string whole_digest(const call& of, const upload_session& session) {
   lock.unlock();
   const descriptor file = of.box.contents.open(session.content(), false);
   if (!file) throw box_problem("session_expired");  // another commit or an abort was faster
-  std::vector<char> buffer(BUFFER_BYTES);
+  std::vector<char> buffer(COMMIT_BUFFER_BYTES);
   while (at < session.size) {
     const std::size_t got = file_read(file.get(), buffer.data(), buffer.size(), at);
     if (got == 0) throw box_problem("upload_failed");

@@ -10,11 +10,11 @@
 namespace tarvex::emulator {
 namespace {
 
-using member = std::variant<std::int64_t settings::*, bool settings::*, std::string settings::*>;
+using setting_member = std::variant<std::int64_t settings::*, bool settings::*, std::string settings::*>;
 
 struct setting_row {
   std::string_view name;
-  member place;
+  setting_member place;
   std::string_view choices;  // "a|b" for texts that take only these; empty: any
   std::string_view help;
 };

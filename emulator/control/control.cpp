@@ -9,7 +9,7 @@
 namespace tarvex::emulator {
 namespace {
 
-constexpr std::size_t MAX_BODY_BYTES = 16UL * 1024 * 1024;
+constexpr std::size_t MAX_CONTROL_BYTES = 16UL * 1024 * 1024;
 constexpr std::string_view PREFIX = "/_emulator/";
 
 response refused(const std::string& why) {
@@ -123,7 +123,7 @@ std::string read_all(body_source& body) {
   while (const std::size_t got = body.read(buffer)) {
     text.append(buffer, 0, got);
     // Only a broken script sends so much.
-    if (text.size() > MAX_BODY_BYTES) throw connection_lost();
+    if (text.size() > MAX_CONTROL_BYTES) throw connection_lost();
   }
   return text;
 }

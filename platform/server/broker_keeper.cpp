@@ -16,6 +16,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <tuple>
 #include <utility>
 
 namespace tarvex::server {
@@ -38,6 +39,13 @@ bool keeper_wait_readable(int fd, milliseconds limit) {
     count = poll(&awaited, 1, static_cast<int>(limit.count()));
   } while (count < 0 && errno == EINTR);
   return count > 0;
+}
+
+/// What the broker goes by.
+auto settings_of_broker(const configuration& c) {
+  return std::tie(c.accounts_file, c.box_ca_file, c.box_proxy, c.box_token_url, c.box_revoke_url, c.box_client_id,
+                  c.box_client_secret_file, c.broker_directory, c.broker_key_file, c.broker_encryption, c.broker_user,
+                  c.broker_idle_renewal_s);
 }
 
 /// As fork(2), with this process's parent as the parent of the new one.
@@ -129,11 +137,15 @@ std::string broker_keeper::start(const std::string& file, const configuration& c
   return error;
 }
 
-/// The broker ends with the connection to it; `ended` starts the next.
+/// The broker ends with the connection to it; `ended` starts the next. One that has no reason to end knows the accounts
+/// as they were before a mistake got into their file.
 void broker_keeper::renew(const configuration& config) {
+  const bool differs = settings_of_broker(config) != settings_of_broker(config_);
   config_ = config;
+  if (!differs) return;
   control_ = descriptor();
   ready_ = false;
+  started_ = {};
 }
 
 bool broker_keeper::hand(kept_connection& kept) {

@@ -28,7 +28,7 @@ class broker_keeper {
   /// \return what went wrong; empty: it serves.
   [[nodiscard]] std::string start(const std::string& file, const configuration& config);
 
-  /// Ends the broker, so that another one goes by the configuration as it is now.
+  /// Ends the broker where the configuration says other things for it, so that another one goes by them.
   void renew(const configuration& config);
 
   /// Makes a connection for a session. \return the session's end; none when there are no descriptors.

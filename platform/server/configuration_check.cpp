@@ -27,7 +27,6 @@ void check_accounts_file(const configuration& config, configuration_findings& fo
   accounts_reading read = accounts_load(config.accounts_file, !config.broker_directory.empty());
   append_mistakes(read.readable ? found.account_mistakes : found.mistakes, std::move(read.mistakes));
   append_mistakes(found.account_mistakes, accounts_credential_mistakes(config.accounts_file, read.accounts));
-  accounts_warn_exposed(config.accounts_file, read.accounts);
 }
 
 }  // namespace

@@ -80,6 +80,11 @@ class App:
         return self.token("urn:ietf:params:oauth:grant-type:jwt-bearer", expected, assertion=self.assertion(**more))
 
 
+def same(*pairs):
+    """Whether answers differ in nothing but the time that is left."""
+    return len({json.dumps({**pair, "expires_in": 0}, sort_keys=True) for pair in pairs}) == 1
+
+
 class Page(html.parser.HTMLParser):
     """What a browser makes of a page: its elements' attributes by id, the names of its tags, its text."""
 

@@ -123,20 +123,22 @@ class Server(Program):
 
     def __init__(self, directory, box, settings=None, policy=FAST_POLICY, server_lines="", credential=None,
                  api_base=None, ca=None, environment=None, tables="", command=(), listen="127.0.0.1:0",
-                 inherited=(), accounts=None, options=()):
+                 inherited=(), accounts=None, box_lines="", storage_lines="", prepare=None,
+                 others=None, options=()):
         """`tables`: TOML that follows the rest; `command`: what starts the program, where it is not just started;
-        `accounts`: name -> what else its table says."""
+        `accounts`: the accounts file, where it is not that of one account with a credential file; `prepare`: called
+        when all files are there; `others`: name -> what else the table of an account says that serves the same Box user;
+        `options`: of the program."""
         self.directory = directory
         self.credential_path = directory / "alice.json"
         self.write_credential(credential or {
             "access_token": box.token, "token_expiry": "2099-01-01T00:00:00.000000+00:00", "sub": box.user_id,
             "max_upload": 5 * 1024**3})
-        hashed = subprocess.run(["openssl", "passwd", "-5", PASSWORD], capture_output=True, text=True, check=True)
-        (directory / "accounts.toml").write_text("".join(
-            f'[{name}]\npassword = "{hashed.stdout.strip()}"\ncredential = "alice.json"\n{lines}\n'
-            for name, lines in {"alice": "", **(accounts or {})}.items()))
-        values = "\n".join(f"{key} = {value}" for key, value in {
-            "upload_per_second": 10000, **(settings or {})}.items())
+        (directory / "accounts.toml").write_text(accounts or "".join(
+            f'[{name}]\npassword = "{hashed_password()}"\ncredential = "alice.json"\n{lines}\n'
+            for name, lines in {"alice": "", **(others or {})}.items()))
+        settings = {"upload_per_second": 10000, **(settings or {})} if settings != {} else {}
+        values = "\n".join(f"{key} = {value}" for key, value in settings.items())
         (directory / "server.toml").write_text(f"""
 [server]
 listen = ["{listen}"]
@@ -145,15 +147,19 @@ listen = ["{listen}"]
 file = "accounts.toml"
 [storage]
 policy = '{policy}'
+{storage_lines}
 [storage.settings]
 {values}
 [box]
 api_base = "{api_base or box.base}"
 upload_base = "{api_base or box.base}"
+{box_lines}
 {f'ca_file = "{ca}"' if ca else ""}
 {"" if "[security]" in tables else SECURITY}
 {tables}
 """)
+        if prepare:
+            prepare()
         super().__init__([*command, BUILD / "bin/tarvex-gridftp-server", "--config", directory / "server.toml", *options],
                          directory, "server", environment, inherited)
 
@@ -200,6 +206,11 @@ upload_base = "{api_base or box.base}"
         return subprocess.run(["lftp", "-u", f"alice,{PASSWORD}", "-e", script + "; bye", self.url],
                               capture_output=True, text=True, check=check, timeout=timeout,
                               env={**os.environ, "HOME": str(self.directory)})
+
+
+def hashed_password():
+    return subprocess.run(["openssl", "passwd", "-5", PASSWORD], capture_output=True, text=True,
+                          check=True).stdout.strip()
 
 
 def put(client, path, content):

@@ -58,7 +58,7 @@ def box(tmp_path_factory):
 @pytest.fixture(scope="module")
 def server(tmp_path_factory, box):
     accounts = {name: f'permissions = "{preset}"' for name, preset in PRESETS.items()}
-    program = Server(tmp_path_factory.mktemp("server"), box, settings=SMALL_SERVER, accounts=accounts,
+    program = Server(tmp_path_factory.mktemp("server"), box, settings=SMALL_SERVER, others=accounts,
                      server_lines="end_grace_ms = 15\n[limits]\nconnections_per_minute = 0")
     yield program
     assert program.stop() == 0

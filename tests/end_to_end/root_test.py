@@ -43,7 +43,7 @@ def server(tmp_path_factory, box, tree):
     accounts = {"rooted": f'root = "/Projects/{NAME}"', "again": f'root = "/Projects/{AGAIN}"',
                 "elsewhere": f'root = "/Projects/{NAME}/missing"',
                 "on_file": f'root = "/Projects/{NAME.lower()}.txt"', "below_file": f'root = "/Projects/{NAME.lower()}.txt/a"'}
-    program = Server(tmp_path_factory.mktemp("server"), box, settings=SMALL_SERVER, accounts=accounts,
+    program = Server(tmp_path_factory.mktemp("server"), box, settings=SMALL_SERVER, others=accounts,
                      options=("--log-level", "debug"),
                      server_lines="end_grace_ms = 15\n[limits]\nconnections_per_minute = 0")
     yield program

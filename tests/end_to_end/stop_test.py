@@ -173,7 +173,7 @@ def test_reload_takes_what_is_good_and_nothing_of_what_is_not(start):
     assert "listen in [server] has changed; that takes a restart" in log
     accounts = server.directory / "accounts.toml"
     good = accounts.read_text()
-    accounts.write_text(good + "[bob]\n")
+    accounts.write_text(good + "[bob\n")
     assert "nothing is changed" in change(server, "max_sessions = 2000", "max_sessions = 1")
     server.ftp().quit()
     accounts.write_text(good)

@@ -93,6 +93,7 @@ std::string broker_service::open() {
     return config_.accounts_file + " cannot be used by the user that the broker runs as: " + std::strerror(errno);
   (void)cache_.refresh();
   accounts_ = std::make_shared<account_map>(cache_.accounts());
+  accounts_warn_exposed(config_.accounts_file, *accounts_);
   return renewals_.open();
 }
 

@@ -52,8 +52,7 @@ void read_texts(const toml_entry& entry, std::string_view one, std::string_view 
   if (items == nullptr) return;
   if (items->empty()) mistakes.add(entry.line, entry.where + ": name at least one " + std::string(one));
   for (const toml::node& node : *items) {
-    const unsigned line = node.source().begin.line;
-    const toml_entry item{node, line == 0 ? entry.line : line, entry.where};
+    const toml_entry item{node, node.source().begin.line, entry.where};
     const auto* const text = toml_expect<std::string>(item, mistakes);
     if (text != nullptr && !take(*text)) toml_refuse(item, expected, mistakes);
   }

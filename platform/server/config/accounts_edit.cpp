@@ -78,6 +78,7 @@ std::string accounts_edit::open(const std::string& file, std::chrono::millisecon
   std::string error = follow_links(file, file_);
   if (error.empty()) error = take_lock(file_, patience, lock_);
   if (error.empty()) error = read_text(file_, text_);
+  if (!error.empty()) lock_ = descriptor();
   before_ = text_;
   return error;
 }

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 
 namespace tarvex::server {
@@ -74,7 +75,8 @@ void check_place(const configuration& config, const place_row& row, mistake_list
 
 bool belongs_to_another(const std::string& path) {
   struct stat status = {};
-  return stat(path.c_str(), &status) == 0 && status.st_uid != geteuid() && access(path.c_str(), R_OK) != 0;
+  if (stat(path.c_str(), &status) != 0) return errno == EACCES;
+  return status.st_uid != geteuid() && access(path.c_str(), R_OK) != 0;
 }
 
 void broker_check(const configuration& config, mistake_list& mistakes) {

@@ -9,7 +9,7 @@ namespace tarvex::server {
 /// mistake: they are the broker's, which says so itself when it cannot read them.
 void broker_check(const configuration& config, mistake_list& mistakes);
 
-/// Whether who runs this may not read a file because it is another user's.
+/// Whether who runs this may not read a file because it, or its folder, is another user's.
 [[nodiscard]] bool belongs_to_another(const std::string& path);
 
 }  // namespace tarvex::server

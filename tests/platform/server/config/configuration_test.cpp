@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 
@@ -227,6 +228,26 @@ idle_renewal = 5184000
   EXPECT_EQ(read.broker_user, "other");
   EXPECT_EQ(read.broker_idle_renewal_s, 5184000U);
   EXPECT_EQ(read.box_client_secret_file, folder_.path("key"));
+}
+
+/// Ends with 0 when there are as many mistakes.
+[[noreturn]] void load_as(uid_t user, const std::string& file, std::size_t mistakes) {
+  configuration ignored;
+  if (setuid(user) != 0) std::exit(2);
+  std::exit(configuration_load(file, ignored).size() == mistakes ? 0 : 1);
+}
+
+TEST_F(Configuration, FilesOfTheBrokersUserAreLeftToIt) {
+  constexpr uid_t OTHER = 65534;
+  if (geteuid() != 0) GTEST_SKIP() << "only root becomes others";
+  chmod(folder_.path().c_str(), 0755);
+  write("accounts.toml", "", 0600);
+  const std::string file = folder_.write(
+      "c.toml", "[accounts]\nfile = 'accounts.toml'\n[box]\nclient_secret_file = 'key'\n[broker]\nkey_file = 'key'\n");
+  EXPECT_EXIT(load_as(OTHER, file, 0), testing::ExitedWithCode(0), "");
+  write("key", "", 0);
+  ASSERT_EQ(chown(folder_.path("key").c_str(), OTHER, OTHER), 0);
+  EXPECT_EXIT(load_as(OTHER, file, 2), testing::ExitedWithCode(0), "") << "its own, and it cannot read it";
 }
 
 TEST_F(Configuration, SystemdPassesTheKey) {
