@@ -169,10 +169,10 @@ upload_base = "{api_base or box.base}"
         new.chmod(0o600)
         new.rename(self.credential_path)
 
-    def ftp(self, timeout=60, user="alice"):
+    def ftp(self, timeout=60):
         client = ftplib.FTP(timeout=timeout)
         client.connect(self.host.strip("[]"), self.port)
-        client.login(user, PASSWORD)
+        client.login("alice", PASSWORD)
         return client
 
     def sessions(self):
