@@ -149,7 +149,7 @@ TEST_F(Configuration, EveryMistakeIsReportedWithItsLine) {
       {"box", "client_secret_file = 'accounts.toml'", "is empty"},
       {"broker", "encryption = 'aes'", "\"aes-256-gcm\" or \"none\""},
       {"broker", "key_file = ''", "a path"},
-      {"broker", "key_file = 'none'", "cannot be looked at: No such file"},
+      {"broker", "key_file = 'none'", "cannot be opened: No such file"},
       {"broker", "key_file = 'short'", "has 31 bytes, and 32 are needed; make one with: openssl rand -out"},
       {"broker", "key_file = 'exposed'", "exposed "},
       {"broker", "user = ''", "the name of a user"},
