@@ -37,7 +37,8 @@ void broker_set_signals() {
 /// Serves until the listener is done. \return whether it did; the listener is told why not.
 bool broker_serve(const configuration& config, descriptor control) {
   const int notes = control.get();
-  std::string error = privileges_give_up(broker_user(config));
+  const std::string user = broker_user(config);
+  std::string error = user == "root" ? std::string() : privileges_give_up(user);
   hide_memory();  // again: the change of user undoes it
   broker_service service(config, std::move(control));
   if (error.empty()) error = service.open();
