@@ -3,9 +3,12 @@
 #include "base/leak_check.h"
 #include "base/log.h"
 #include "broker/broker_service.h"
+#include "config/broker_check.h"
+#include "config/secret_file.h"
 #include "confine/file_access.h"
 #include "confine/fresh_process.h"
 #include "confine/privileges.h"
+#include "confine/session_places.h"
 #include "link/channel.h"
 
 #include <malloc.h>
@@ -34,13 +37,24 @@ void broker_set_signals() {
 /// Serves until the listener is done. \return whether it did; the listener is told why not.
 bool broker_serve(const configuration& config, descriptor control) {
   const int notes = control.get();
-  std::string error = privileges_give_up(broker_user(config));
+  const std::string user = broker_user(config);
+  std::string error = user == "root" ? std::string() : privileges_give_up(user);
   hide_memory();  // again: the change of user undoes it
   broker_service service(config, std::move(control));
   if (error.empty()) error = service.open();
   if (error.empty()) service.run();
   if (!error.empty()) (void)link_send(notes, note_encode({.error = error}));
   return error.empty();
+}
+
+/// What of the broker's lies where sessions may read; empty: nothing.
+std::string place_in_reach(const configuration& config) {
+  for (const std::string& path : {config.broker_directory, store_key_path(config), config.box_client_secret_file,
+                                  config.accounts_file}) {
+    for (const accessible_place& place : session_places(config))
+      if (!path.empty() && lies_in(path, place.path)) return path + " lies in " + place.path + ", which they may read";
+  }
+  return {};
 }
 
 }  // namespace
@@ -57,11 +71,12 @@ std::string broker_apart(const configuration& config, std::string& warning) {
     return "user in [broker]: there is no user \"" + config.broker_user + "\" to become: make one (useradd --system " +
            config.broker_user + "), or name another";
   const bool confined = config.sandbox != sandbox_mode::off && file_access_version() > 0;
-  if (confined) return {};
+  const std::string place = confined ? place_in_reach(config) : "they are not confined by Landlock";
+  if (place.empty()) return {};
   const std::string why =
       "nothing keeps sessions from the broker's files: it has no user of its own (user in [broker], of a server that "
-      "is "
-      "started as root), and they are not confined by Landlock";
+      "is started as root), and " +
+      place;
   if (config.sandbox == sandbox_mode::require) return why + ", as sandbox = \"require\" in [security] wants";
   warning = why;
   return {};

@@ -119,21 +119,24 @@ SMALL_SERVER = {"chunked_minimum": 100_000, "progress_timeout_ms": 700, "max_del
 
 
 class Server(Program):
-    """The server, with one account "alice"."""
+    """The server, with an account "alice", and others that serve the same Box user."""
 
     def __init__(self, directory, box, settings=None, policy=FAST_POLICY, server_lines="", credential=None,
                  api_base=None, ca=None, environment=None, tables="", command=(), listen="127.0.0.1:0",
-                 inherited=(), accounts=None, box_lines="", storage_lines="", prepare=None):
+                 inherited=(), accounts=None, box_lines="", storage_lines="", prepare=None,
+                 others=None, options=()):
         """`tables`: TOML that follows the rest; `command`: what starts the program, where it is not just started;
         `accounts`: the accounts file, where it is not that of one account with a credential file; `prepare`: called
-        when all files are there."""
+        when all files are there; `others`: name -> what else the table of an account says that serves the same Box user;
+        `options`: of the program."""
         self.directory = directory
         self.credential_path = directory / "alice.json"
         self.write_credential(credential or {
             "access_token": box.token, "token_expiry": "2099-01-01T00:00:00.000000+00:00", "sub": box.user_id,
             "max_upload": 5 * 1024**3})
-        (directory / "accounts.toml").write_text(
-            accounts or f'[alice]\npassword = "{hashed_password()}"\ncredential = "alice.json"\n')
+        (directory / "accounts.toml").write_text(accounts or "".join(
+            f'[{name}]\npassword = "{hashed_password()}"\ncredential = "alice.json"\n{lines}\n'
+            for name, lines in {"alice": "", **(others or {})}.items()))
         settings = {"upload_per_second": 10000, **(settings or {})} if settings != {} else {}
         values = "\n".join(f"{key} = {value}" for key, value in settings.items())
         (directory / "server.toml").write_text(f"""
@@ -157,7 +160,7 @@ upload_base = "{api_base or box.base}"
 """)
         if prepare:
             prepare()
-        super().__init__([*command, BUILD / "bin/tarvex-gridftp-server", "--config", directory / "server.toml"],
+        super().__init__([*command, BUILD / "bin/tarvex-gridftp-server", "--config", directory / "server.toml", *options],
                          directory, "server", environment, inherited)
 
     def write_credential(self, document):

@@ -20,12 +20,12 @@ class Lost(Exception):
 class Client:
     """One session."""
 
-    def __init__(self, server, login=True):
+    def __init__(self, server, login=True, user="alice"):
         self.control = socket.create_connection((server.host, server.port), timeout=PATIENCE_S)
         self.lines = self.control.makefile("rb")
         self.address = (server.host, server.port)
         self.last_cut = None  # what the server has said of the last store that broke off
-        entry = ("USER alice", 331), (f"PASS {PASSWORD}", 230), ("TYPE I", 200)
+        entry = (f"USER {user}", 331), (f"PASS {PASSWORD}", 230), ("TYPE I", 200)
         for line, code in ((None, 220), *(entry if login else ())):
             answer = self.command(line) if line else self.reply()
             if answer[0] != code:

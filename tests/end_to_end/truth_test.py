@@ -346,6 +346,17 @@ def test_a_broken_upload_goes_on_whatever_else_is_done(scene):
     assert client.reply()[0] == 226 and scene.holds("broken") == sha1(LARGE)
 
 
+def test_an_upload_that_goes_on_deletes_nothing(scene):
+    client, other = scene.session(), scene.session()
+    assert "REST 80000" in scene.put(client, "broken", LARGE[:90_000], announce=len(LARGE))[1]
+    assert scene.put(other, "broken", NEW)[0] == 226
+    assert b"broken" in client.fetch(f"NLST /{scene.name}")[2]
+    assert scene.ask(other, "RNFR {0}/broken RNTO {0}/kept")[0] == 250
+    assert client.command("REST 80000")[0] == 350 and refused(scene.put(client, "broken", LARGE[80_000:]))
+    assert scene.holds("kept") == sha1(NEW) and scene.holds("broken") is None
+    assert scene.put(client, "broken", NEW)[0] == 226
+
+
 def test_a_spooled_store_waits_while_box_is_busy(box, scene):
     client = scene.session()
     box.fault(method="POST", path="/api/2.0/files/content", status=429, text="", times=2)

@@ -94,6 +94,9 @@ std::string broker_service::open() {
   (void)cache_.refresh();
   accounts_ = std::make_shared<account_map>(cache_.accounts());
   accounts_warn_exposed(config_.accounts_file, *accounts_);
+  file_warn_exposed("client secret", config_.box_client_secret_file);
+  if (config_.broker_encryption != store_encryption::none)
+    file_warn_exposed("key of the broker's store", config_.broker_key_file);
   return renewals_.open();
 }
 

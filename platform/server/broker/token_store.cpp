@@ -3,6 +3,7 @@
 #include "base/number.h"
 #include "base/regular_file.h"
 #include "base/text.h"
+#include "config/secret_file.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -14,7 +15,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <new>
@@ -31,7 +31,6 @@ constexpr std::string_view SEALED = "TVXR1", PLAIN = "TVXR0";
 constexpr std::size_t GENERATION_BYTES = 8;
 constexpr std::size_t HEAD_BYTES = SEALED.size() + store_cipher::KEY_ID_BYTES + GENERATION_BYTES;
 constexpr off_t RECORD_BYTES_MAX = 32 * 1024;
-constexpr std::size_t KEY_MIB_MAX = 1;
 constexpr const char* CIPHER_FAILURE = "the key cannot be prepared by OpenSSL";
 constexpr std::chrono::seconds REKEY_LOCK_LIMIT{120};  ///< a renewal may be on its way
 
@@ -99,25 +98,10 @@ store_error check_folder(const std::string& folder) {
   struct stat status = {};
   if (stat(folder.c_str(), &status) != 0) return failure(folder, "cannot be looked at");
   if (!S_ISDIR(status.st_mode)) return folder + " is no folder";
-  if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0) return folder + " may be entered by others; chmod 700 it";
   if (geteuid() != 0 && status.st_uid != geteuid()) return folder + " belongs to another user";
+  if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0 && chmod(folder.c_str(), S_IRWXU) != 0)
+    return failure(folder, "may be entered by others, and cannot be closed to them");
   return {};
-}
-
-/// systemd's own place for secrets of a service (systemd.exec(5), LoadCredential=).
-std::string default_key_file() {
-  const char* const folder = std::getenv("CREDENTIALS_DIRECTORY");
-  return folder == nullptr ? "" : std::string(folder) + "/store-key";
-}
-
-store_error read_key(const std::string& path, secret& key) {
-  std::string content;
-  if (const auto wrong = regular_file_read(path, file_trust::owner_only, KEY_MIB_MAX, content))
-    return path + " " + wrong->text;
-  if (content.ends_with('\n')) content.pop_back();
-  key = secret(std::move(content));
-  if (key.text().size() >= store_cipher::KEY_BYTES_MIN) return {};
-  return path + " holds fewer than 32 bytes; make a key with: openssl rand -out FILE 32";
 }
 
 store_error write_all(int file, std::string_view bytes) {
@@ -141,7 +125,8 @@ bool sync_folder(const std::string& folder) {
 store_error token_store::open(const configuration& config) {
   folder_ = config.broker_directory;
   encryption_ = config.broker_encryption;
-  key_file_ = config.broker_key_file.empty() ? default_key_file() : config.broker_key_file;
+  key_file_ = config.broker_key_file;
+  read_key_ = [config](secret& key) { return store_key_read(config, key); };
   if (store_error error = make_folder(folder_, config.broker_user); !error.empty()) return error;
   if (store_error error = check_folder(folder_); !error.empty()) return error;
   if (encryption_ == store_encryption::none) return {};
@@ -152,7 +137,7 @@ store_error token_store::open(const configuration& config) {
 /// The mutex is held.
 store_error token_store::load_key() const {
   secret key;
-  if (store_error error = read_key(key_file_, key); !error.empty()) return error;
+  if (store_error error = read_key_(key); !error.empty()) return error;
   cipher_ = store_cipher::make(key.text());
   return cipher_ ? "" : CIPHER_FAILURE;
 }
@@ -279,7 +264,7 @@ std::vector<std::string> token_store::names() const {
 store_error token_store::rekey(const std::string& new_key_file) {
   if (encryption_ == store_encryption::none) return "the records are not encrypted: set encryption in [broker] first";
   secret key;
-  if (store_error error = read_key(new_key_file, key); !error.empty()) return error;
+  if (store_error error = store_key_file_read(new_key_file, key); !error.empty()) return error;
   std::shared_ptr<const store_cipher> next = store_cipher::make(key.text());
   if (!next) return CIPHER_FAILURE;
   {
@@ -300,7 +285,7 @@ store_error token_store::rekey(const std::string& new_key_file) {
 /// A key that systemd holds cannot be replaced from here.
 store_error token_store::replace_key_file(const secret& key) const {
   struct stat status = {};
-  if (key_file_ == default_key_file()) return {};
+  if (key_file_.empty()) return {};
   if (stat(key_file_.c_str(), &status) != 0) return failure(key_file_, "cannot be looked at");
   const std::string path = key_file_ + ".new";
   const descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));

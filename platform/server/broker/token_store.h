@@ -6,6 +6,7 @@
 #include "tarvex_common.hpp"
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -76,7 +77,8 @@ class token_store {
   [[nodiscard]] std::shared_ptr<const store_cipher> cipher_in_force() const;
 
   std::string folder_;
-  std::string key_file_;
+  std::string key_file_;  ///< empty: the key is systemd's
+  std::function<std::string(secret& key)> read_key_;
   store_encryption encryption_ = store_encryption::aes_256_gcm;
   mutable std::mutex mutex_;
   mutable std::shared_ptr<const store_cipher> cipher_;  // guarded by mutex_; read again when a record has another key

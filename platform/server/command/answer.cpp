@@ -12,6 +12,10 @@ void answer_failure(session& client, std::string_view verb, std::string_view pat
   client.reply(how.code, how.lines);
 }
 
+void answer_denied(session& client, std::string_view verb, std::string_view argument) {
+  answer_failure(client, verb, argument, outcome_failure(550, "PERMISSION_DENIED"));
+}
+
 bool answer_change(session& client, std::string_view verb, std::string_view path, const outcome& how) {
   if (!how.ok()) {
     answer_failure(client, verb, path, how);

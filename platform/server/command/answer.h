@@ -16,6 +16,9 @@ class transfer;
 /// Answers a failure.
 void answer_failure(session& client, std::string_view verb, std::string_view path, const outcome& how);
 
+/// Refuses what the account's permissions do not allow. `argument` goes to the log only.
+void answer_denied(session& client, std::string_view verb, std::string_view argument);
+
 /// Logs a change that was made; answers one that was not. \return whether it was made.
 bool answer_change(session& client, std::string_view verb, std::string_view path, const outcome& how);
 

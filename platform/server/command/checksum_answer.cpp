@@ -1,6 +1,7 @@
 #include "command/checksum_answer.h"
 
 #include "base/checksum.h"
+#include "base/text.h"
 #include "command/answer.h"
 #include "command/look.h"
 #include "session/session.h"
@@ -80,6 +81,14 @@ handled ask_storage(session& client, checksum_request request, std::int64_t size
   request.answer(client, *answer.text, size);
 }
 
+/// Whether the storage is to compute it. The MD5 that it computes it may keep beside the file at Box, which nobody who
+/// only reads is to cause.
+bool storage_computes(const session& client, const checksum_request& request) {
+  const bool keeps = same_word(request.algorithm, "MD5");
+  return request.whole() && client.storage.computes(request.algorithm) &&
+         !(keeps && client.login.permissions == account_permissions::read_only);
+}
+
 }  // namespace
 
 handled checksum_answer(session& client, checksum_request request) {
@@ -90,13 +99,12 @@ handled checksum_answer(session& client, checksum_request request) {
   if (request.offset > size || end > size)
     co_return client.reply(501,
                            "The range does not lie within the file, which has " + std::to_string(size) + " bytes.");
-  const bool whole = request.offset == 0 && request.length < 0;
-  if (whole && client.storage.computes(request.algorithm)) {
+  if (storage_computes(client, request)) {
     co_await ask_storage(client, std::move(request), size);
     co_return;
   }
   // A range that begins at the end is empty, and storages refuse to send it.
-  if (!whole && request.offset == size) request.length = 0;
+  if (!request.whole() && request.offset == size) request.length = 0;
   co_await compute(client, std::move(request), size);
 }
 

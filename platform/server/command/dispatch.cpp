@@ -1,5 +1,6 @@
 #include "command/dispatch.h"
 
+#include "command/answer.h"
 #include "command/table.h"
 #include "ftp/command_line.h"
 #include "session/session.h"
@@ -24,6 +25,10 @@ asio::awaitable<void> run_row(session& client, const command_row& row, std::stri
   const std::string verb(row.verb);
   if (row.access == command_access::logged_in && !client.login.logged_in)
     co_return refuse(client, 530, "Log in with USER and PASS first.");
+  if (client.login.logged_in && !row.permitted.holds(client.login.permissions)) {
+    client.settings.held.clear();  // it was meant for this command
+    co_return answer_denied(client, verb, argument);
+  }
   if (row.argument == command_argument::none && !argument.empty())
     co_return refuse(client, 501, verb + " takes no argument.");
   if (row.argument == command_argument::required && argument.empty())

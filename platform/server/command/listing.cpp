@@ -2,6 +2,7 @@
 #include "command/handler.h"
 #include "command/listing_lines.h"
 #include "command/look.h"
+#include "ftp/path.h"
 #include "session/session.h"
 #include "storage/transfer.h"
 
@@ -12,7 +13,7 @@ namespace {
 handled send_listing(session& client, std::string verb, listing_form form, std::string argument) {
   const auto path = path_argument(client, argument);
   if (!path || !transfer_possible(client)) co_return;
-  const listing_request request{verb, form, *path, client.settings.mlst_facts};
+  const listing_request request = listing_request_of(client, verb, form, *path);
   const auto item = co_await look_at(client, verb, *path);
   if (!item) co_return;
   if (!item->folder() && form == listing_form::mlsd) co_return client.reply(501, *path + ": not a folder; use MLST.");
@@ -25,7 +26,7 @@ handled send_listing(session& client, std::string verb, listing_form form, std::
     };
     how = co_await client.storage.list(verb, *path, std::move(take), channel);
   } else {
-    std::string line = listing_line(request, item->stat);
+    std::string line = listing_line(request, item->stat, path_base_name(*path));
     how = co_await client.storage.say(verb, *path, std::move(line), channel);
   }
   answer_transfer(client, verb, *path, *channel, how);

@@ -2,10 +2,13 @@
 
 #include "base/log.h"
 #include "base/text.h"
-#include "ftp/path.h"
+#include "session/session.h"
+
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <ctime>
+#include <utility>
 
 namespace tarvex::server {
 
@@ -17,7 +20,18 @@ bool is_option_word(std::string_view word) {
   return word.size() > 1 && word.front() == '-' && word.find_first_not_of(LETTERS, 1) == std::string_view::npos;
 }
 
+void append_item(const listing_request& request, tarvex_gridftp_server_control_stat_t stat, std::string_view name,
+                 std::time_t now, std::string& lines) {
+  if (request.read_only) stat.mode &= ~static_cast<mode_t>(S_IWUSR | S_IWGRP | S_IWOTH);
+  listing_append(request.form, stat, name, now, request.facts, lines);
+}
+
 }  // namespace
+
+listing_request listing_request_of(const session& client, std::string verb, listing_form form, std::string path) {
+  return {std::move(verb), form, std::move(path), client.settings.mlst_facts,
+          client.login.permissions == account_permissions::read_only};
+}
 
 std::string_view listing_options_skip(std::string_view argument) {
   while (argument.starts_with('-')) {
@@ -42,14 +56,15 @@ std::string listing_lines(const listing_request& request, const tarvex_gridftp_s
       log_warning("{} {}: \"{}\" is left out, since no path can name it", request.verb, request.path, name);
       continue;
     }
-    listing_append(request.form, entries[i], name, now, request.facts, lines);
+    append_item(request, entries[i], name, now, lines);
   }
   return lines;
 }
 
-std::string listing_line(const listing_request& request, const tarvex_gridftp_server_control_stat_t& stat) {
+std::string listing_line(const listing_request& request, const tarvex_gridftp_server_control_stat_t& stat,
+                         std::string_view name) {
   std::string line;
-  listing_append(request.form, stat, path_base_name(request.path), std::time(nullptr), request.facts, line);
+  append_item(request, stat, name, std::time(nullptr), line);
   return line;
 }
 

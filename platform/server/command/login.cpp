@@ -93,8 +93,10 @@ bool storage_opened(session& client) {
   return false;
 }
 
-storage_user served_user(const session& client, const broker_says& answer) {
-  return {.name = answer.name, .peer = client.control.peer().host()};
+/// Takes over what the account says of its sessions.
+storage_user served_user(session& client, const broker_says& answer) {
+  client.login.permissions = answer.permissions;
+  return {.name = answer.name, .peer = client.control.peer().host(), .root = answer.root};
 }
 
 /// \return whether the certificate is one of the user's, and the login is answered.

@@ -1,11 +1,10 @@
 #include "command/answer.h"
 #include "command/handler.h"
+#include "command/listing_lines.h"
 #include "command/look.h"
 #include "ftp/listing.h"
 #include "ftp/path.h"
 #include "session/session.h"
-
-#include <ctime>
 
 namespace tarvex::server {
 
@@ -55,8 +54,7 @@ handled command_mlst(session& client, std::string argument) {
   if (!path) co_return;
   const auto item = co_await look_at(client, "MLST", *path);
   if (!item) co_return;
-  std::string line;
-  listing_append(listing_form::mlsd, item->stat, *path, std::time(nullptr), client.settings.mlst_facts, line);
+  std::string line = listing_line(listing_request_of(client, "MLST", listing_form::mlsd, *path), item->stat, *path);
   line.resize(line.size() - 2);  // its CRLF
   client.reply_block(250, "Listing " + *path, {line}, "End.");
 }

@@ -3,6 +3,7 @@
 #include "base/text.h"
 #include "command/answer.h"
 #include "command/handler.h"
+#include "command/permission_set.h"
 #include "ftp/listing.h"
 #include "ftp/path.h"
 #include "session/session.h"
@@ -23,6 +24,7 @@ struct site_row {
   std::string_view word;
   site_handler handler;
   tarvex_gfs_command_type_t type;
+  permission_set permitted;
   std::string_view help;  ///< the argument's form
 };
 
@@ -119,26 +121,27 @@ handled site_buffer_size(session& client, const site_row& row, std::string argum
 
 handled site_help(session& client, const site_row& row, std::string argument);
 
-//   word, handler, type, help
+//   word, handler, type, permissions, help
 constexpr auto SITE_ROWS = std::to_array<site_row>({
-    {"AUTHZ_ASSERT", site_text, TARVEX_GFS_CMD_SITE_AUTHZ_ASSERT, "assertion"},
-    {"BUFSIZE", site_buffer_size, {}, "bytes"},
-    {"CHGRP", site_group, TARVEX_GFS_CMD_SITE_CHGRP, "group path"},
-    {"CHMOD", site_mode, TARVEX_GFS_CMD_SITE_CHMOD, "octal-mode path"},
-    {"CHROOT", site_path, TARVEX_GFS_CMD_SITE_CHROOT, "path"},
-    {"CLIENTINFO", site_noted, TARVEX_GFS_CMD_SITE_CLIENTINFO, "text"},
-    {"DSI", site_text, TARVEX_GFS_CMD_SITE_DSI, "name"},
-    {"HELP", site_help, {}, "[word]"},
-    {"RDEL", site_path, TARVEX_GFS_CMD_SITE_RDEL, "path of a folder"},
-    {"RESTRICT", site_text, TARVEX_GFS_CMD_SITE_RESTRICT, "text"},
-    {"SETDISKSTACK", site_text, TARVEX_GFS_CMD_SITE_SETDISKSTACK, "text"},
-    {"SETNETSTACK", site_text, TARVEX_GFS_CMD_SITE_SETNETSTACK, "text"},
-    {"SHARING", site_text, TARVEX_GFS_CMD_SITE_SHARING, "text"},
-    {"STORATTR", site_store_attributes, {}, "modify=YYYYMMDDHHMMSS;"},
-    {"SYMLINK", site_link, TARVEX_GFS_CMD_SITE_SYMLINK, "path path-of-the-link (either between double quotes)"},
-    {"SYMLINKFROM", site_path, TARVEX_GFS_CMD_SITE_SYMLINKFROM, "path"},
-    {"TASKID", site_noted, TARVEX_GFS_CMD_SITE_TASKID, "text"},
-    {"UTIME", site_time, TARVEX_GFS_CMD_SITE_UTIME, "YYYYMMDDhhmmss path"},
+    {"AUTHZ_ASSERT", site_text, TARVEX_GFS_CMD_SITE_AUTHZ_ASSERT, FULL_ONLY, "assertion"},
+    {"BUFSIZE", site_buffer_size, {}, EVERYBODY, "bytes"},
+    {"CHGRP", site_group, TARVEX_GFS_CMD_SITE_CHGRP, FULL_ONLY, "group path"},
+    {"CHMOD", site_mode, TARVEX_GFS_CMD_SITE_CHMOD, FULL_ONLY, "octal-mode path"},
+    {"CHROOT", site_path, TARVEX_GFS_CMD_SITE_CHROOT, READERS, "path"},
+    {"CLIENTINFO", site_noted, TARVEX_GFS_CMD_SITE_CLIENTINFO, EVERYBODY, "text"},
+    {"DSI", site_text, TARVEX_GFS_CMD_SITE_DSI, EVERYBODY, "name"},
+    {"HELP", site_help, {}, EVERYBODY, "[word]"},
+    {"RDEL", site_path, TARVEX_GFS_CMD_SITE_RDEL, FULL_ONLY, "path of a folder"},
+    {"RESTRICT", site_text, TARVEX_GFS_CMD_SITE_RESTRICT, READERS, "text"},
+    {"SETDISKSTACK", site_text, TARVEX_GFS_CMD_SITE_SETDISKSTACK, EVERYBODY, "text"},
+    {"SETNETSTACK", site_text, TARVEX_GFS_CMD_SITE_SETNETSTACK, EVERYBODY, "text"},
+    {"SHARING", site_text, TARVEX_GFS_CMD_SITE_SHARING, FULL_ONLY, "text"},
+    {"STORATTR", site_store_attributes, {}, UPLOADERS, "modify=YYYYMMDDHHMMSS;"},
+    {"SYMLINK", site_link, TARVEX_GFS_CMD_SITE_SYMLINK, FULL_ONLY,
+     "path path-of-the-link (either between double quotes)"},
+    {"SYMLINKFROM", site_path, TARVEX_GFS_CMD_SITE_SYMLINKFROM, FULL_ONLY, "path"},
+    {"TASKID", site_noted, TARVEX_GFS_CMD_SITE_TASKID, EVERYBODY, "text"},
+    {"UTIME", site_time, TARVEX_GFS_CMD_SITE_UTIME, FULL_ONLY, "YYYYMMDDhhmmss path"},
 });
 
 const site_row* site_find(std::string_view word) {
@@ -170,6 +173,8 @@ handled command_site(session& client, std::string argument) {
   const std::string_view word = take_word(rest);
   const site_row* const row = site_find(word);
   if (!row) co_return refuse_unknown(client, word);
+  if (!row->permitted.holds(client.login.permissions))
+    co_return answer_denied(client, "SITE " + std::string(row->word), rest);
   co_await row->handler(client, *row, std::string(rest));
 }
 

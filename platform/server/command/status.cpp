@@ -75,7 +75,7 @@ handled status_of_folder(session& client, listing_request request) {
 }
 
 std::string running_text(const operation& running) {
-  const std::string what = running.subject.verb + " " + running.subject.path;
+  const std::string what = running.subject.verb + " " + operation_path(running);
   if (!running.transfer) return what + " is running";
   return what + ": " + std::to_string(running.transfer->moved_bytes()) +
          (running.transfer->receives() ? " bytes received" : " bytes sent");
@@ -98,7 +98,7 @@ handled command_stat(session& client, std::string argument) {
   if (argument.empty()) co_return status_of_session(client);
   const auto path = path_argument(client, listing_options_skip(argument));
   if (!path) co_return;
-  listing_request request{"STAT", listing_form::list, *path, client.settings.mlst_facts};
+  listing_request request = listing_request_of(client, "STAT", listing_form::list, *path);
   const auto item = co_await look_at(client, "STAT", *path);
   if (!item) co_return;
   if (item->folder()) {
@@ -106,7 +106,8 @@ handled command_stat(session& client, std::string argument) {
     co_return;
   }
   client.control.send(reply_block_first(213, "Status of " + *path + ":") +
-                      lines_indented(listing_line(request, item->stat)) + reply_format(213, "End."));
+                      lines_indented(listing_line(request, item->stat, path_base_name(*path))) +
+                      reply_format(213, "End."));
 }
 
 }  // namespace tarvex::server

@@ -26,12 +26,11 @@ outcome place_refusal(const storage_session::place& place, const std::string& pa
 /// is left of it; the request gets the whole size.
 std::string continuation_refusal(session& client, const std::string& path, const storage_session::place& place,
                                  store_request& request) {
-  const auto& unfinished = client.storage.unfinished();
-  const auto left = unfinished.find(path);
+  const unfinished_store* const left = client.storage.unfinished(path);
   if (place.target) return path + " exists; only an upload that was cut off can go on at an offset.";
-  if (left == unfinished.end() || left->second.offset == 0)
+  if (!left || left->offset == 0)
     return "Nothing to go on with: only a large upload of this session that was cut off can go on at an offset.";
-  const unfinished_store& cut = left->second;
+  const unfinished_store& cut = *left;
   // Blocks say where they belong, so a client may send again what is there.
   const bool repeats = client.settings.block_mode && request.offset < cut.offset;
   if (request.offset != cut.offset && !repeats)
@@ -69,6 +68,8 @@ handled store_file(session& client, std::string verb, std::string argument, stor
   const auto place = std::make_shared<storage_session::place>();
   outcome how = co_await client.storage.look_at_place(verb, *path, place);
   if (!how.ok()) co_return answer_failure(client, verb, *path, how);
+  request.new_only = client.login.permissions == account_permissions::upload_only;
+  if (request.new_only && place->target) co_return answer_denied(client, verb, *path);
   how = place_refusal(*place, *path);
   if (!how.ok()) co_return client.reply(how.code, how.lines);
   if (request.offset > 0) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "command/handler.h"
+#include "command/permission_set.h"
 
 #include <span>
 #include <string_view>
@@ -15,6 +16,7 @@ struct command_row {
   std::string_view verb;
   command_handler handler;
   command_access access;
+  permission_set permitted;  ///< of those who are logged in
   command_argument argument;
   bool keeps_restart;     ///< a REST before it stays in force
   bool during_operation;  ///< answered at once while an operation runs, when it has no argument

@@ -80,12 +80,6 @@ std::string decoy(const account_map& accounts, std::string_view name) {
   return chosen.empty() ? DECOY_PASSWORD : chosen;
 }
 
-void warn_when_exposed(const char* what, const std::string& path) {
-  struct stat status = {};
-  if (stat(path.c_str(), &status) != 0 || (status.st_mode & (S_IRGRP | S_IROTH)) == 0) return;
-  log_warning("{} {} is readable by others (mode {:04o}); chmod 600 it", what, path, status.st_mode & 07777U);
-}
-
 }  // namespace
 
 accounts_reading accounts_load(const std::string& file, bool broker) {
@@ -142,10 +136,16 @@ std::vector<std::string> accounts_credential_folders(const account_map& accounts
   return {folders.begin(), folders.end()};
 }
 
+void file_warn_exposed(const char* what, const std::string& path) {
+  struct stat status = {};
+  if (stat(path.c_str(), &status) != 0 || (status.st_mode & (S_IRGRP | S_IROTH)) == 0) return;
+  log_warning("{} {} is readable by others (mode {:04o}); chmod 600 it", what, path, status.st_mode & 07777U);
+}
+
 void accounts_warn_exposed(const std::string& file, const account_map& accounts) {
-  warn_when_exposed("accounts file", file);
+  file_warn_exposed("accounts file", file);
   for (const auto& [name, entry] : accounts) {
-    if (!entry.credential.empty()) warn_when_exposed("credential file", entry.credential);
+    if (!entry.credential.empty()) file_warn_exposed("credential file", entry.credential);
   }
 }
 

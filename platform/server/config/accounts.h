@@ -69,6 +69,9 @@ std::vector<configuration_mistake> accounts_credential_mistakes(const std::strin
 /// The folders of the accounts' credential files, each once; they may not exist.
 [[nodiscard]] std::vector<std::string> accounts_credential_folders(const account_map& accounts);
 
+/// Warns in the log of a file that group or others may read. \param what  for the log: "accounts file"
+void file_warn_exposed(const char* what, const std::string& path);
+
 /// Warns in the log of an accounts file and of credential files that group or others may read.
 void accounts_warn_exposed(const std::string& file, const account_map& accounts);
 

@@ -40,18 +40,6 @@ void check_secret(const configuration& config, const secret_row& row, mistake_li
   mistakes.add(line_of(config, row.key), std::string(row.where) + ": " + error);
 }
 
-/// Whether `path` is `folder` or lies in it, by their names and by what these lead to.
-bool lies_in(const std::string& path, const std::string& folder) {
-  namespace fs = std::filesystem;
-  const auto within = [](const fs::path& inner, const fs::path& outer) {
-    return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
-  };
-  std::error_code inner_error, outer_error;
-  const fs::path inner = fs::weakly_canonical(path, inner_error);
-  const fs::path outer = fs::weakly_canonical(folder, outer_error);
-  return within(path, folder) || (!inner_error && !outer_error && within(inner, outer));
-}
-
 struct place_row {
   const char* key;
   const char* where;
@@ -72,6 +60,17 @@ void check_place(const configuration& config, const place_row& row, mistake_list
 }
 
 }  // namespace
+
+bool lies_in(const std::string& path, const std::string& folder) {
+  namespace fs = std::filesystem;
+  const auto within = [](const fs::path& inner, const fs::path& outer) {
+    return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
+  };
+  std::error_code inner_error, outer_error;
+  const fs::path inner = fs::weakly_canonical(path, inner_error);
+  const fs::path outer = fs::weakly_canonical(folder, outer_error);
+  return within(path, folder) || (!inner_error && !outer_error && within(inner, outer));
+}
 
 bool belongs_to_another(const std::string& path) {
   struct stat status = {};

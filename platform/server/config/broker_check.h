@@ -9,6 +9,9 @@ namespace tarvex::server {
 /// mistake: they are the broker's, which says so itself when it cannot read them.
 void broker_check(const configuration& config, mistake_list& mistakes);
 
+/// Whether `path` is `folder` or lies in it, by their names and by what these lead to.
+[[nodiscard]] bool lies_in(const std::string& path, const std::string& folder);
+
 /// Whether who runs this may not read a file because it, or its folder, is another user's.
 [[nodiscard]] bool belongs_to_another(const std::string& path);
 

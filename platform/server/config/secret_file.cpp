@@ -1,7 +1,6 @@
 #include "config/secret_file.h"
 
 #include <fmt/core.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -16,16 +15,6 @@ namespace {
 constexpr std::size_t LARGEST_SECRET_MIB = 1;
 constexpr std::size_t KEY_LEAST_BYTES = 32;
 constexpr const char* KEY_CREDENTIAL = "store-key";
-
-std::optional<file_failure> exposure(const std::string& path) {
-  struct stat status = {};
-  if (stat(path.c_str(), &status) != 0)
-    return file_failure{errno, fmt::format("cannot be looked at: {}", std::strerror(errno))};
-  constexpr mode_t OTHERS = S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
-  if ((status.st_mode & OTHERS) == 0 || !S_ISREG(status.st_mode)) return std::nullopt;
-  return file_failure{EPERM, fmt::format("may be read or written by others than its owner (mode {:04o}); chmod 600 it",
-                                         status.st_mode & 07777U)};
-}
 
 void keep(std::string& text, secret_extent extent) {
   if (extent == secret_extent::whole) {
@@ -55,9 +44,6 @@ std::string read_store_key(const std::string& path, secret_privacy privacy, secr
 std::optional<file_failure> secret_file_read(const std::string& path, secret_privacy privacy, secret_extent extent,
                                              secret& out) {
   const bool alone = privacy == secret_privacy::owner_only;
-  if (alone) {
-    if (auto failure = exposure(path)) return failure;
-  }
   std::string text;
   if (auto failure =
           regular_file_read(path, alone ? file_trust::owner_only : file_trust::anyone, LARGEST_SECRET_MIB, text))

@@ -14,7 +14,7 @@ namespace tarvex::server {
 /// Who may get at such a file.
 enum class secret_privacy {
   anyone,     ///< does not matter: the person who names it answers for it
-  owner_only  ///< nobody but the owner may read or write it
+  owner_only  ///< nobody but the owner may write it
 };
 
 /// What of a file the secret is.

@@ -38,12 +38,6 @@ constexpr auto RESULTS = std::to_array<word_row<login_result>>({
     {"closed", login_result::closed},
     {"unavailable", login_result::unavailable},
 });
-constexpr auto PERMISSIONS = std::to_array<word_row<account_permissions>>({
-    {"full", account_permissions::full},
-    {"read-only", account_permissions::read_only},
-    {"upload-only", account_permissions::upload_only},
-});
-
 template <typename Table, typename Value>
 std::string_view word_of(const Table& table, Value value) {
   return std::find_if(table.begin(), table.end(), [value](const auto& row) { return row.value == value; })->word;
@@ -125,7 +119,7 @@ void set_login(json_t* object, const broker_says& message) {
   json_set_text(object, "result", word_of(RESULTS, message.result));
   json_set_text(object, "name", message.name);
   json_set_text(object, "root", message.root);
-  json_set_text(object, "permissions", word_of(PERMISSIONS, message.permissions));
+  json_set_text(object, "permissions", account_permissions_text(message.permissions));
   json_set_text(object, "box_user", message.box_user);
 }
 
@@ -133,8 +127,9 @@ bool read_login(const json_t* object, broker_says& out) {
   out.name = json_text_of(object, "name").value_or("");
   out.root = json_text_of(object, "root").value_or("");
   out.box_user = json_text_of(object, "box_user").value_or("");
-  return out.root.starts_with('/') && read_word(RESULTS, object, "result", out.result) &&
-         read_word(PERMISSIONS, object, "permissions", out.permissions);
+  const auto permissions = account_permissions_parse(json_text_of(object, "permissions").value_or(""));
+  if (permissions) out.permissions = *permissions;
+  return permissions && out.root.starts_with('/') && read_word(RESULTS, object, "result", out.result);
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/secret.h"
-#include "config/accounts.h"
+#include "config/account_permissions.h"
 #include "link/frame.h"
 
 #include <cstdint>

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "config/accounts.h"
+
 #include <chrono>
 #include <string>
 
@@ -13,7 +15,8 @@ struct login_state {
   unsigned bad_commands = 0;
   /// Who has not logged in by then is sent away, whatever else was said.
   std::chrono::steady_clock::time_point deadline;
-  std::string name;  ///< the storage's name for the user
+  std::string name;                                             ///< the storage's name for the user
+  account_permissions permissions = account_permissions::full;  ///< of the account, once logged in
 };
 
 }  // namespace tarvex::server

@@ -7,12 +7,12 @@ namespace tarvex::server {
 namespace {
 
 /// Runs a stat inside the work of `op`, which answers for a misuse.
-owned_result run_inside(operation& op, operation& inner, bool file_only) {
+owned_result run_inside(operation& op, operation& inner, bool file_only, void* session = nullptr) {
   tarvex_gfs_stat_info_t info{};
   info.file_only = file_only;
   info.internal = true;
   info.pathname = inner.subject.path.c_str();
-  op.storage.interface()->stat_func(&inner, &info, op.storage.handle());
+  op.storage.interface()->stat_func(&inner, &info, session ? session : op.storage.handle());
   if (inner.finished && !inner.misused) return std::move(inner.result);
   op.misused = true;
   return owned_result(TARVEX_FAILURE);
@@ -26,12 +26,12 @@ item_stat item_without_texts(const tarvex_gridftp_server_control_stat_t& stat) {
   return item;
 }
 
-owned_result stat_inside(operation& op, const std::string& path, std::optional<item_stat>& item) {
+owned_result stat_inside(operation& op, const std::string& path, std::optional<item_stat>& item, void* session) {
   operation inner(op.storage, operation_kind::stat, {.verb = op.subject.verb, .path = path});
   inner.batch = [&item](const tarvex_gridftp_server_control_stat_t* entries, int count) {
     if (count > 0) item = item_without_texts(entries[0]);
   };
-  return run_inside(op, inner, true);
+  return run_inside(op, inner, true, session);
 }
 
 owned_result list_inside(operation& op, const std::string& path) {

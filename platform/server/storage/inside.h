@@ -11,7 +11,9 @@ namespace tarvex::server {
 // What one operation asks of the plug-in while it is inside its work. Operation thread.
 
 /// Asks for the attributes of one item. \param item  stays empty when the storage fails
-owned_result stat_inside(operation& op, const std::string& path, std::optional<item_stat>& item);
+/// \param session  of the plug-in, which is asked; null: the one in use
+owned_result stat_inside(operation& op, const std::string& path, std::optional<item_stat>& item,
+                         void* session = nullptr);
 
 /// Has a folder listed, for what the storage learns by it.
 owned_result list_inside(operation& op, const std::string& path);

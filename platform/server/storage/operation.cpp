@@ -11,7 +11,7 @@ namespace {
 constexpr int MISUSE_CODE = 451;
 
 void note_misuse(operation& op, const char* what) {
-  log_error("{} {}: {}", op.subject.verb, op.subject.path, what);
+  log_error("{} {}: {}", op.subject.verb, operation_path(op), what);
   op.misused = true;
 }
 
@@ -53,12 +53,21 @@ outcome failure_of(const operation& op) {
 
 }  // namespace
 
+std::string operation_path(const operation& op) {
+  return op.storage.root().to_client(op.subject.path);
+}
+
+std::string operation_text(const operation& op, std::string_view text) {
+  return op.storage.root().text_to_client(text, {op.subject.path, op.subject.from_path});
+}
+
 outcome operation_outcome(const operation& op) {
   outcome how = failure_of(op);
   if (how.ok()) return how;
   if (!op.storage.hopeless().empty()) return outcome_failure(421, op.storage.hopeless());
   if (op.token_refused) return outcome_failure(451, "Box took the token no more while this ran; try again.");
   if (!op.remark.empty()) how.lines.push_back(op.remark);
+  for (std::string& line : how.lines) line = operation_text(op, line);
   return how;
 }
 

@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace tarvex::server {
@@ -23,7 +24,7 @@ enum class operation_kind { session_start, stat, command, transfer };
 /// What an operation is about, for the plug-in, for the log, and for what other sessions are told: see operation_run.h.
 struct operation_subject {
   std::string verb;            ///< of the FTP command
-  std::string path;            ///< absolute, normal
+  std::string path;            ///< in Box; absolute, normal
   std::string from_path = {};  ///< a rename's source
   bool changes = false;        ///< changes what is stored
   bool adds = false;           ///< makes the item `path`, if it is not there
@@ -101,6 +102,10 @@ bool operation_complete(operation& op, operation_kind by, tarvex_result_t result
 
 /// Whether the plug-in did what was asked.
 bool operation_succeeded(const operation& op);
+
+/// The operation's path, and a text about it, as the client knows them: without the account's root.
+std::string operation_path(const operation& op);
+std::string operation_text(const operation& op, std::string_view text);
 
 /// What the client is to be told. A change that was made before it could be cancelled counts as made.
 outcome operation_outcome(const operation& op);

@@ -11,12 +11,15 @@ namespace tarvex::server {
 
 namespace {
 
-/// The path's folders from the top down, without the root; the path itself comes last.
-std::vector<std::string> path_steps(const std::string& path) {
+/// The path's folders from the top down, without the account's root; the path itself comes last.
+std::vector<std::string> path_steps(const operation& op, const std::string& path) {
   std::vector<std::string> steps;
-  for (std::size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1))
+  const std::string& root = op.storage.root().path();
+  if (path.size() <= root.size()) return steps;
+  const std::size_t first = root.size() > 1 ? root.size() + 1 : 1;
+  for (std::size_t slash = path.find('/', first); slash != std::string::npos; slash = path.find('/', slash + 1))
     steps.push_back(path.substr(0, slash));
-  if (path.size() > 1) steps.push_back(path);
+  steps.push_back(path);
   return steps;
 }
 
@@ -38,7 +41,8 @@ owned_result list_folder(operation& op, const std::string& folder) {
   if (!item || !item->folder()) return not_a_path(folder);
   change_view& view = op.storage.others();
   const std::uint64_t when = view.now();
-  log_debug("{}: {} {}: {} is listed again", op.storage.who(), op.subject.verb, op.subject.path, folder);
+  log_debug("{}: {} {}: {} is listed again", op.storage.who(), op.subject.verb, operation_path(op),
+            op.storage.root().to_client(folder));
   owned_result listed = list_inside(op, folder);
   if (listed.ok()) view.note_listed(folder, when);
   return listed;
@@ -47,8 +51,9 @@ owned_result list_folder(operation& op, const std::string& folder) {
 /// \return false when the path leads through a file, or cannot be looked at: the operation is over then. What is
 /// missing is the work's to say.
 bool leads_through_folders(operation& op, const std::string& path) {
-  std::vector<std::string> steps = path_steps(path);
+  std::vector<std::string> steps = path_steps(op, path);
   if (!steps.empty()) steps.pop_back();
+  if (!op.storage.root().is_top()) steps.insert(steps.begin(), op.storage.root().path());
   for (const std::string& step : steps) {
     std::optional<item_stat> item;
     owned_result found = stat_inside(op, step, item);
@@ -64,7 +69,7 @@ bool leads_through_folders(operation& op, const std::string& path) {
 /// \return whether a folder was listed; a failure ends the operation.
 bool list_additions(operation& op, const std::string& path, bool& failed) {
   bool listed = false;
-  for (const std::string& step : path_steps(path)) {
+  for (const std::string& step : path_steps(op, path)) {
     if (!op.storage.others().addition_unseen(step)) continue;
     owned_result outcome = list_folder(op, path_parent(step));
     if (!outcome.ok() && result_missing(outcome.get())) break;

@@ -112,7 +112,7 @@ void operation_run(operation& op) noexcept {
   try {
     run_and_tell(op);
   } catch (const std::exception& error) {
-    log_error("{} {}: {}", op.subject.verb, op.subject.path, error.what());
+    log_error("{} {}: {}", op.subject.verb, operation_path(op), error.what());
     op.misused = true;
   }
 }

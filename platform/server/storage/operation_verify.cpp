@@ -61,7 +61,7 @@ seen look_for(operation& op, const std::string& path, seen hoped, std::optional<
 void settle(operation& op, bool done, const std::string& undone) {
   const bool well = op.result.ok();
   if (done && !well)
-    log_info("{}: {} {}: done, though its answer was lost", op.storage.who(), op.subject.verb, op.subject.path);
+    log_info("{}: {} {}: done, though its answer was lost", op.storage.who(), op.subject.verb, operation_path(op));
   if (done) op.result = {};
   if (!done && well) op.result = failure("NOT_DONE", undone);
 }

@@ -60,7 +60,7 @@ std::uint64_t item_stat::size() const {
 }
 
 asio::awaitable<stat_answer> storage_session::stat(std::string verb, std::string path) {
-  operation op(*this, operation_kind::stat, {.verb = std::move(verb), .path = std::move(path)});
+  operation op(*this, operation_kind::stat, {.verb = std::move(verb), .path = root_.to_box(path)});
   stat_answer answer;
   op.work = [](operation& started) { call_stat(started, true); };
   op.rewind = [&answer] {
@@ -73,12 +73,12 @@ asio::awaitable<stat_answer> storage_session::stat(std::string verb, std::string
   co_await run(op);
   answer.how = operation_outcome(op);
   if (answer.how.ok() && !answer.item)
-    answer.how = outcome_failure(550, op.subject.path + ": the storage gave no attributes.");
+    answer.how = outcome_failure(550, operation_path(op) + ": the storage gave no attributes.");
   co_return answer;
 }
 
 asio::awaitable<stat_answer> storage_session::look_again(std::string verb, std::string path) {
-  operation op(*this, operation_kind::stat, {.verb = std::move(verb), .path = std::move(path)});
+  operation op(*this, operation_kind::stat, {.verb = std::move(verb), .path = root_.to_box(path)});
   stat_answer answer;
   op.work = [&answer](operation& started) {
     owned_result found = find_inside(started, started.subject.path, answer.item);
@@ -86,13 +86,14 @@ asio::awaitable<stat_answer> storage_session::look_again(std::string verb, std::
   };
   co_await run(op);
   answer.how = operation_outcome(op);
-  if (answer.how.ok() && !answer.item) answer.how = outcome_failure(550, op.subject.path + " is not there any more.");
+  if (answer.how.ok() && !answer.item)
+    answer.how = outcome_failure(550, operation_path(op) + " is not there any more.");
   co_return answer;
 }
 
 asio::awaitable<outcome> storage_session::list(std::string verb, std::string path, entries_call take,
                                                std::shared_ptr<transfer> over) {
-  operation op(*this, operation_kind::stat, {.verb = std::move(verb), .path = std::move(path), .lists = true});
+  operation op(*this, operation_kind::stat, {.verb = std::move(verb), .path = root_.to_box(path), .lists = true});
   bool taken = false;  // operation thread
   op.transfer = over;
   op.work = [](operation& started) { call_stat(started, false); };
@@ -107,7 +108,7 @@ asio::awaitable<outcome> storage_session::list(std::string verb, std::string pat
 
 asio::awaitable<outcome> storage_session::say(std::string verb, std::string path, std::string text,
                                               std::shared_ptr<transfer> over) {
-  operation op(*this, operation_kind::stat, {.verb = std::move(verb), .path = std::move(path)});
+  operation op(*this, operation_kind::stat, {.verb = std::move(verb), .path = root_.to_box(path)});
   op.transfer = over;
   op.work = [&text](operation& started) {
     (void)started.transfer->push_text(std::move(text));  // a stream that has ended has cancelled the operation
@@ -119,7 +120,7 @@ asio::awaitable<outcome> storage_session::say(std::string verb, std::string path
 
 asio::awaitable<outcome> storage_session::send(std::string verb, std::string path, std::vector<byte_range> ranges,
                                                std::shared_ptr<transfer> over) {
-  operation op(*this, operation_kind::transfer, {.verb = std::move(verb), .path = std::move(path)});
+  operation op(*this, operation_kind::transfer, {.verb = std::move(verb), .path = root_.to_box(path)});
   op.transfer = over;
   op.sends = std::make_shared<outgoing>(
       std::move(ranges), [channel = over.get()](data_piece piece) { return channel->push(std::move(piece)); });
@@ -130,7 +131,7 @@ asio::awaitable<outcome> storage_session::send(std::string verb, std::string pat
 }
 
 asio::awaitable<outcome> storage_session::read(std::string verb, std::string path, byte_range range, bytes_sink sink) {
-  operation op(*this, operation_kind::transfer, {.verb = std::move(verb), .path = std::move(path)});
+  operation op(*this, operation_kind::transfer, {.verb = std::move(verb), .path = root_.to_box(path)});
   std::vector<byte_range> ranges = {range};
   op.sends = std::make_shared<outgoing>(std::move(ranges), [this, &sink](data_piece piece) {
     loop().post([&sink, piece = std::move(piece)] {
@@ -147,15 +148,16 @@ asio::awaitable<outcome> storage_session::read(std::string verb, std::string pat
 
 asio::awaitable<outcome> storage_session::receive(std::string path, store_request request,
                                                   std::shared_ptr<transfer> over) {
-  operation op(*this, operation_kind::transfer,
-               {.verb = "STOR", .path = std::move(path), .changes = true, .adds = true, .replaces = request.replaces});
+  operation op(
+      *this, operation_kind::transfer,
+      {.verb = "STOR", .path = root_.to_box(path), .changes = true, .adds = true, .replaces = request.replaces});
   op.transfer = over;
   op.store = std::make_shared<store>(*this, over, request);
   op.rewind = [&op] { return op.store->rewind(); };
   op.work = [](operation& started) { started.store->run(started); };
   co_await run(op);
   if (operation_succeeded(op) && !op.store->complete()) {
-    log_error("STOR {}: the storage reported success before it had all data", op.subject.path);
+    log_error("STOR {}: the storage reported success before it had all data", operation_path(op));
     op.misused = true;
   }
   // The storage keeps what is left by its own account of how it ended, whatever was found out afterwards.
@@ -164,12 +166,18 @@ asio::awaitable<outcome> storage_session::receive(std::string path, store_reques
   if (left) unfinished_[op.subject.path] = *left;
   if (left && left->offset > 0 && !operation_succeeded(op))
     over->explain_failure("To go on, send REST " + std::to_string(left->offset) + " and STOR in this session.");
-  co_return operation_outcome(op);
+  outcome how = operation_outcome(op);
+  // What has come to be there meanwhile is refused like what was there before.
+  if (request.new_only && how.class_word == "PATH_EXISTS") how = outcome_failure(550, "PERMISSION_DENIED");
+  co_return how;
 }
 
 asio::awaitable<command_answer> storage_session::command(operation_subject subject, storage_command command) {
+  for (std::string* const path : {&subject.path, &subject.from_path, &command.path, &command.from_path})
+    if (!path->empty()) *path = root_.to_box(*path);
   operation op(*this, operation_kind::command, std::move(subject));
-  op.progress = command.progress;
+  if (command.progress)
+    op.progress = [&op, &command](const std::string& text) { command.progress(operation_text(op, text)); };
   op.moves_folder = command.type == TARVEX_GFS_CMD_RMD || command.type == TARVEX_GFS_CMD_SITE_RDEL;
   op.work = [&command](operation& started) {
     tarvex_gfs_command_info_t record = command_record(command);
@@ -180,12 +188,24 @@ asio::awaitable<command_answer> storage_session::command(operation_subject subje
   if (!op.subject.from_path.empty())
     for (auto& [path, left] : unfinished_)
       if (path_is_within(path, op.subject.from_path) || path_is_within(path, op.subject.path)) left.offset = 0;
+  if (op.text) op.text = operation_text(op, *op.text);
   co_return command_answer{operation_outcome(op), op.text};
+}
+
+/// Ends the session again when the account's root is no folder in Box.
+asio::awaitable<outcome> storage_session::look_at_root() {
+  if (root_.is_top()) co_return outcome{};
+  const stat_answer found = co_await stat("PASS", "/");
+  if (found.how.ok() && found.item->folder()) co_return outcome{};
+  outcome how = outcome_failure(530, "The folder that is this account's root is not there.");
+  if (!found.how.ok() && !found.how.missing()) how = login_failure(found.how);
+  co_await leave();
+  co_return how;
 }
 
 asio::awaitable<outcome> storage_session::look_at_place(std::string verb, std::string path,
                                                         std::shared_ptr<place> found) {
-  operation op(*this, operation_kind::stat, {.verb = std::move(verb), .path = std::move(path), .adds = true});
+  operation op(*this, operation_kind::stat, {.verb = std::move(verb), .path = root_.to_box(path), .adds = true});
   op.work = [found](operation& started) { place_find(started, *found); };
   co_await run(op);
   co_return operation_outcome(op);

@@ -79,6 +79,7 @@ asio::awaitable<void> storage_session::run(operation& op) {
 
 asio::awaitable<outcome> storage_session::start(storage_user user) {
   user_ = std::move(user);
+  root_ = root_prefix(user_.root);
   std::string error;
   std::function<void()> activate = [&] {
     if (!interface()) error = plugin_activate(host_.plugin, host_.config.storage_dsi);
@@ -96,7 +97,16 @@ asio::awaitable<outcome> storage_session::start(storage_user user) {
     outcome again = co_await start_once();
     if (again.ok() || !credential_failure_) how = std::move(again);
   }
+  if (how.ok()) how = co_await look_at_root();
   co_return how;
+}
+
+/// A failure to start, as a login's: not the credential's fault is what may pass, and what the server is out of.
+outcome storage_session::login_failure(outcome how) const {
+  const request_fate last = exchanges_.summary().last;
+  const bool may_pass = how.code < 500 || (last.sent > 0 && status_may_pass(last.status));
+  how.code = may_pass ? 421 : 530;
+  return how;
 }
 
 asio::awaitable<outcome> storage_session::start_once() {
@@ -109,14 +119,10 @@ asio::awaitable<outcome> storage_session::start_once() {
   co_await run(op);
   started_ = take_session(op);
   username_ = op.username;
-  home_directory_ = op.home_directory;
+  home_directory_ = root_.is_top() ? op.home_directory : "/";
   outcome how = operation_outcome(op);
   if (!how.ok() && credential_failure_) co_return *credential_failure_;
-  // Not the credential's fault: what may pass, and what the server is out of.
-  const request_fate last = exchanges_.summary().last;
-  const bool may_pass = how.code < 500 || (last.sent > 0 && status_may_pass(last.status));
-  if (!how.ok()) how.code = may_pass ? 421 : 530;
-  co_return how;
+  co_return how.ok() ? how : login_failure(std::move(how));
 }
 
 tarvex_result_t storage_session::hand_credential(bool renewal, std::optional<std::string>& document) {
@@ -142,6 +148,7 @@ asio::awaitable<void> storage_session::leave() {
   if (thread_) co_await run_aside(std::move(let_go));
   started_ = false;
   user_ = {};
+  root_ = root_prefix();
   username_.clear();
   home_directory_.clear();
   checksums_.clear();
@@ -161,7 +168,7 @@ bool storage_session::take_session(operation& started) {
 }
 
 owned_result storage_session::renew_inside(operation& op) {
-  log_debug("{}: {} {}: the storage's session is started anew", who(), op.subject.verb, op.subject.path);
+  log_debug("{}: {} {}: the storage's session is started anew", who(), op.subject.verb, operation_path(op));
   // Read before the start: what changes meanwhile may be unknown to the new session.
   change_view fresh = others_;
   fresh.open(host_.changes, user_.name);
@@ -176,12 +183,18 @@ owned_result storage_session::renew_inside(operation& op) {
   return {};
 }
 
+const unfinished_store* storage_session::unfinished(std::string_view path) const {
+  const auto left = unfinished_.find(root_.to_box(path));
+  return left == unfinished_.end() ? nullptr : &left->second;
+}
+
 asio::awaitable<outcome> storage_session::forget_unfinished(std::string path) {
+  path = root_.to_box(path);
   const auto left = unfinished_.find(path);
   if (left == unfinished_.end()) co_return outcome{};
   outcome how;
   if (left->second.session == handle_) {
-    operation op(*this, operation_kind::stat, {.verb = "STOR", .path = "/"});
+    operation op(*this, operation_kind::stat, {.verb = "STOR", .path = root_.path()});
     op.work = [](operation& started) {
       (void)operation_complete(started, operation_kind::stat, started.storage.renew_inside(started).release());
     };

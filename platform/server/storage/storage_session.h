@@ -9,6 +9,7 @@
 #include "storage/operation_thread.h"
 #include "storage/outgoing.h"
 #include "storage/plugin.h"
+#include "storage/root_prefix.h"
 #include "storage/store.h"
 
 #include <boost/asio/awaitable.hpp>
@@ -31,8 +32,9 @@ struct spool_budget;
 
 /// Whom the storage serves.
 struct storage_user {
-  std::string name;  ///< of the account
-  std::string peer;  ///< the client's address, numeric
+  std::string name;        ///< of the account
+  std::string peer;        ///< the client's address, numeric
+  std::string root = "/";  ///< folder in Box that the user sees as "/"; absolute, normal
 };
 
 /// Attributes of one item without the plug-in's strings.
@@ -101,7 +103,7 @@ class storage_session {
   /// Runs `work` on the operation thread, for what blocks and belongs to no operation.
   boost::asio::awaitable<void> run_aside(std::function<void()> work);
 
-  /// Activates the plug-in and starts its session for the user.
+  /// Activates the plug-in and starts its session for the user, whose root has to be there.
   boost::asio::awaitable<outcome> start(storage_user user);
   bool started() const { return started_; }
   /// Why no further operation can succeed, for the client; empty: they can. The session is to end then.
@@ -109,7 +111,11 @@ class storage_session {
   /// Ends the plug-in's session; the next `start` may be for another user. Nothing may run.
   boost::asio::awaitable<void> leave();
   const std::string& username() const { return username_; }              ///< empty: the login name
-  const std::string& home_directory() const { return home_directory_; }  ///< absolute, as the plug-in has it
+  const std::string& home_directory() const { return home_directory_; }  ///< absolute
+
+  /// Between paths as the client names them, which is how they come in and go out here, and paths in Box, which is what
+  /// operations are about. Any thread, while a session is started.
+  const root_prefix& root() const { return root_; }
 
   // What the plug-in can do.
   bool sends() const;
@@ -146,8 +152,8 @@ class storage_session {
   };
   boost::asio::awaitable<outcome> look_at_place(std::string verb, std::string path, std::shared_ptr<place> found);
 
-  /// What broken stores of this login have left in the plug-in, by path.
-  const std::map<std::string, unfinished_store>& unfinished() const { return unfinished_; }
+  /// What a broken store of this login has left in the plug-in; null: nothing. Borrowed until the next store.
+  const unfinished_store* unfinished(std::string_view path) const;
   /// Makes way for a store that starts afresh: what a broken one has left under its path would be in its way.
   boost::asio::awaitable<outcome> forget_unfinished(std::string path);
 
@@ -186,6 +192,8 @@ class storage_session {
 
  private:
   boost::asio::awaitable<void> run(operation& op);
+  boost::asio::awaitable<outcome> look_at_root();
+  outcome login_failure(outcome how) const;
   bool take_session(operation& started);
   boost::asio::awaitable<outcome> start_once();
 
@@ -197,6 +205,7 @@ class storage_session {
 
   // Written on the operation thread while an operation runs, else the I/O thread's.
   storage_user user_;
+  root_prefix root_;
   std::shared_ptr<void> handle_;  ///< the plug-in's session; who holds it last ends it
   bool started_ = false;
   std::string checksums_;
@@ -208,7 +217,8 @@ class storage_session {
   change_view others_;  ///< operation thread
   exchange_log exchanges_;
 
-  std::map<std::string, unfinished_store> unfinished_;  ///< I/O thread, and the operation thread while it renews
+  std::map<std::string, unfinished_store>
+      unfinished_;  ///< by path in Box; I/O thread, and the operation thread while it renews
 };
 
 }  // namespace tarvex::server

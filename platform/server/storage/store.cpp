@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "base/text.h"
+#include "ftp/path.h"
 #include "storage/block_source.h"
 #include "storage/inside.h"
 #include "storage/operation_prepare.h"
@@ -87,7 +88,7 @@ void store::run(operation& op) {
     std::optional<item_stat> taken;
     const owned_result free = find_inside(op, op.subject.path, taken);
     if (!free.ok() || taken || !rewind()) return;
-    log_info("{}: STOR {}: nothing was stored; sent again after {} s", storage_.who(), op.subject.path, wait_s);
+    log_info("{}: STOR {}: nothing was stored; sent again after {} s", storage_.who(), operation_path(op), wait_s);
     op.result = {};
     op.finished = false;
     call_plugin(op);
@@ -113,9 +114,23 @@ bool store::prepare_anew(operation& op) {
   return !std::exchange(end_awaited_, false) || await_life(op);
 }
 
+/// The plug-in deletes what stands at the path as far as the session that it stores with knows, which for an upload
+/// that goes on may be an earlier one: the item that it knows may have got another name since, or be another session's.
+/// \return why it is not called, where nothing may be deleted; good when it may be.
+owned_result store::name_refusal(operation& op, void* session) {
+  if (!request_.new_only && request_.offset == 0) return {};
+  std::optional<item_stat> taken;
+  owned_result known = stat_inside(op, op.subject.path, taken, session);
+  if (!known.ok()) return result_missing(known.get()) ? owned_result() : std::move(known);
+  return owned_result(tarvex_error_put(tarvex_gfs_ftp_response_error_construct(
+      nullptr, nullptr, 553, "PATH_EXISTS", "GridFTP-Path: %s", path_quoted(op.subject.path).c_str())));
+}
+
 void store::call_plugin(operation& op) {
   tarvex_gfs_transfer_info_t info{op.subject.path.c_str(), request_.size, request_.offset == 0};
   void* const session = request_.session ? request_.session.get() : storage_.handle();
+  owned_result refused = name_refusal(op, session);
+  if (!refused.ok()) return tarvex_gridftp_server_finished_transfer(&op, refused.release());
   storage_.interface()->recv_func(&op, &info, session);
 }
 

@@ -25,6 +25,7 @@ struct store_request {
   std::uint64_t shift = 0;   ///< in extended block mode, added to what the blocks say of where they belong
   std::time_t modification_time = -1;
   bool replaces = false;          ///< an item of that name exists
+  bool new_only = false;          ///< nothing that exists may give way
   std::shared_ptr<void> session;  ///< of the plug-in, which holds the upload that goes on; null: the one in use
 };
 
@@ -110,6 +111,7 @@ class store {
   bool await_beginning(operation& op);
   bool await_life(operation& op);
   void call_plugin(operation& op);
+  owned_result name_refusal(operation& op, void* session);
   bool may_run_again(operation& op);
   void fail(int code, const std::string& text);
   bool read_spooled(data_read wanted);

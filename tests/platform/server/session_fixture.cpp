@@ -110,10 +110,8 @@ SessionTest::SessionTest() : server_(std::make_unique<server_side>()) {
     (void)write_and_wait(op, "hello", 0);
     tarvex_gridftp_server_finished_transfer(op, TARVEX_SUCCESS);
   };
-  config.accounts_file =
-      folder_.write("accounts.toml", std::string("[alice]\npassword = \"") + crypt("secret", "$5$rounds=1000$salt") +
-                                         "\"\ncredential = \"" + folder_.path("alice.json") + "\"\n");
-  chmod(config.accounts_file.c_str(), 0600);
+  add_to_account(std::string("[alice]\npassword = \"") + crypt("secret", "$5$rounds=1000$salt") +
+                 "\"\ncredential = \"" + folder_.path("alice.json") + "\"\n");
   config.storage_dsi = "scripted";
   config.end_grace_ms = 0;
   server_->storage.module = &MODULE;
@@ -129,6 +127,12 @@ void SessionTest::close_session() {
   if (server_->thread.joinable()) server_->thread.join();
   server_->broker_control = descriptor();
   if (server_->broker.joinable()) server_->broker.join();
+}
+
+void SessionTest::add_to_account(const std::string& lines) {
+  accounts_text_ += lines;
+  config.accounts_file = folder_.write("accounts.toml", accounts_text_);
+  chmod(config.accounts_file.c_str(), 0600);
 }
 
 void SessionTest::write_credential(const std::string& text) {

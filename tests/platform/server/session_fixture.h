@@ -51,6 +51,8 @@ class SessionTest : public ::testing::Test {
   loopback_socket passive(const std::string& from = {});
   /// Sends a line that brings data over a passive connection. \return the data; the final reply is still to be read.
   std::string fetch(const std::string& line);
+  /// Adds to the account's table, before a connection.
+  void add_to_account(const std::string& lines);
   void write_credential(const std::string& text);
   /// Closes the control connection and waits for the session to end.
   void close_session();
@@ -69,6 +71,7 @@ class SessionTest : public ::testing::Test {
   struct server_side;
 
   std::string unread_;
+  std::string accounts_text_;
   temporary_folder folder_;
   std::unique_ptr<server_side> server_;
 };

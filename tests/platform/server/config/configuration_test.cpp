@@ -18,7 +18,7 @@ class Configuration : public testing::Test {
     write("accounts.toml", "", 0644);
     write("key", std::string(32, '\0') + "\n", 0600);
     write("short", std::string(31, 'k') + "\n", 0600);
-    write("exposed", std::string(32, 'k'), 0640);
+    write("exposed", std::string(32, 'k'), 0620);
   }
 
   void write(const char* name, const std::string& content, mode_t mode) const {
@@ -146,12 +146,12 @@ TEST_F(Configuration, EveryMistakeIsReportedWithItsLine) {
       {"box", "redirect = 'http://192.0.2.1/callback'", "loopback"},
       {"box", "redirect = 'urn:callback'", "PATH"},
       {"box", "client_secret_file = 'none'", "client_secret_file in [box]: "},
-      {"box", "client_secret_file = 'accounts.toml'", "may be read or written by others"},
+      {"box", "client_secret_file = 'accounts.toml'", "is empty"},
       {"broker", "encryption = 'aes'", "\"aes-256-gcm\" or \"none\""},
       {"broker", "key_file = ''", "a path"},
-      {"broker", "key_file = 'none'", "cannot be looked at: No such file"},
+      {"broker", "key_file = 'none'", "cannot be opened: No such file"},
       {"broker", "key_file = 'short'", "has 31 bytes, and 32 are needed; make one with: openssl rand -out"},
-      {"broker", "key_file = 'exposed'", "chmod 600 it"},
+      {"broker", "key_file = 'exposed'", "exposed "},
       {"broker", "user = ''", "the name of a user"},
       {"broker", "idle_renewal = 59", "from 60 to 5184000"},
       {"limits", "spool_memory_bytes = -1", "from 0 to"},

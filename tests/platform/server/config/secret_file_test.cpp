@@ -34,14 +34,14 @@ TEST(SecretFile, IsReadWithoutItsLinesEnd) {
   }
 }
 
-TEST(SecretFile, OthersMayNotGetAtIt) {
+TEST(SecretFile, OthersMayNotWriteIt) {
   const temporary_folder folder;
   const std::string path = folder.write("s", "word");
   for (const mode_t mode : {0400, 0600, 0700, 0440, 0420, 0604, 0602}) {
     chmod(path.c_str(), mode);
     secret read;
     const auto failure = secret_file_read(path, secret_privacy::owner_only, secret_extent::whole, read);
-    EXPECT_EQ(failure.has_value(), (mode & 066U) != 0) << mode;
+    EXPECT_EQ(failure.has_value(), (mode & 022U) != 0) << mode;
     EXPECT_EQ(read.text(), failure ? "" : "word");
     EXPECT_FALSE(secret_file_read(path, secret_privacy::anyone, secret_extent::whole, read));
   }
