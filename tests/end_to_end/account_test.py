@@ -305,6 +305,10 @@ def test_states(place, ids):
         "ready": "ready", "out": "sign-in needed", "expired": "expired", "both": "disabled", "spent": "broken",
         "broken": "broken", "kept": "ready"}
     assert (listed["kept"]["grant"], listed["kept"]["box_user"]) == ("file", "77")
+    (place.directory / "kept.json").write_text("{}")
+    kept = place.json("show", "kept")
+    assert "token_expiry" in kept["last_error"] and "account test" in listed["spent"]["last_error"]
+    assert str(place.directory) not in json.dumps([kept, *listed.values()])
     table = place.run("list").splitlines()
     assert len(table) == 8 and table[0].split()[:3] == ["NAME", "GRANT", "STATE"]
 

@@ -25,6 +25,7 @@ constexpr std::chrono::seconds RENEWAL_PATIENCE{15};
 
 std::vector<std::string> lines_of(const std::vector<configuration_mistake>& mistakes) {
   std::vector<std::string> lines;
+  lines.reserve(mistakes.size());
   for (const auto& mistake : mistakes) lines.push_back(mistake_text(mistake));
   return lines;
 }

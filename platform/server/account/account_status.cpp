@@ -14,6 +14,8 @@ using reading = token_store::reading;
 constexpr const char* READY = "ready";
 constexpr const char* SIGN_IN_NEEDED = "sign-in needed";
 constexpr const char* BROKEN = "broken";
+/// The store's own words name its files.
+constexpr const char* UNREADABLE = "the broker's record cannot be read; account test says why";
 
 /// What the accounts file says is stronger than what the store says.
 std::string state_of(const account& who, const char* otherwise) {
@@ -39,7 +41,7 @@ account_status unknown_status(const account& who, const reading& found) {
   return {.who = who,
           .grant = std::string(grant_word(grant_kind::box)),
           .state = state_of(who, unreadable ? BROKEN : SIGN_IN_NEEDED),
-          .last_error = who.mistake.empty() ? found.error : who.mistake};
+          .last_error = who.mistake.empty() && unreadable ? UNREADABLE : who.mistake};
 }
 
 }  // namespace

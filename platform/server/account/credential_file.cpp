@@ -28,7 +28,7 @@ std::optional<std::chrono::sys_seconds> time_read(const std::string& text) {
 credential_content credential_file_read(const account& of) {
   std::string content;
   if (const auto failure = regular_file_read(of.credential, file_trust::owner_only, CREDENTIAL_FILE_MIB, content))
-    return {.error = of.credential + " " + failure->text};
+    return {.error = "the credential file " + failure->text};
   const json_document document(json_loadb(content.data(), content.size(), JSON_REJECT_DUPLICATES, nullptr));
   wipe(content);
   credential_content out;
@@ -39,7 +39,7 @@ credential_content credential_file_read(const account& of) {
     out.max_upload = static_cast<std::uint64_t>(*limit);
   if (out.access_token.text().empty() || out.box_user.empty() || !out.expires_at || out.max_upload == 0)
     out.error =
-        of.credential + " lacks access_token, token_expiry, sub or max_upload, or one of them is of another form";
+        "the credential file lacks access_token, token_expiry, sub or max_upload, or one of them is of another form";
   return out;
 }
 

@@ -12,7 +12,7 @@ namespace tarvex::server {
 
 /// What a credential file holds that others keep fresh.
 struct credential_content {
-  std::string error = {};  ///< one line, for the operator; empty: the rest is good
+  std::string error = {};  ///< one line, without the file's path; empty: the rest is good
   secret access_token = {};
   std::string box_user = {};
   std::uint64_t max_upload = 0;
