@@ -6,7 +6,6 @@
 #include "link/channel.h"
 
 #include <boost/asio/post.hpp>
-
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
