@@ -7,7 +7,7 @@ import socket
 import subprocess
 
 import pytest
-from account_place import (APP, NAME, PASSWORD, Place, Shown, Terminal, consent, fetch, key_pair, query_of,
+from account_place import (APP, NAME, PASSWORD, PROGRAM, Place, Shown, Terminal, consent, fetch, key_pair, query_of,
                            sign_in_box, with_query)
 from local import wait_until
 
@@ -276,6 +276,11 @@ def test_wrong_use_is_told_in_one_line(place, tmp_path):
         answer = place.run(*(words or ["--json"]), expected=2)
         assert expected in answer or not words, (case, answer)
         assert place.accounts.read_text() == before, case
+    for case in (["list", "--config"], ["list", "--config", "/nowhere"], ["show", "--json", "alice"]):
+        assert subprocess.run([PROGRAM, "account", *case], capture_output=True, check=False).returncode == 2, case
+    file = f"--config={place.config}"
+    for case in ([file, "list"], ["list", file], ["show", file, "alice"], ["show", "alice", file, "--json"]):
+        subprocess.run([PROGRAM, "account", *case], capture_output=True, check=True)
     place.write_config(broker=False)
     assert "[broker]" in place.run("add", "new", "--box", expected=2)
     place.write_config(box_lines='redirect = "https://example.com/back"')

@@ -9,6 +9,7 @@
 #include "account/account_trial.h"
 #include "account/terminal.h"
 #include "config/account_setting.h"
+#include "confine/fresh_process.h"
 
 #include <CLI/CLI.hpp>
 
@@ -181,6 +182,7 @@ account_exit run(const CLI::App& app, account_words& words) {
 }  // namespace
 
 int account_run(int argc, char** argv) try {
+  hide_memory();  // tokens, keys and passwords come by
   std::signal(SIGPIPE, SIG_IGN);
   CLI::App app("Manages the accounts: who logs in, and as whom at Box.", "tarvex-gridftp-server account");
   account_words words;

@@ -1,7 +1,6 @@
 #include "account/browser.h"
 
 #include "base/text.h"
-
 #include "tarvex_common.hpp"
 
 #include <fcntl.h>

@@ -3,10 +3,9 @@
 #include "account/account_failure.h"
 #include "config/authority.h"
 
+#include <sys/socket.h>
 #include <boost/asio/ip/address.hpp>
 #include <boost/asio/ip/tcp.hpp>
-
-#include <sys/socket.h>
 
 #include <cerrno>
 #include <cstring>

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "account/sign_in_link.h"
-
 #include "tarvex_common.hpp"
 
 #include <cstdint>

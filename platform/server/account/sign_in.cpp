@@ -25,6 +25,9 @@ constexpr hint_row HINTS[] = {
      "; an administrator has to authorise the app in Box's Admin Console (again after each change of the app)"},
     {"invalid_client",
      "; compare client_id and client_secret_file in [box] with the app's page in Box's developer console"},
+    {"invalid_grant: Grant credentials",
+     "; the app needs \"App + Enterprise Access\" and \"Generate user access tokens\", and the user has to be of its "
+     "enterprise"},
     {"redirect_uri_mismatch", "; add redirect of [box] to the redirect URIs of the app"},
     {"unsupported_grant_type", "; the app was made for another authentication method"},
 };
