@@ -3,8 +3,8 @@
 #include "base/log.h"
 #include "config/secret_file.h"
 
-#include <boost/asio/post.hpp>
 #include <poll.h>
+#include <boost/asio/post.hpp>
 
 #include <algorithm>
 #include <utility>
