@@ -49,8 +49,8 @@ bool broker_serve(const configuration& config, descriptor control) {
 
 /// What of the broker's lies where sessions may read; empty: nothing.
 std::string place_in_reach(const configuration& config) {
-  for (const std::string& path : {config.broker_directory, store_key_path(config), config.box_client_secret_file,
-                                  config.accounts_file}) {
+  for (const std::string& path :
+       {config.broker_directory, store_key_path(config), config.box_client_secret_file, config.accounts_file}) {
     for (const accessible_place& place : session_places(config))
       if (!path.empty() && lies_in(path, place.path)) return path + " lies in " + place.path + ", which they may read";
   }

@@ -100,7 +100,8 @@ void try_broker(findings& all, int fd) {
       R"({"says":"creds","id":1001,"name":")" + bob + R"(","account":"bob")" + rest + "}",
       R"({"says":"renew-creds","id":1002,"name":"bob","account":"bob")" + rest + "}",
       R"({"says":"login","id":1003,"name":")" + bob + R"(","password":"","certificates":[])" + rest + "}",
-      R"({"says":"login","id":1004,"name":")" + bob + R"(","password":"","certificates":["subject:CN=bob"])" + rest + "}",
+      R"({"says":"login","id":1004,"name":")" + bob + R"(","password":"","certificates":["subject:CN=bob"])" + rest +
+          "}",
       R"({"id":1,"address":"127.0.0.1","account":"bob","logged_in":1,"error":""})",
       R"({"says":"creds","id":1005)" + rest + "}",
       std::string(70000, '['),

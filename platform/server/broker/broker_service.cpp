@@ -5,11 +5,10 @@
 #include "config/accounts_state.h"
 #include "link/channel.h"
 
-#include <boost/asio/post.hpp>
-
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <boost/asio/post.hpp>
 
 #include <algorithm>
 #include <cerrno>
