@@ -11,7 +11,7 @@ import threading
 import time
 
 import pytest
-from local import BUILD, PASSWORD, pattern, put, wait_until
+from local import BUILD, PASSWORD, let_others_in, pattern, put, wait_until
 from signed_in import CLIENT_SECRET, SignedInServer, SignInBox, watched_tokens, write_record
 
 INTRUDER = BUILD / "lib/libtarvex_gridftp_server_intruder.so"
@@ -266,10 +266,7 @@ def test_the_broker_has_a_user_of_its_own_and_so_has_the_next(tmp_path, sign_in,
         return [int(number) for line in status.splitlines() if line.startswith("Uid:") for number in line.split()[1:]]
 
     nobody, daemon = (int(subprocess.check_output(["id", "-u", name])) for name in ("nobody", "daemon"))
-    # The folders above belong to root, and let nobody through.
-    for folder in (tmp_path, *tmp_path.parents):
-        if str(folder).startswith("/tmp/"):
-            folder.chmod(0o755)
+    let_others_in(tmp_path)
     server = serve(life=50, broker_lines='user = "daemon"', tables='[security]\nuser = "nobody"',
                    prepare=lambda: subprocess.run(["chown", "-R", "daemon", tmp_path / "broker", tmp_path / "secret",
                                                    tmp_path / "accounts.toml"], check=True))

@@ -12,7 +12,7 @@ import sys
 import time
 
 import pytest
-from local import PASSWORD, Server, pattern, wait_until
+from local import PASSWORD, Server, let_others_in, pattern, wait_until
 
 LIMITED = """
 [limits]
@@ -241,8 +241,7 @@ def status_of(pid):
 def test_a_session_is_the_configured_user_and_confined(tmp_path, box):
     """Its groups too: none that root had; and it does all that sessions do."""
     user = pwd.getpwnam("nobody")
-    for folder in (tmp_path, *list(tmp_path.parents)[:2]):
-        folder.chmod(0o755)
+    let_others_in(tmp_path)
     spool = tmp_path / "spool"
     spool.mkdir()
     os.chown(spool, user.pw_uid, user.pw_gid)
