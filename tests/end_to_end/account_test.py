@@ -10,6 +10,7 @@ import pytest
 from account_place import (APP, NAME, PASSWORD, PROGRAM, Place, Shown, Terminal, consent, fetch, key_pair, query_of,
                            sign_in_box, with_query)
 from local import wait_until
+from signed_in import watched_tokens
 
 
 @pytest.fixture(scope="module")
@@ -390,6 +391,29 @@ def test_the_end_of_an_account_reaches_box(place, box):
     box.base = base
     place.run("remove", "alice", "--force")
     assert not list(place.record.glob("*.record"))
+
+
+def test_no_token_lies_in_the_clear(place, box):
+    """Neither on the disk nor in a log nor in what commands print; renewed by the server, and by another key."""
+    with watched_tokens(box) as (address, seen):
+        place.config.write_text(place.config.read_text().replace(f'token_url = "{box.base}', f'token_url = "{address}'))
+        box.call("POST", "/_emulator/settings", {"access_token_lifetime_s": 60})
+        printed = place.sign_in()
+        box.call("POST", "/_emulator/settings", {"access_token_lifetime_s": 3600})
+        server = place.serve()
+        login(server).quit()
+        assert len(seen) == 4, "one pair by the sign-in, one by the login"
+        (place.directory / "next").write_bytes(b"n" * 32)
+        (place.directory / "next").chmod(0o600)
+        place.run("rekey", "--new-key-file", place.directory / "next")
+        printed += place.run("list") + place.run("show", "alice") + place.run("test", "alice") + server.log()
+        login(server).quit()
+        files = [path for path in place.directory.rglob("*") if path.is_file()]
+        assert place.record / "alice.record" in files
+        for secret in seen:
+            assert secret not in printed
+            assert not [path for path in files if secret.encode() in path.read_bytes()]
+        assert server.stop() == 0
 
 
 def test_another_key(place):
