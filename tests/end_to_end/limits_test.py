@@ -237,6 +237,16 @@ def status_of(pid):
     return {name: value.split() for name, value in (line.split(":", 1) for line in lines)}
 
 
+def test_a_low_limit_of_descriptors_turns_nobody_away(tmp_path, box):
+    """The listener keeps descriptors for each session, and takes as many as it is allowed to."""
+    program = Server(tmp_path, box, command=["/bin/sh", "-c", 'ulimit -Sn 64; exec "$@"', "sh"])
+    clients = [program.ftp() for _ in range(70)]
+    assert all(client.sendcmd("NOOP").startswith("200") for client in clients)
+    for client in clients:
+        client.close()
+    assert program.stop() == 0
+
+
 @pytest.mark.skipif(os.geteuid() != 0, reason="only root becomes another user")
 def test_a_session_is_the_configured_user_and_confined(tmp_path, box):
     """Its groups too: none that root had; and it does all that sessions do."""
