@@ -22,7 +22,7 @@ using verdict = renewal_answer::verdict;
 constexpr seconds LEAST_LIFE{100};
 /// Between its look at the token and its request the storage waits for its turn at Box. The first use of a new token
 /// ends the old one, and with it the requests of others that have looked and wait: they get this time to go out.
-constexpr seconds TURN{10};
+constexpr seconds TURN{4};
 /// A login with a token that is about to reach LEAST_LIFE would fail. Where nobody minds it is renewed before.
 constexpr seconds BRINK{5};
 constexpr std::size_t THREADS = 8;
