@@ -83,9 +83,9 @@ class Bytes:
 
 
 def test_a_day_of_short_tokens(sign_in, serve):
-    """Every token is to be renewed ten seconds after it was had; transfers go on across that, nobody sees a 401."""
-    sign_in.settings(access_token_lifetime_s=110)
-    server = serve(life=105)
+    """Every token is to be renewed six seconds after it was had; transfers go on across that, nobody sees a 401."""
+    sign_in.settings(access_token_lifetime_s=106)
+    server = serve(life=104)
     size = 2 * 1024**3
     loud, idle = server.ftp(timeout=300), server.ftp()
     over = threading.Event()
@@ -333,7 +333,7 @@ def test_a_session_that_was_taken_over_gets_nothing_but_its_own_token(tmp_path, 
             assert not [secret for secret in secrets if secret in environ]
         log = server.log().encode()
         assert not [secret for secret in secrets if secret in log]
-        os.kill(int(session), signal.SIGQUIT)  # which would leave a core
+        os.kill(int(session), signal.SIGABRT)  # which would leave a core
         wait_until(lambda: not server.sessions())
         for path in tmp_path.rglob("*"):
             inside = path.read_bytes() if path.is_file() and path.parent.name != "broker" else b""
