@@ -117,7 +117,7 @@ struct broker_link::state : std::enable_shared_from_this<broker_link::state> {
   int number() { return end.native_handle(); }
 
   event_loop& loop;
-  asio::posix::stream_descriptor end;  ///< closed by the I/O thread, under the mutex
+  asio::posix::stream_descriptor end;              ///< closed by the I/O thread, under the mutex
   std::function<void(const std::string&)> on_end;  ///< I/O thread
   std::mutex mutex;
   std::uint64_t last = 0;                   // guarded by mutex
