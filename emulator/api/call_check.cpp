@@ -51,7 +51,7 @@ void call_check_quota(const call& of, std::int64_t size) {
 
 void call_check_free(const call& of, std::int64_t folder, std::string_view name, const item* self,
                      conflict_place place) {
-  if (of.box.reserved.is_reserved(std::string(name))) throw box_problem("name_temporarily_reserved");
+  if (of.box.reserved.is_reserved(of.me.id, folder, name)) throw box_problem("name_temporarily_reserved");
   const auto taken = of.box.items.find_named(of.me.id, folder, name);
   // The item itself is in nobody's way: a rename that only changes case is fine.
   if (!taken || (self != nullptr && taken->type == self->type && taken->id == self->id)) return;

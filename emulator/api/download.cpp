@@ -48,6 +48,11 @@ response download_redirect(call& of) {
   const item file = call_item(of, item_type::FILE, of.id(0), "item");
   // A Range header is for the download host; here it is not looked at.
   const version wanted = version_asked(of, file);
+  if (of.box.recent.is_held_back(wanted.id)) {
+    response later = response_empty(202);
+    later.headers.emplace_back("Retry-After", std::to_string((of.set.content_pending_ms + 999) / 1000));
+    return later;
+  }
   const std::int64_t expires_at_us = time_now_us() + of.set.download_lifetime_s * 1000000;
   const std::string key = of.box.downloads.add({wanted.content, file.name, expires_at_us});
   response answer = response_empty(302);

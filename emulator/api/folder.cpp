@@ -25,6 +25,7 @@ response folder_create(call& of) {
                                          .modified_at = now,
                                          .content_created_at = now,
                                          .content_modified_at = now});
+  of.box.recent.hide(made, std::nullopt, of.set.listing_lag_ms);
   response answer = response_json(201, item_view(of).single(made).get());
   hold.commit();
   return answer;

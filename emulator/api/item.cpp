@@ -83,6 +83,7 @@ response item_delete(call& of, item_type type, std::string_view missing) {
     contents = of.box.items.purge(gone);
   }
   hold.commit();
+  of.box.reserved.reserve_place(gone, of.set.name_reserved_ms);
   of.box.contents.remove_all(contents);
   return response_empty(204);
 }

@@ -26,6 +26,7 @@ item copy_tree(const call& of, const item& from, std::int64_t parent, const std:
     made.size = 0;  // grows with what is put in
     made = of.box.items.create(made);
   }
+  of.box.recent.hide(made, std::nullopt, of.set.listing_lag_ms);
   of.box.metadata.copy(from, made);
   if (!from.is_folder()) return made;
   for (const item& child : of.box.items.list_after(of.me.id, from.id, {}, -1)) {

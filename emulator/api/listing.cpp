@@ -66,7 +66,10 @@ item_place place_of(const std::string& marker) {
 json_ptr entries_of(const call& of, const std::vector<item>& items) {
   item_view view(of);
   json_ptr entries(json_array());
-  for (const item& each : items) json_add(entries.get(), view.listed(each));
+  for (const item& each : items) {
+    // A listing may lag behind what was stored; then its pages are shorter than asked for.
+    if (const auto shown = of.box.recent.listed(each)) json_add(entries.get(), view.listed(*shown));
+  }
   return entries;
 }
 

@@ -39,6 +39,7 @@ void check_parts(const upload_session& session, const std::vector<upload_part>& 
 
 /// 202 while the parts are being put together, as the settings have it; counts the commit.
 std::optional<response> pending(const call& of, const upload_session& session) {
+  if (session.size <= of.set.commit_pending_above) return std::nullopt;
   const std::int64_t now_ms = time_now_us() / 1000;
   of.box.sessions.count_commit(session, now_ms);
   const std::int64_t waited_ms = session.first_commit_ms == 0 ? 0 : now_ms - session.first_commit_ms;

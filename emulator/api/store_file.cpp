@@ -11,6 +11,7 @@ std::int64_t add_version(const call& of, std::int64_t file, const file_bytes& by
   of.box.items.add_version({id, file, bytes.size, bytes.sha1, std::to_string(id)});
   of.box.users.add_used(of.me.id, bytes.size);
   of.box.contents.rename(bytes.draft, std::to_string(id));
+  of.box.recent.hold_back(id, of.set.content_pending_ms);
   return id;
 }
 
@@ -47,7 +48,9 @@ item store_file(const call& of, const file_target& target, const file_bytes& byt
   // The version names its file, so the number is taken before the item is made.
   made.id = of.box.data.next_number("files");
   made.version = add_version(of, made.id, bytes);
-  return of.box.items.create(std::move(made));
+  made = of.box.items.create(std::move(made));
+  of.box.recent.hide(made, std::nullopt, of.set.listing_lag_ms);
+  return made;
 }
 
 item store_version(const call& of, const item& file, const file_target& target, const file_bytes& bytes) {
@@ -67,6 +70,7 @@ item store_version(const call& of, const item& file, const file_target& target, 
   changed.content_modified_at = target.content_modified_at.value_or(now);
   ++changed.etag;
   of.box.items.update(file, changed);
+  of.box.recent.hide(changed, file, of.set.listing_lag_ms);
   return changed;
 }
 

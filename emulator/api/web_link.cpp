@@ -19,6 +19,7 @@ response web_link_create(call& of) {
   made.parent = call_parent(of, body.get()).id;
   call_check_free(of, made.parent, made.name, nullptr, conflict_place::CREATE);
   made = of.box.items.create(std::move(made));
+  of.box.recent.hide(made, std::nullopt, of.set.listing_lag_ms);
   response answer = response_json(201, item_view(of).single(made).get());
   hold.commit();
   return answer;

@@ -3,6 +3,7 @@
 #include "base/settings.h"
 #include "box/app_list.h"
 #include "box/download_links.h"
+#include "box/recent_stores.h"
 #include "box/reservations.h"
 #include "box/session_digests.h"
 #include "store/content_store.h"
@@ -13,6 +14,7 @@
 #include "store/single_use_store.h"
 #include "store/token_store.h"
 #include "store/user_store.h"
+#include "traffic/chance.h"
 #include "traffic/fault_list.h"
 #include "traffic/journal.h"
 #include "traffic/rate_limiter.h"
@@ -58,6 +60,8 @@ struct box_state {
   session_digests digests;
   rate_limiter limiter;
   reservations reserved;
+  recent_stores recent;
+  chance_counter chances;
   app_list apps;
   std::map<std::string, std::string> passwords;  // by user's name; complete before the first request
 

@@ -92,7 +92,7 @@ def test_the_journal_tells_what_came(box):
 
 
 def test_the_rate_is_limited_when_told(box):
-    box.set(rate_limit=True, rate_limit_requests=5, rate_limit_uploads=1)
+    box.set(account_requests_per_minute=5, account_uploads_per_minute=1)
     assert box.upload(named("f"), b"x").status == 201
     refused = box.upload("{}", b"x").expect("code=rate_limit_exceeded")
     assert 1 <= int(refused.headers["Retry-After"]) <= 60

@@ -1,0 +1,69 @@
+#include "http/paced_transport.h"
+
+#include <algorithm>
+#include <thread>
+
+namespace tarvex::emulator {
+namespace {
+
+constexpr std::int64_t PIECES_PER_SECOND = 500;
+constexpr std::int64_t LEAST_PIECE_BYTES = 256;
+constexpr std::int64_t MOST_PIECE_BYTES = 1 << 20;
+
+/// What a wait took too long is caught up with, up to here. What a silent client did not use is lost, as on a line.
+constexpr auto MOST_CATCH_UP = std::chrono::milliseconds(20);
+
+/// What the system takes in ahead of a reader: without a limit whole parts, which a client would take for sent.
+constexpr int BACKLOG_BYTES = 512 * 1024;
+
+}  // namespace
+
+void paced_transport::set_rate(std::int64_t bytes_per_second) {
+  if (bytes_per_second == rate_) return;
+  rate_ = std::max<std::int64_t>(bytes_per_second, 0);
+  if (rate_ > 0) through_.limit_backlog(BACKLOG_BYTES);
+}
+
+std::size_t paced_transport::piece() const {
+  return static_cast<std::size_t>(std::clamp(rate_ / PIECES_PER_SECOND, LEAST_PIECE_BYTES, MOST_PIECE_BYTES));
+}
+
+void paced_transport::moved(std::size_t bytes) {
+  const auto now = clock::now();
+  const std::chrono::duration<double> takes(static_cast<double>(bytes) / static_cast<double>(rate_));
+  due_ = std::max(due_, now - MOST_CATCH_UP) + std::chrono::duration_cast<clock::duration>(takes);
+  if (due_ > now) std::this_thread::sleep_until(due_);
+}
+
+std::size_t paced_transport::read(std::span<char> out) {
+  if (rate_ == 0) return through_.read(out);
+  const std::size_t got = through_.read(out.first(std::min(out.size(), piece())));
+  moved(got);
+  return got;
+}
+
+bool paced_transport::write(std::string_view bytes, bool more) {
+  if (rate_ == 0) return through_.write(bytes, more);
+  while (!bytes.empty()) {
+    const std::string_view now = bytes.substr(0, piece());
+    bytes.remove_prefix(now.size());
+    // Each piece leaves at once: held back for a full packet it would arrive in bursts.
+    if (!through_.write(now, more && bytes.empty())) return false;
+    moved(now.size());
+  }
+  return true;
+}
+
+bool paced_transport::send_file(int file, std::int64_t offset, std::int64_t length) {
+  if (rate_ == 0) return through_.send_file(file, offset, length);
+  while (length > 0) {
+    const std::int64_t now = std::min(length, static_cast<std::int64_t>(piece()));
+    if (!through_.send_file(file, offset, now)) return false;
+    offset += now;
+    length -= now;
+    moved(static_cast<std::size_t>(now));
+  }
+  return true;
+}
+
+}  // namespace tarvex::emulator
