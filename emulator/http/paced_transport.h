@@ -19,14 +19,14 @@ class paced_transport final : public transport {
   std::size_t read(std::span<char> out) override;
   bool write(std::string_view bytes, bool more) override;
   bool send_file(int file, std::int64_t offset, std::int64_t length) override;
-  bool pause(std::int64_t milliseconds) override { return through_.pause(milliseconds); }
+  bool pause(std::int64_t milliseconds) override;
   void limit_backlog(int bytes) override { through_.limit_backlog(bytes); }
 
  private:
   using clock = std::chrono::steady_clock;
 
   [[nodiscard]] std::size_t piece() const;
-  void moved(std::size_t bytes);
+  void moved(std::size_t bytes, clock::time_point began);
 
   transport& through_;
   std::int64_t rate_ = 0;

@@ -107,6 +107,8 @@ def test_bad_command_lines_say_what_is_wrong(box, tmp_path):
             (data + "--refresh never", 2, "grace|strict"), (data + "--password x", 2, "NAME:PASSWORD"),
             (data + "--password x:y", 1, "no such account"), (data + "--app /nowhere.json", 1, "/nowhere.json"),
             (data + "--set part_size=big", 2, "wants a whole number"),
+            (data + "--like x", 2, "box-on-a-bad-day"), (data + "--set trouble_on=api,x", 2, "wants some of"),
+            (data + "--set cut_probability=1.5", 2, "from 0 to 1"), (data + "--set connection_rate=-1", 2, "at least 0"),
             (data + "--set next_marker=x", 2, "null|empty|missing"), (data + "--listen here", 1, "HOST:PORT"),
             (data + f"--listen {box.address}", 1, "in use"), (data + "--faults /nowhere.json", 1, "/nowhere.json"),
             ("--data /proc/nowhere", 1, "/proc/nowhere"), ("--help", 0, "download_lifetime_s")]:
