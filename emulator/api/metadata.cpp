@@ -1,5 +1,6 @@
 #include "api/metadata.h"
 
+#include "api/access.h"
 #include "api/json_patch.h"
 #include "base/text.h"
 
@@ -55,6 +56,7 @@ response create(call& of, item_type type) {
   json_ptr body = parsed_body(of);
   transaction hold(of.box.data);
   const item subject = subject_of(of, type);
+  access_require(of, subject, MAY_EDIT);
   if (!json_is_object(body.get())) throw short_problem(400, "bad_request", "The body must be a JSON object");
   check_values(body.get());
   if (of.box.metadata.find(subject)) {
@@ -73,6 +75,7 @@ response update(call& of, item_type type) {
   const json_ptr patch = parsed_body(of);
   transaction hold(of.box.data);
   const item subject = subject_of(of, type);
+  access_require(of, subject, MAY_EDIT);
   const auto content_type = of.in.header("Content-Type").value_or("");
   if (!lower(content_type).starts_with("application/json-patch+json") || !json_patch_is_one(patch.get())) {
     throw short_problem(400, "bad_request", "The body must be a JSON patch, sent as application/json-patch+json");
@@ -93,6 +96,7 @@ response update(call& of, item_type type) {
 response remove(call& of, item_type type) {
   transaction hold(of.box.data);
   const item subject = subject_of(of, type);
+  access_require(of, subject, MAY_EDIT);
   if (!of.box.metadata.find(subject)) throw missing_problem(subject);
   of.box.metadata.remove(subject);
   hold.commit();

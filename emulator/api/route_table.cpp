@@ -1,16 +1,21 @@
 // All addresses, each with what it is for and who answers.
+#include "api/collaboration.h"
+#include "api/comment.h"
 #include "api/download.h"
 #include "api/event.h"
 #include "api/file.h"
+#include "api/file_version.h"
 #include "api/folder.h"
 #include "api/item_trash.h"
 #include "api/listing.h"
 #include "api/metadata.h"
 #include "api/oauth.h"
 #include "api/route.h"
+#include "api/search.h"
 #include "api/session.h"
 #include "api/session_commit.h"
 #include "api/session_part.h"
+#include "api/shared_link.h"
 #include "api/upload.h"
 #include "api/user.h"
 #include "api/web_link.h"
@@ -42,7 +47,20 @@ response file_trash_purge(call& of) {
 // Fixed segments stand before the captures that would take them for an id.
 constexpr route ROUTES[] = {
     {"GET", "/2.0/users/me", API, user_me},
+    {"GET", "/2.0/users", API, user_list},
+    {"GET", "/2.0/users/:id", API, user_get},
     {"GET", "/2.0/events", API, event_list},
+    {"OPTIONS", "/2.0/events", API, event_realtime},
+    {"GET", "/events/:any", SIGN_IN, event_wait},
+    {"GET", "/2.0/search", API, search_items},
+
+    {"POST", "/2.0/comments", API, comment_create},
+    {"GET", "/2.0/comments/:id", API, comment_get},
+    {"PUT", "/2.0/comments/:id", API, comment_update},
+    {"DELETE", "/2.0/comments/:id", API, comment_delete},
+    {"GET", "/2.0/files/:id/comments", API, comments_of_file},
+
+    {"GET", "/2.0/shared_items", API, shared_item_get},
 
     {"GET", "/2.0/folders/trash/items", API, trash_items},
     {"POST", "/2.0/folders", API, folder_create},
@@ -64,6 +82,11 @@ constexpr route ROUTES[] = {
     {"POST", "/2.0/files/:id", API, file_restore},
     {"POST", "/2.0/files/:id/copy", API, file_copy},
     {"GET", "/2.0/files/:id/content", API, download_redirect},
+    {"GET", "/2.0/files/:id/versions", API, file_version_list},
+    {"POST", "/2.0/files/:id/versions/current", API, file_version_promote},
+    {"GET", "/2.0/files/:id/versions/:id", API, file_version_get},
+    {"PUT", "/2.0/files/:id/versions/:id", API, file_version_restore},
+    {"DELETE", "/2.0/files/:id/versions/:id", API, file_version_delete},
     {"GET", "/2.0/files/:id/trash", API, file_trash_get},
     {"DELETE", "/2.0/files/:id/trash", API, file_trash_purge},
 
@@ -75,6 +98,14 @@ constexpr route ROUTES[] = {
     {"POST", "/2.0/folders/:id/metadata/:any/:any", API, folder_metadata_create},
     {"PUT", "/2.0/folders/:id/metadata/:any/:any", API, folder_metadata_update},
     {"DELETE", "/2.0/folders/:id/metadata/:any/:any", API, folder_metadata_delete},
+
+    {"GET", "/2.0/collaborations", API, collaborations_pending},
+    {"POST", "/2.0/collaborations", API, collaboration_create},
+    {"GET", "/2.0/collaborations/:id", API, collaboration_get},
+    {"PUT", "/2.0/collaborations/:id", API, collaboration_update},
+    {"DELETE", "/2.0/collaborations/:id", API, collaboration_delete},
+    {"GET", "/2.0/files/:id/collaborations", API, collaborations_of_file},
+    {"GET", "/2.0/folders/:id/collaborations", API, collaborations_of_folder},
 
     {"POST", "/2.0/web_links", API, web_link_create},
     {"GET", "/2.0/web_links/:id", API, web_link_get},

@@ -1,5 +1,6 @@
 #include "api/session_commit.h"
 
+#include "api/event.h"
 #include "api/item_view.h"
 #include "api/session_common.h"
 #include "api/store_file.h"
@@ -120,6 +121,7 @@ response session_commit(call& of) {
   const item made = store(of, session, target, actual);
   session_end(of, session);
   response answer = response_json(201, item_view(of).entries_of_one(made).get());
+  event_note(of, "ITEM_UPLOAD", made);
   hold.commit();
   return answer;
 }

@@ -1,5 +1,6 @@
 #include "api/store_file.h"
 
+#include "api/access.h"
 #include "api/call_check.h"
 
 namespace tarvex::emulator {
@@ -8,7 +9,7 @@ namespace {
 /// Enters a version and gives the content its lasting name.
 std::int64_t add_version(const call& of, std::int64_t file, const file_bytes& bytes) {
   const std::int64_t id = of.box.data.next_number("versions");
-  of.box.items.add_version({id, file, bytes.size, bytes.sha1, std::to_string(id)});
+  of.box.versions.add({id, file, bytes.size, bytes.sha1, std::to_string(id)}, of.now());
   of.box.users.add_used(of.me.id, bytes.size);
   of.box.contents.rename(bytes.draft, std::to_string(id));
   of.box.recent.hold_back(id, of.set.content_pending_ms);
@@ -19,6 +20,7 @@ std::int64_t add_version(const call& of, std::int64_t file, const file_bytes& by
 
 file_target store_target(const call& of, const json_t* attributes) {
   file_target target;
+  call_check_members(attributes, "name parent size content_created_at content_modified_at");
   const auto name = json_text_at(attributes, "name");
   require(name.has_value(), "'name' is required");
   target.name = *name;
@@ -38,7 +40,7 @@ void store_check(const call& of, const file_target& target, std::int64_t size) {
 item store_file(const call& of, const file_target& target, const file_bytes& bytes) {
   store_check(of, target, bytes.size);
   const std::int64_t now = of.now();
-  item made{.owner = of.me.id, .type = item_type::FILE, .parent = target.folder, .name = target.name};
+  item made{.owner = access_owner(of, target.folder), .type = item_type::FILE, .parent = target.folder, .name = target.name};
   made.size = bytes.size;
   made.sha1 = bytes.sha1;
   made.created_at = made.modified_at = now;
@@ -54,6 +56,7 @@ item store_file(const call& of, const file_target& target, const file_bytes& byt
 }
 
 item store_version(const call& of, const item& file, const file_target& target, const file_bytes& bytes) {
+  call_check_writable(of, file);
   call_check_match(of, file);
   call_check_quota(of, bytes.size);
   item changed = file;

@@ -56,9 +56,10 @@ void box_state::reset() {
   requests.clear();
   reserved.clear();
   recent.clear();
+  events.clear();
   chances.restart();
   transaction hold(data);
-  for (const char* table : {"versions", "metadata", "sessions", "parts"}) data.run(std::string("DELETE FROM ") + table);
+  for (const char* table : {"versions", "trashed_versions", "metadata", "records", "sessions", "parts"}) data.run(std::string("DELETE FROM ") + table);
   // The roots stay: only they have no parent.
   data.run("DELETE FROM items WHERE parent <> -1");
   data.run("UPDATE items SET size = 0");

@@ -67,6 +67,7 @@ std::vector<std::string> item_store::purge(const item& gone) {
         on_.run("UPDATE users SET used = used - ? WHERE id = ?", rows.integer(1), gone.owner);
       }
     }
+    on_.run("DELETE FROM records WHERE subject = ?", item_typed_id(each.type, each.id));
     on_.run("DELETE FROM metadata WHERE type = ? AND item = ?", number(each.type), each.id);
     on_.run("DELETE FROM items WHERE owner = ? AND type = ? AND id = ?", each.owner, number(each.type), each.id);
   }

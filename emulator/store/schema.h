@@ -43,8 +43,14 @@ CREATE INDEX IF NOT EXISTS items_named ON items(owner, parent, folded, trashed);
 CREATE TABLE IF NOT EXISTS versions(
   id INTEGER PRIMARY KEY, file INTEGER NOT NULL, size INTEGER NOT NULL, sha1 TEXT NOT NULL,
   content TEXT NOT NULL, created_at INTEGER NOT NULL);
+CREATE TABLE IF NOT EXISTS trashed_versions(id INTEGER PRIMARY KEY, trashed_at INTEGER NOT NULL);
 CREATE INDEX IF NOT EXISTS versions_of_file ON versions(file);
 CREATE INDEX IF NOT EXISTS versions_of_content ON versions(content);
+CREATE TABLE IF NOT EXISTS records(
+  id INTEGER PRIMARY KEY, kind TEXT NOT NULL, owner INTEGER NOT NULL, subject TEXT NOT NULL, value TEXT NOT NULL);
+CREATE INDEX IF NOT EXISTS records_of_subject ON records(kind, subject);
+CREATE INDEX IF NOT EXISTS records_on_item ON records(subject);
+CREATE INDEX IF NOT EXISTS items_by_id ON items(type, id);
 CREATE TABLE IF NOT EXISTS metadata(
   type INTEGER NOT NULL, item INTEGER NOT NULL, id TEXT NOT NULL, version INTEGER NOT NULL, value TEXT NOT NULL,
   PRIMARY KEY(type, item)) WITHOUT ROWID;
