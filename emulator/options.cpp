@@ -45,7 +45,8 @@ void describe(CLI::App& app, options& to, raw_options& raw) {
   app.add_flag("--quiet", to.quiet, "no line for each request on standard error");
   app.add_option("--set,--settings", raw.settings, "NAME=VALUE, see below");
   app.footer("Prints \"listening on HOST:PORT\" when it is ready, and serves until SIGTERM or SIGINT.\n\nSettings:\n" +
-             settings_help() + "\nLikenesses; --set changes what one of them sets:\n" + likeness_help() + "\n" + app_help() + "\n" + fault_help() + "\n" + control_help());
+             settings_help() + "\nLikenesses; --set changes what one of them sets:\n" + likeness_help() + "\n" +
+             app_help() + "\n" + fault_help() + "\n" + control_help());
 }
 
 void take_setting(const std::string& name, const std::string& value, options& to) {

@@ -26,7 +26,9 @@ unsigned access_of_role(std::string_view role) {
   return 0;
 }
 
-unsigned access_rights(const call& of, const item& subject) {
+namespace {
+
+unsigned unlimited_rights(const call& of, const item& subject) {
   if (subject.owner == of.me.id) return MAY_ALL;
   unsigned rights = 0;
   auto levels = of.box.items.ancestors(subject);
@@ -40,7 +42,26 @@ unsigned access_rights(const call& of, const item& subject) {
   return rights;
 }
 
+/// Whether an item is the one that a token is for, or lies below it.
+bool is_in_reach(const call& of, const item& subject) {
+  const std::string& resource = of.limit->resource;
+  if (resource.empty() || resource == item_typed_id(subject.type, subject.id)) return true;
+  if (resource == item_typed_id(item_type::FOLDER, ROOT_ID)) return subject.owner == of.me.id;
+  const auto top = of.box.items.find_typed(resource);
+  return top && top->is_folder() && top->owner == subject.owner &&
+         of.box.items.is_below(top->owner, subject.parent, top->id);
+}
+
+}  // namespace
+
+unsigned access_rights(const call& of, const item& subject) {
+  const unsigned rights = unlimited_rights(of, subject);
+  if (!of.limit) return rights;
+  return is_in_reach(of, subject) ? rights & of.limit->rights : 0;
+}
+
 void access_require(const call& of, const item& subject, access_right right) {
+  if (of.limit && (of.limit->rights & right) == 0) throw box_problem("insufficient_scope");
   if ((access_rights(of, subject) & right) == 0) throw box_problem("access_denied_insufficient_permissions");
 }
 

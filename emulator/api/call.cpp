@@ -64,6 +64,7 @@ item call_item(const call& of, item_type type, std::int64_t id, std::string_view
     found = of.box.items.find_typed(item_typed_id(type, id));
     if (found && access_rights(of, *found) == 0) found.reset();
   }
+  if (found && of.limit && access_rights(of, *found) == 0) throw box_problem("insufficient_scope");
   if (!found) throw not_found_problem(missing, item_typed_id(type, id));
   if (found->trashed != item_trash::ACTIVE) throw box_problem("trashed");
   return *found;

@@ -15,13 +15,20 @@
 
 namespace tarvex::emulator {
 
+/// What is left to a token with scopes: rights (access_right), and the item it is for (a typed id; empty: all).
+struct token_limit {
+  unsigned rights = 0;
+  std::string resource = {};
+};
+
 /// One request on its way through a handler.
 struct call {
   box_state& box;
   request& in;
-  settings set;                       // those of this request
-  user me = {};                       // whose token came; id 0 where the route asks for none
-  std::vector<std::string> ids = {};  // what the route's pattern captured, in order
+  settings set;                           // those of this request
+  user me = {};                           // whose token came; id 0 where the route asks for none
+  std::optional<token_limit> limit = {};  // of a token that may do less than its user
+  std::vector<std::string> ids = {};      // what the route's pattern captured, in order
   journal_entry_ptr entry;
 
   /// A captured id as a number (the router has checked its form).
@@ -43,7 +50,8 @@ struct call {
   [[nodiscard]] std::string origin(const std::string& host_name) const;
 };
 
-/// An active item of the caller's, or one of another's that the caller was invited to. Throws 404 `not_found` under the name `missing`, or `trashed`.
+/// An active item of the caller's, or one of another's that the caller was invited to. Throws 404 `not_found` under the
+/// name `missing`, or `trashed`.
 [[nodiscard]] item call_item(const call& of, item_type type, std::int64_t id, std::string_view missing);
 
 /// The folder that an object's `parent` names, to put something into. Throws 400 when it is absent, 404 when no such

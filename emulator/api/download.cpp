@@ -38,7 +38,8 @@ version version_asked(const call& of, const item& file) {
   std::int64_t wanted = file.version;
   if (const auto asked = of.in.parameter("version"); asked && !asked->empty()) wanted = number_of(*asked).value_or(-1);
   const auto found = of.box.versions.find(wanted);
-  if (!found || found->file != file.id || of.box.versions.is_trashed(found->id)) throw not_found_problem("file_version", std::to_string(wanted));
+  if (!found || found->file != file.id || of.box.versions.is_trashed(found->id))
+    throw not_found_problem("file_version", std::to_string(wanted));
   return *found;
 }
 

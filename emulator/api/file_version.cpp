@@ -103,7 +103,7 @@ response file_version_promote(call& of) {
   version made = chosen.content;
   made.id = of.box.data.next_number("versions");
   of.box.versions.add(made, of.now());
-  of.box.users.add_used(of.me.id, made.size);
+  of.box.users.add_used(before.owner, made.size);
   item after = before;
   after.version = made.id;
   after.size = made.size;

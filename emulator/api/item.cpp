@@ -34,7 +34,8 @@ void check_move(const call& of, const item& before, const item& after) {
   call_check_unlocked(of, after.parent);
   // What a folder's owner keeps in it stays the owner's: nothing is given away by a move.
   if (access_owner(of, after.parent) != before.owner) throw box_problem("access_denied_insufficient_permissions");
-  if (before.is_folder() && before.parent != after.parent && of.box.items.is_below(before.owner, after.parent, before.id)) {
+  if (before.is_folder() && before.parent != after.parent &&
+      of.box.items.is_below(before.owner, after.parent, before.id)) {
     throw box_problem("cyclical_folder_structure");
   }
   call_check_free(of, after.parent, after.name, &before, conflict_place::UPDATE);

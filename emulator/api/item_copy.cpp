@@ -24,7 +24,7 @@ item copy_tree(const call& of, const item& from, const item& parent, const std::
     made = of.box.items.create(made);
     content->file = made.id;
     of.box.versions.add(*content, of.now());
-    of.box.users.add_used(of.me.id, content->size);
+    of.box.users.add_used(made.owner, content->size);
   } else {
     made.size = 0;  // grows with what is put in
     made = of.box.items.create(made);

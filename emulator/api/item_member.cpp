@@ -31,8 +31,7 @@ struct member_row {
   void (*apply)(const call& of, const item& subject, const json_t* wanted);
 };
 
-constexpr member_row MEMBER_ROWS[] = {
-    {"shared_link", shared_link_apply}, {"lock", lock_apply}, {"tags", tags_apply}};
+constexpr member_row MEMBER_ROWS[] = {{"shared_link", shared_link_apply}, {"lock", lock_apply}, {"tags", tags_apply}};
 
 }  // namespace
 

@@ -20,6 +20,8 @@ constexpr permission_row PERMISSION_ROWS[] = {
     {"can_upload", MAY_UPLOAD, OF_FOLDER | OF_FILE},
     {"can_comment", MAY_SEE, OF_FILE},
     {"can_annotate", MAY_EDIT, OF_FILE},
+    {"can_view_annotations_all", MAY_SEE, OF_FILE},
+    {"can_view_annotations_self", MAY_SEE, OF_FILE},
     {"can_rename", MAY_EDIT, OF_FOLDER | OF_FILE},
     {"can_delete", MAY_EDIT, OF_FOLDER | OF_FILE},
     {"can_share", MAY_SHARE, OF_FOLDER | OF_FILE},

@@ -2,6 +2,7 @@
 
 #include "api/access.h"
 #include "api/metadata.h"
+#include "api/metadata_template.h"
 #include "base/text.h"
 
 #include <algorithm>
@@ -135,17 +136,20 @@ json_ptr item_view::contents_of(const item& subject) {
 }
 
 json_ptr item_view::metadata_of(const item& subject) {
+  json_ptr scopes(json_object());
   for (const std::string& wanted : templates_) {
-    if (wanted != "global.properties") continue;
-    json_ptr instance = metadata_json(of_, subject);
+    const auto dot = wanted.find('.');
+    const auto scope = metadata_scope(wanted.substr(0, dot));
+    if (dot == std::string::npos || !scope) continue;
+    const std::string key = wanted.substr(dot + 1);
+    json_ptr instance = metadata_json(of_, subject, *scope + "." + key);
     if (!instance) continue;
-    json_ptr global(json_object());
-    json_put(global.get(), "properties", std::move(instance));
-    json_ptr scopes(json_object());
-    json_put(scopes.get(), "global", std::move(global));
-    return scopes;
+    json_ptr held(json_incref(json_object_get(scopes.get(), scope->c_str())));
+    if (!held) held.reset(json_object());
+    json_put(held.get(), key.c_str(), std::move(instance));
+    json_put(scopes.get(), scope->c_str(), std::move(held));
   }
-  return json_ptr(json_null());
+  return json_object_size(scopes.get()) > 0 ? std::move(scopes) : json_ptr(json_null());
 }
 
 json_ptr item_view::user_json() const {

@@ -27,7 +27,8 @@ struct source {
   [[nodiscard]] std::vector<item> from(std::int64_t offset, std::int64_t limit) const {
     if (!folder) return of.box.items.list_trash(of.me.id, {}, offset, limit);
     const bool descending = of.in.parameter("direction").value_or("ASC") == "DESC";
-    return of.box.items.list_from(folder->owner, folder->id, offset, limit, of.in.parameter("sort").value_or(""), descending);
+    return of.box.items.list_from(folder->owner, folder->id, offset, limit, of.in.parameter("sort").value_or(""),
+                                  descending);
   }
   /// What others invited the caller to stands in the root, behind what is the caller's own.
   [[nodiscard]] std::vector<item> invited() const {
@@ -74,7 +75,11 @@ json_ptr entries_of(const call& of, const std::vector<item>& items) {
   json_ptr entries(json_array());
   for (const item& each : items) {
     // A listing may lag behind what was stored; then its pages are shorter than asked for.
-    if (const auto shown = of.box.recent.listed(each)) json_add(entries.get(), view.listed(*shown));
+    if (of.set.listing_lag_ms == 0) {
+      json_add(entries.get(), view.listed(each));
+    } else if (const auto shown = of.box.recent.listed(each)) {
+      json_add(entries.get(), view.listed(*shown));
+    }
   }
   return entries;
 }

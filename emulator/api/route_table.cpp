@@ -9,6 +9,7 @@
 #include "api/item_trash.h"
 #include "api/listing.h"
 #include "api/metadata.h"
+#include "api/metadata_template.h"
 #include "api/oauth.h"
 #include "api/route.h"
 #include "api/search.h"
@@ -47,12 +48,12 @@ response file_trash_purge(call& of) {
 // Fixed segments stand before the captures that would take them for an id.
 constexpr route ROUTES[] = {
     {"GET", "/2.0/users/me", API, user_me},
-    {"GET", "/2.0/users", API, user_list},
+    {"GET", "/2.0/users", API, user_list, true},
     {"GET", "/2.0/users/:id", API, user_get},
-    {"GET", "/2.0/events", API, event_list},
-    {"OPTIONS", "/2.0/events", API, event_realtime},
+    {"GET", "/2.0/events", API, event_list, true},
+    {"OPTIONS", "/2.0/events", API, event_realtime, true},
     {"GET", "/events/:any", SIGN_IN, event_wait},
-    {"GET", "/2.0/search", API, search_items},
+    {"GET", "/2.0/search", API, search_items, true},
 
     {"POST", "/2.0/comments", API, comment_create},
     {"GET", "/2.0/comments/:id", API, comment_get},
@@ -60,9 +61,9 @@ constexpr route ROUTES[] = {
     {"DELETE", "/2.0/comments/:id", API, comment_delete},
     {"GET", "/2.0/files/:id/comments", API, comments_of_file},
 
-    {"GET", "/2.0/shared_items", API, shared_item_get},
+    {"GET", "/2.0/shared_items", API, shared_item_get, true},
 
-    {"GET", "/2.0/folders/trash/items", API, trash_items},
+    {"GET", "/2.0/folders/trash/items", API, trash_items, true},
     {"POST", "/2.0/folders", API, folder_create},
     {"GET", "/2.0/folders/:id", API, folder_get},
     {"PUT", "/2.0/folders/:id", API, folder_update},
@@ -90,6 +91,14 @@ constexpr route ROUTES[] = {
     {"GET", "/2.0/files/:id/trash", API, file_trash_get},
     {"DELETE", "/2.0/files/:id/trash", API, file_trash_purge},
 
+    {"GET", "/2.0/metadata_templates/global", API, metadata_templates_global},
+    {"GET", "/2.0/metadata_templates/enterprise", API, metadata_templates_enterprise},
+    {"GET", "/2.0/metadata_templates/:any", API, metadata_template_by_id},
+    {"POST", "/2.0/metadata_templates/schema", API, metadata_template_create, true},
+    {"GET", "/2.0/metadata_templates/:any/:any/schema", API, metadata_template_get},
+    {"DELETE", "/2.0/metadata_templates/:any/:any/schema", API, metadata_template_delete, true},
+    {"GET", "/2.0/files/:id/metadata", API, file_metadata_list},
+    {"GET", "/2.0/folders/:id/metadata", API, folder_metadata_list},
     {"GET", "/2.0/files/:id/metadata/:any/:any", API, file_metadata_get},
     {"POST", "/2.0/files/:id/metadata/:any/:any", API, file_metadata_create},
     {"PUT", "/2.0/files/:id/metadata/:any/:any", API, file_metadata_update},
@@ -99,7 +108,7 @@ constexpr route ROUTES[] = {
     {"PUT", "/2.0/folders/:id/metadata/:any/:any", API, folder_metadata_update},
     {"DELETE", "/2.0/folders/:id/metadata/:any/:any", API, folder_metadata_delete},
 
-    {"GET", "/2.0/collaborations", API, collaborations_pending},
+    {"GET", "/2.0/collaborations", API, collaborations_pending, true},
     {"POST", "/2.0/collaborations", API, collaboration_create},
     {"GET", "/2.0/collaborations/:id", API, collaboration_get},
     {"PUT", "/2.0/collaborations/:id", API, collaboration_update},

@@ -8,8 +8,8 @@ namespace tarvex::emulator {
 namespace {
 
 struct traffic_row {
-  std::string_view name;                // in trouble_on
-  std::int64_t settings::*latency_ms;   // its own latency and rate; null: the general ones alone
+  std::string_view name;               // in trouble_on
+  std::int64_t settings::*latency_ms;  // its own latency and rate; null: the general ones alone
   std::int64_t settings::*rate;
 };
 

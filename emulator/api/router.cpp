@@ -38,6 +38,8 @@ response carry_out(call& of, const route_found& found) {
   if (needs_token(found.purpose)) {
     of.me = authorised_user(of);
     check_rate(of, found.purpose);
+    // What shows more than single items is not for tokens of single scopes.
+    if (of.limit && found.to->whole_account) throw box_problem("insufficient_scope");
     if (of.set.length_required && of.in.chunked) throw box_problem("length_required");
   }
   // The address itself is the permission there, but some clients send their token along.
@@ -69,7 +71,8 @@ response with_fault(call& of, const route_found& found, const fault_action& faul
   if (auto other = fault.answer()) answer = std::move(*other);
   answer.how = fault.how;
   if (fault.cut_answer_at) {
-    answer.how.cut_after = static_cast<std::int64_t>(*fault.cut_answer_at * static_cast<double>(response_length(answer)));
+    answer.how.cut_after =
+        static_cast<std::int64_t>(*fault.cut_answer_at * static_cast<double>(response_length(answer)));
   }
   return answer;
 }

@@ -10,9 +10,18 @@
 namespace tarvex::emulator {
 namespace {
 
-constexpr std::string_view SEARCHED_BY[] = {
-    "query", "type", "ancestor_folder_ids", "file_extensions", "limit", "offset", "fields", "content_types", "scope",
-    "trash_content", "include_recent_shared_links", "access_token"};
+constexpr std::string_view SEARCHED_BY[] = {"query",
+                                            "type",
+                                            "ancestor_folder_ids",
+                                            "file_extensions",
+                                            "limit",
+                                            "offset",
+                                            "fields",
+                                            "content_types",
+                                            "scope",
+                                            "trash_content",
+                                            "include_recent_shared_links",
+                                            "access_token"};
 
 std::vector<std::string_view> list_asked(const std::string& text) {
   return text.empty() ? std::vector<std::string_view>() : split(text, ',');
@@ -67,7 +76,8 @@ response search_items(call& of) {
     if (lies_below(of, each, list_asked(folders))) found.push_back(std::move(each));
   }
   item_view view(of);
-  return page_answer(of, found, [&](const item& each) { return view.single(each); }, "search_results_items");
+  return page_answer(
+      of, found, [&](const item& each) { return view.single(each); }, "search_results_items");
 }
 
 }  // namespace tarvex::emulator

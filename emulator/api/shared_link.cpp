@@ -60,7 +60,7 @@ struct link_header {
   std::string password;
 };
 
-/// "shared_link=https://...&shared_link_password=...": the address comes as it stands, not percent-encoded.
+/// "shared_link=https://...&shared_link_password=...", both as they stand or percent-encoded: clients do either.
 link_header header_of(const call& of) {
   const std::string text = of.in.header("BoxApi").value_or("");
   constexpr std::string_view LINK = "shared_link=";
@@ -69,7 +69,7 @@ link_header header_of(const call& of) {
   const auto password = text.find(PASSWORD);
   link_header found{text.substr(LINK.size(), password == std::string::npos ? password : password - LINK.size()), ""};
   if (password != std::string::npos) found.password = text.substr(password + PASSWORD.size());
-  return found;
+  return {percent_decode(found.url, false), percent_decode(found.password, false)};
 }
 
 }  // namespace
@@ -83,14 +83,15 @@ json_ptr shared_link_json(const call& of, const item& subject) {
   const std::int64_t until = json_number_at(link, "until").value_or(0);
   json_ptr shown(json_object());
   json_put(shown.get(), "url", of.origin({}) + "/s/" + key);
-  json_put(shown.get(), "download_url", subject.type != item_type::FILE
-                                            ? json_ptr(json_null())
-                                            : json_string_of(of.origin({}) + "/shared/static/" + key));
+  json_put(shown.get(), "download_url",
+           subject.type != item_type::FILE ? json_ptr(json_null())
+                                           : json_string_of(of.origin({}) + "/shared/static/" + key));
   json_put(shown.get(), "vanity_url", json_ptr(json_null()));
   const auto vanity = json_text_at(link, "vanity_name");
   json_put(shown.get(), "vanity_name", vanity ? json_string_of(*vanity) : json_ptr(json_null()));
   json_put(shown.get(), "effective_access", access);
-  json_put(shown.get(), "effective_permission", permission_of(link, "can_download", true) ? "can_download" : "can_preview");
+  json_put(shown.get(), "effective_permission",
+           permission_of(link, "can_download", true) ? "can_download" : "can_preview");
   json_put(shown.get(), "is_password_enabled",
            json_ptr(json_boolean(!json_text_at(link, "password").value_or("").empty())));
   json_put(shown.get(), "unshared_at",
@@ -112,7 +113,8 @@ void shared_link_apply(const call& of, const item& subject, const json_t* wanted
   if (!held) {
     json_ptr fresh(json_object());
     json_put(fresh.get(), "key", random_hex(KEY_BYTES));
-    held = of.box.records.create(LINK_KIND, {.owner = of.me.id, .subject = subject_of(subject), .value = std::move(fresh)});
+    held = of.box.records.create(LINK_KIND,
+                                 {.owner = of.me.id, .subject = subject_of(subject), .value = std::move(fresh)});
   }
   take_members(wanted, held->value.get());
   of.box.records.save(*held);
@@ -125,8 +127,8 @@ response shared_item_get(call& of) {
     const json_t* link = each.value.get();
     if (!asked.url.ends_with("/s/" + json_text_at(link, "key").value_or("")) || is_over(of, link)) continue;
     const auto found = of.box.items.find_typed(each.subject);
-    const bool invited = json_text_at(link, "access").value_or("open") != "collaborators" ||
-                         (found && found->owner == of.me.id);
+    const bool invited =
+        json_text_at(link, "access").value_or("open") != "collaborators" || (found && found->owner == of.me.id);
     const bool knows = json_text_at(link, "password").value_or("") == asked.password;
     if (!found || found->trashed != item_trash::ACTIVE || !invited || !knows) break;
     return response_json(200, item_view(of).single(*found).get());

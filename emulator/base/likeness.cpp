@@ -26,14 +26,9 @@ constexpr likeness_setting BOX[] = {
 };
 
 constexpr likeness_setting BAD_DAY[] = {
-    {"throttle_probability", "0.01"},
-    {"failure_probability", "0.005"},
-    {"unavailable_probability", "0.005"},
-    {"cut_probability", "0.01"},
-    {"part_answer_lost_probability", "0.02"},
-    {"name_reserved_ms", "1000"},
-    {"listing_lag_ms", "1000"},
-    {"content_pending_ms", "1000"},
+    {"throttle_probability", "0.01"}, {"failure_probability", "0.005"},         {"unavailable_probability", "0.005"},
+    {"cut_probability", "0.01"},      {"part_answer_lost_probability", "0.02"}, {"name_reserved_ms", "1000"},
+    {"listing_lag_ms", "1000"},       {"content_pending_ms", "1000"},
 };
 
 struct likeness_row {

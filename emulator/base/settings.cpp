@@ -97,7 +97,8 @@ std::string settings_help() {
   std::ostringstream text;
   const settings defaults;
   for (const setting_row& line : setting_rows()) {
-    text << "  " << line.name << '=' << text_of(std::visit(show{defaults}, line.place).get()) << "\n      " << line.help;
+    text << "  " << line.name << '=' << text_of(std::visit(show{defaults}, line.place).get()) << "\n      "
+         << line.help;
     if (!line.choices.empty()) text << " (" << line.choices << ')';
     text << '\n';
   }

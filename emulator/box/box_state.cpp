@@ -59,7 +59,9 @@ void box_state::reset() {
   events.clear();
   chances.restart();
   transaction hold(data);
-  for (const char* table : {"versions", "trashed_versions", "metadata", "records", "sessions", "parts"}) data.run(std::string("DELETE FROM ") + table);
+  for (const char* table : {"versions", "trashed_versions", "instances", "sessions", "parts"})
+    data.run(std::string("DELETE FROM ") + table);
+  data.run("DELETE FROM records WHERE kind <> 'scoped_token'");  // tokens stay
   // The roots stay: only they have no parent.
   data.run("DELETE FROM items WHERE parent <> -1");
   data.run("UPDATE items SET size = 0");

@@ -13,7 +13,8 @@ void recent_stores::hide(const item& stored, const std::optional<item>& before, 
   if (milliseconds <= 0) return;
   const std::lock_guard lock(mutex_);
   const std::int64_t now = time_now_us();
-  if (items_.size() > SWEEP_STORES_ABOVE) std::erase_if(items_, [&](const auto& each) { return each.second.until_us <= now; });
+  if (items_.size() > SWEEP_STORES_ABOVE)
+    std::erase_if(items_, [&](const auto& each) { return each.second.until_us <= now; });
   earlier& entry = items_[{stored.owner, stored.type, stored.id}];
   // What is late already is not made younger by what follows it.
   if (entry.until_us <= now) entry.shown = before;
@@ -31,7 +32,8 @@ void recent_stores::hold_back(std::int64_t version, std::int64_t milliseconds) {
   if (milliseconds <= 0) return;
   const std::lock_guard lock(mutex_);
   const std::int64_t now = time_now_us();
-  if (versions_.size() > SWEEP_STORES_ABOVE) std::erase_if(versions_, [&](const auto& each) { return each.second <= now; });
+  if (versions_.size() > SWEEP_STORES_ABOVE)
+    std::erase_if(versions_, [&](const auto& each) { return each.second <= now; });
   versions_[version] = now + milliseconds * 1000;
 }
 

@@ -7,13 +7,14 @@ namespace {
 
 /// How bad it is, drawn once for each request and read by the troubles below as they need it.
 struct severity {
-  bool even = false;   // one of two outcomes
-  double share = 0;    // 0 to 1: how far into a body
+  bool even = false;  // one of two outcomes
+  double share = 0;   // 0 to 1: how far into a body
   std::int64_t wait_s = 1;
 };
 
 json_ptr refusal_row(const char* code, const severity& how) {
-  return json_ptr(json_pack("{s:s,s:{s:s}}", "code", code, "headers", "Retry-After", std::to_string(how.wait_s).c_str()));
+  return json_ptr(
+      json_pack("{s:s,s:{s:s}}", "code", code, "headers", "Retry-After", std::to_string(how.wait_s).c_str()));
 }
 
 json_ptr throttled(const request& /*in*/, const severity& how) {
@@ -49,10 +50,8 @@ struct trouble_row {
 };
 
 constexpr trouble_row TROUBLE_ROWS[] = {
-    {&settings::throttle_probability, false, throttled},
-    {&settings::failure_probability, false, failed},
-    {&settings::unavailable_probability, false, unavailable},
-    {&settings::cut_probability, false, cut},
+    {&settings::throttle_probability, false, throttled},          {&settings::failure_probability, false, failed},
+    {&settings::unavailable_probability, false, unavailable},     {&settings::cut_probability, false, cut},
     {&settings::part_answer_lost_probability, true, answer_lost},
 };
 
