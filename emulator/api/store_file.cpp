@@ -71,6 +71,7 @@ item store_version(const call& of, const item& file, const file_target& target, 
   changed.sha1 = bytes.sha1;
   changed.version = add_version(of, file.owner, file.id, bytes);
   changed.modified_at = now;
+  changed.content_created_at = target.content_created_at.value_or(file.content_created_at);
   changed.content_modified_at = target.content_modified_at.value_or(now);
   ++changed.etag;
   of.box.items.update(file, changed);

@@ -93,11 +93,18 @@ response upload_url(const call& of, const std::string& path) {
 
 file_target version_target(const json_t* attributes) {
   file_target target;
-  call_check_members(attributes, "name parent content_modified_at");
+  call_check_members(attributes, "name parent content_created_at content_modified_at");
   target.name = json_text_at(attributes, "name").value_or("");
   if (!target.name.empty()) call_check_name(target.name);
+  target.content_created_at = call_time(attributes, "content_created_at");
   target.content_modified_at = call_time(attributes, "content_modified_at");
   return target;
+}
+
+/// A new version stays where the file is.
+void check_same_parent(const item& file, const json_t* attributes) {
+  const auto parent = json_number_at(json_object_get(attributes, "parent"), "id");
+  require(!parent || *parent == file.parent, "A new version cannot move its file");
 }
 
 }  // namespace
@@ -126,6 +133,7 @@ response upload_version(call& of) {
     (void)version_target(found);  // for its refusals
     transaction hold(of.box.data);
     const item file = call_item(of, item_type::FILE, of.id(0), "item");
+    check_same_parent(file, found);
     call_check_writable(of, file);
     call_check_match(of, file);
   };

@@ -23,8 +23,15 @@ constexpr int BACKLOG_BYTES = 1024 * 1024;
 
 void paced_transport::set_rate(std::int64_t bytes_per_second) {
   if (bytes_per_second == rate_) return;
+  const bool was_free = rate_ == 0;
   rate_ = std::max<std::int64_t>(bytes_per_second, 0);
-  if (rate_ > 0) through_.limit_backlog(BACKLOG_BYTES);
+  if (rate_ == 0) return;
+  through_.limit_backlog(BACKLOG_BYTES);
+  // The head that the rate follows from came at once, and some of the body with it.
+  if (was_free) {
+    due_ = clock::now();
+    moved(read_freely_, due_);
+  }
 }
 
 std::size_t paced_transport::piece() const {
@@ -46,7 +53,7 @@ bool paced_transport::pause(std::int64_t milliseconds) {
 }
 
 std::size_t paced_transport::read(std::span<char> out) {
-  if (rate_ == 0) return through_.read(out);
+  if (rate_ == 0) return read_freely_ = through_.read(out);
   const auto began = clock::now();
   const std::size_t got = through_.read(out.first(std::min(out.size(), piece())));
   moved(got, began);

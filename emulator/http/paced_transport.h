@@ -30,6 +30,7 @@ class paced_transport final : public transport {
 
   transport& through_;
   std::int64_t rate_ = 0;
+  std::size_t read_freely_ = 0;           // by the last read without a limit
   clock::time_point due_ = clock::now();  // when the line is free again
 };
 
