@@ -40,10 +40,11 @@ std::optional<item> item_store::find_typed(std::string_view typed_id) {
 
 std::optional<item> item_store::find_named(std::int64_t owner, std::int64_t folder, std::string_view name) {
   // SQLite would walk through all that the owner has, in the order of the type.
-  return select_item(on_,
-                     "INDEXED BY items_named WHERE owner = ? AND parent = ? AND folded = ? AND trashed = 0 ORDER BY type "
-                     "LIMIT 1",
-                     owner, folder, name_folded(name));
+  return select_item(
+      on_,
+      "INDEXED BY items_named WHERE owner = ? AND parent = ? AND folded = ? AND trashed = 0 ORDER BY type "
+      "LIMIT 1",
+      owner, folder, name_folded(name));
 }
 
 std::vector<item> item_store::list_after(std::int64_t owner, std::int64_t folder, const item_place& after,
