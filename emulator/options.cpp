@@ -1,5 +1,6 @@
 #include "options.h"
 
+#include "base/likeness.h"
 #include "box/app.h"
 #include "control/control.h"
 #include "traffic/fault.h"
@@ -12,6 +13,7 @@ namespace {
 struct raw_options {
   std::vector<std::string> accounts;
   std::vector<std::string> passwords;
+  std::string likeness;
   std::string refresh;
   std::vector<std::string> settings;
 };
@@ -30,6 +32,7 @@ void describe(CLI::App& app, options& to, raw_options& raw) {
   app.add_option("--password", raw.passwords,
                  "NAME:PASSWORD, what a user signs in with on the consent page (the name itself)");
   app.add_option("--app", to.apps, "JSON file of a registered app, see below");
+  app.add_option("--like", raw.likeness, "box or box-on-a-bad-day: many settings at once, see below");
   app.add_option("--refresh", raw.refresh, "grace or strict: the setting refresh, see below");
   app.add_option("--faults", to.faults, "JSON file of faults, see below");
   app.add_option("--journal", to.journal, "file to which each request is appended as a line of JSON");
@@ -42,7 +45,8 @@ void describe(CLI::App& app, options& to, raw_options& raw) {
   app.add_flag("--quiet", to.quiet, "no line for each request on standard error");
   app.add_option("--set,--settings", raw.settings, "NAME=VALUE, see below");
   app.footer("Prints \"listening on HOST:PORT\" when it is ready, and serves until SIGTERM or SIGINT.\n\nSettings:\n" +
-             settings_help() + "\n" + app_help() + "\n" + fault_help() + "\n" + control_help());
+             settings_help() + "\nLikenesses; --set changes what one of them sets:\n" + likeness_help() + "\n" +
+             app_help() + "\n" + fault_help() + "\n" + control_help());
 }
 
 void take_setting(const std::string& name, const std::string& value, options& to) {
@@ -58,6 +62,10 @@ void take(const raw_options& raw, options& to) {
   for (const std::string& each : raw.passwords) {
     to.passwords.push_back(pair_of(each, ':', "NAME:PASSWORD"));
     if (to.passwords.back().second.empty()) throw CLI::ValidationError("--password " + each + " has no password");
+  }
+  if (!raw.likeness.empty()) {
+    const std::string refusal = likeness_apply(to.set, raw.likeness);
+    if (!refusal.empty()) throw CLI::ValidationError(refusal);
   }
   if (!raw.refresh.empty()) take_setting("refresh", raw.refresh, to);
   for (const std::string& each : raw.settings) {

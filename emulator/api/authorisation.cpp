@@ -1,5 +1,6 @@
 #include "api/authorisation.h"
 
+#include "api/token_scope.h"
 #include "base/text.h"
 #include "box/token_rules.h"
 
@@ -19,11 +20,13 @@ std::optional<std::string> token_of(const request& in) {
 
 }  // namespace
 
-user authorised_user(const call& of) {
+user authorised_user(call& of) {
   const auto token = token_of(of.in);
   if (!token || token->empty()) throw unauthorised_problem(false);
   transaction hold(of.box.data);
-  const auto known = tokens_use(of.box.tokens, *token, of.now());
+  const auto scoped = token_scope_find(of, *token);
+  if (scoped) of.limit = token_limit{scoped->rights, scoped->resource};
+  const auto known = scoped ? std::optional(scoped->user) : tokens_use(of.box.tokens, *token, of.now());
   // Unknown, revoked and expired tokens get the same answer; only no token at all gets another.
   if (!known) throw unauthorised_problem(true);
   const auto owner = of.box.users.find(*known);

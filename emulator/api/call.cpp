@@ -1,5 +1,6 @@
 #include "api/call.h"
 
+#include "api/access.h"
 #include "base/text.h"
 #include "base/times.h"
 
@@ -59,6 +60,11 @@ std::string call::origin(const std::string& host_name) const {
 
 item call_item(const call& of, item_type type, std::int64_t id, std::string_view missing) {
   auto found = of.box.items.find(of.me.id, type, id);
+  if (!found) {
+    found = of.box.items.find_typed(item_typed_id(type, id));
+    if (found && access_rights(of, *found) == 0) found.reset();
+  }
+  if (found && of.limit && access_rights(of, *found) == 0) throw box_problem("insufficient_scope");
   if (!found) throw not_found_problem(missing, item_typed_id(type, id));
   if (found->trashed != item_trash::ACTIVE) throw box_problem("trashed");
   return *found;
@@ -69,7 +75,19 @@ item call_parent(const call& of, const json_t* body) {
   require(json_is_object(parent), "'parent' is required");
   const auto id = json_number_at(parent, "id");
   require(id.has_value(), "'parent.id' must be the id of a folder");
-  return call_item(of, item_type::FOLDER, *id, "parent");
+  item folder = call_item(of, item_type::FOLDER, *id, "parent");
+  access_require(of, folder, MAY_UPLOAD);
+  return folder;
+}
+
+void call_check_members(const json_t* object, std::string_view kept) {
+  const auto names = split(kept, ' ');
+  const char* key = nullptr;
+  json_t* value = nullptr;
+  json_object_foreach(const_cast<json_t*>(object), key, value) {
+    if (std::find(names.begin(), names.end(), key) != names.end()) continue;
+    throw box_problem("invalid_parameter", std::string("'") + key + "' is not supported by this Box");
+  }
 }
 
 std::optional<std::int64_t> call_time(const json_t* object, const char* key) {

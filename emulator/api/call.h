@@ -15,13 +15,20 @@
 
 namespace tarvex::emulator {
 
+/// What is left to a token with scopes: rights (access_right), and the item it is for (a typed id; empty: all).
+struct token_limit {
+  unsigned rights = 0;
+  std::string resource = {};
+};
+
 /// One request on its way through a handler.
 struct call {
   box_state& box;
   request& in;
-  settings set;                       // those of this request
-  user me = {};                       // whose token came; id 0 where the route asks for none
-  std::vector<std::string> ids = {};  // what the route's pattern captured, in order
+  settings set;                           // those of this request
+  user me = {};                           // whose token came; id 0 where the route asks for none
+  std::optional<token_limit> limit = {};  // of a token that may do less than its user
+  std::vector<std::string> ids = {};      // what the route's pattern captured, in order
   journal_entry_ptr entry;
 
   /// A captured id as a number (the router has checked its form).
@@ -43,11 +50,17 @@ struct call {
   [[nodiscard]] std::string origin(const std::string& host_name) const;
 };
 
-/// An active item of the caller's. Throws 404 `not_found` under the name `missing`, or `trashed`.
+/// An active item of the caller's, or one of another's that the caller was invited to. Throws 404 `not_found` under the
+/// name `missing`, or `trashed`.
 [[nodiscard]] item call_item(const call& of, item_type type, std::int64_t id, std::string_view missing);
 
-/// The folder that an object's `parent` names. Throws 400 when it is absent and 404 when no such folder is there.
+/// The folder that an object's `parent` names, to put something into. Throws 400 when it is absent, 404 when no such
+/// folder is there and 403 without the right.
 [[nodiscard]] item call_parent(const call& of, const json_t* body);
+
+/// Throws 400 for a member of an object that is none of `kept` (names with spaces between): what a request asks for is
+/// done, or it is refused. Anything but an object has no members.
+void call_check_members(const json_t* object, std::string_view kept);
 
 /// A time member as Box takes it; nothing when absent. Throws 400.
 [[nodiscard]] std::optional<std::int64_t> call_time(const json_t* object, const char* key);

@@ -1,5 +1,7 @@
 #include "api/call_check.h"
 
+#include "api/access.h"
+#include "api/item_lock.h"
 #include "api/item_view.h"
 #include "base/names.h"
 
@@ -34,6 +36,13 @@ void call_check_name(std::string_view name) {
   if (const auto refusal = name_refusal(name); !refusal.empty()) throw box_problem(refusal);
 }
 
+void call_check_writable(const call& of, const item& file) {
+  access_require(of, file, MAY_EDIT);
+  const auto lock = lock_of(of, file);
+  if (lock && json_number_at(lock.get(), "owner") != of.me.id) throw box_problem("access_denied_item_locked");
+  call_check_unlocked(of, file.parent);
+}
+
 void call_check_match(const call& of, const item& subject) {
   // Box sends its etags bare and takes them with quotes, too.
   const auto wanted = of.in.header("If-Match");
@@ -51,8 +60,9 @@ void call_check_quota(const call& of, std::int64_t size) {
 
 void call_check_free(const call& of, std::int64_t folder, std::string_view name, const item* self,
                      conflict_place place) {
-  if (of.box.reserved.is_reserved(std::string(name))) throw box_problem("name_temporarily_reserved");
-  const auto taken = of.box.items.find_named(of.me.id, folder, name);
+  const std::int64_t owner = access_owner(of, folder);
+  if (of.box.reserved.is_reserved(owner, folder, name)) throw box_problem("name_temporarily_reserved");
+  const auto taken = of.box.items.find_named(owner, folder, name);
   // The item itself is in nobody's way: a rename that only changes case is fine.
   if (!taken || (self != nullptr && taken->type == self->type && taken->id == self->id)) return;
   throw conflict_problem(of, *taken, place);
@@ -60,9 +70,10 @@ void call_check_free(const call& of, std::int64_t folder, std::string_view name,
 
 // A running move or deletion locks a folder with all below it.
 void call_check_unlocked(const call& of, std::int64_t folder) {
+  const std::int64_t owner = access_owner(of, folder);
   for (std::int64_t at = folder; at != NO_PARENT;) {
     if (of.box.reserved.is_locked(at)) throw box_problem("operation_blocked_temporary");
-    const auto found = of.box.items.find(of.me.id, item_type::FOLDER, at);
+    const auto found = of.box.items.find(owner, item_type::FOLDER, at);
     at = found ? found->parent : NO_PARENT;
   }
 }

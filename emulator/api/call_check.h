@@ -10,6 +10,10 @@ namespace tarvex::emulator {
 /// Throws `item_name_invalid` or `item_name_too_long`.
 void call_check_name(std::string_view name);
 
+/// Throws 403 without the right to change a file, 403 `access_denied_item_locked` when somebody else has locked a file,
+/// and 409 when its folder is blocked.
+void call_check_writable(const call& of, const item& file);
+
 /// Throws 412 when an If-Match header names another etag than the item's.
 void call_check_match(const call& of, const item& subject);
 

@@ -1,5 +1,6 @@
 #include "api/download.h"
 
+#include "api/access.h"
 #include "base/text.h"
 #include "base/times.h"
 #include "http/byte_range.h"
@@ -36,8 +37,9 @@ std::string disposition(const std::string& name) {
 version version_asked(const call& of, const item& file) {
   std::int64_t wanted = file.version;
   if (const auto asked = of.in.parameter("version"); asked && !asked->empty()) wanted = number_of(*asked).value_or(-1);
-  const auto found = of.box.items.find_version(wanted);
-  if (!found || found->file != file.id) throw not_found_problem("file_version", std::to_string(wanted));
+  const auto found = of.box.versions.find(wanted);
+  if (!found || found->file != file.id || of.box.versions.is_trashed(found->id))
+    throw not_found_problem("file_version", std::to_string(wanted));
   return *found;
 }
 
@@ -46,8 +48,14 @@ version version_asked(const call& of, const item& file) {
 response download_redirect(call& of) {
   transaction hold(of.box.data);
   const item file = call_item(of, item_type::FILE, of.id(0), "item");
+  access_require(of, file, MAY_DOWNLOAD);
   // A Range header is for the download host; here it is not looked at.
   const version wanted = version_asked(of, file);
+  if (of.box.recent.is_held_back(wanted.id)) {
+    response later = response_empty(202);
+    later.headers.emplace_back("Retry-After", std::to_string((of.set.content_pending_ms + 999) / 1000));
+    return later;
+  }
   const std::int64_t expires_at_us = time_now_us() + of.set.download_lifetime_s * 1000000;
   const std::string key = of.box.downloads.add({wanted.content, file.name, expires_at_us});
   response answer = response_empty(302);

@@ -1,6 +1,9 @@
 #include "api/item.h"
 
+#include "api/access.h"
 #include "api/call_check.h"
+#include "api/event.h"
+#include "api/item_member.h"
 #include "api/item_view.h"
 
 namespace tarvex::emulator {
@@ -29,10 +32,18 @@ void check_move(const call& of, const item& before, const item& after) {
   if (before.parent == after.parent && before.name == after.name) return;
   call_check_unlocked(of, before.parent);
   call_check_unlocked(of, after.parent);
-  if (before.is_folder() && before.parent != after.parent && of.box.items.is_below(of.me.id, after.parent, before.id)) {
+  // What a folder's owner keeps in it stays the owner's: nothing is given away by a move.
+  if (access_owner(of, after.parent) != before.owner) throw box_problem("access_denied_insufficient_permissions");
+  if (before.is_folder() && before.parent != after.parent &&
+      of.box.items.is_below(before.owner, after.parent, before.id)) {
     throw box_problem("cyclical_folder_structure");
   }
   call_check_free(of, after.parent, after.name, &before, conflict_place::UPDATE);
+}
+
+std::string_view change_type(const item& before, const item& after) {
+  if (before.parent != after.parent) return "ITEM_MOVE";
+  return before.name != after.name ? "ITEM_RENAME" : "ITEM_MODIFY";
 }
 
 }  // namespace
@@ -49,17 +60,21 @@ response item_update(call& of, item_type type, std::string_view missing) {
   transaction hold(of.box.data);
   const item before = call_item(of, type, of.id(0), missing);
   if (before.is_root()) throw box_problem("access_denied_insufficient_permissions");
+  access_require(of, before, MAY_EDIT);
   item after = before;
   apply_members(of, body.get(), after);
   // Box leaves If-Match out of account for a move alone.
   const bool only_moved = before.parent != after.parent && same_but_place(before, after);
   if (!only_moved) call_check_match(of, before);
+  if (type == item_type::FILE) call_check_writable(of, before);
   check_move(of, before, after);
+  const bool has_extras = item_members_apply(of, body.get(), before);
   // The present name or parent sent again is fine, and changes neither etag nor times.
-  if (before.parent != after.parent || !same_but_place(before, after)) {
+  if (has_extras || before.parent != after.parent || !same_but_place(before, after)) {
     ++after.etag;
     after.modified_at = of.now();
     of.box.items.update(before, after);
+    event_note(of, change_type(before, after), after);
   }
   response answer = response_json(200, item_view(of).single(after).get());
   hold.commit();
@@ -70,9 +85,11 @@ response item_delete(call& of, item_type type, std::string_view missing) {
   transaction hold(of.box.data);
   const item gone = call_item(of, type, of.id(0), missing);
   if (gone.is_root()) throw box_problem("access_denied_insufficient_permissions");
+  access_require(of, gone, MAY_EDIT);
   call_check_match(of, gone);
+  if (type == item_type::FILE) call_check_writable(of, gone);
   call_check_unlocked(of, gone.is_folder() ? gone.id : gone.parent);
-  if (gone.is_folder() && of.in.parameter("recursive") != "true" && of.box.items.count(of.me.id, gone.id) > 0) {
+  if (gone.is_folder() && of.in.parameter("recursive") != "true" && of.box.items.count(gone.owner, gone.id) > 0) {
     throw box_problem("folder_not_empty");
   }
   std::vector<std::string> contents;
@@ -82,7 +99,9 @@ response item_delete(call& of, item_type type, std::string_view missing) {
   } else {
     contents = of.box.items.purge(gone);
   }
+  event_note(of, "ITEM_TRASH", gone);
   hold.commit();
+  of.box.reserved.reserve_place(gone, of.set.name_reserved_ms);
   of.box.contents.remove_all(contents);
   return response_empty(204);
 }

@@ -1,6 +1,11 @@
 #include "api/item_field.h"
 
+#include "api/collaboration.h"
+#include "api/item_lock.h"
+#include "api/item_member.h"
+#include "api/item_permission.h"
 #include "api/item_view.h"
+#include "api/shared_link.h"
 #include "base/times.h"
 
 #include <string>
@@ -64,6 +69,7 @@ struct value {
   }
   static json_ptr path_collection(view& in, const item& it) { return in.path_of(it); }
   static json_ptr user(view& in, const item&) { return in.user_json(); }
+  static json_ptr owner(view& in, const item& it) { return in.owner_json(it); }
   static json_ptr trashed_at(view& in, const item& it) { return trash_time_of(in, it, 0); }
   static json_ptr purged_at(view& in, const item& it) { return trash_time_of(in, it, TRASH_LIFE_S); }
   static json_ptr content_created_at(view& in, const item& it) { return time_of(in, it, it.content_created_at); }
@@ -75,8 +81,28 @@ struct value {
   }
   static json_ptr item_collection(view& in, const item& it) { return in.contents_of(it); }
   static json_ptr extension(view&, const item& it) { return text(extension_of(it.name)); }
-  static json_ptr tags(view&, const item&) { return json_ptr(json_array()); }
-  static json_ptr comment_count(view&, const item&) { return json_ptr(json_integer(0)); }
+  static json_ptr tags(view& in, const item& it) { return item_tags_json(in.of(), it); }
+  static json_ptr shared_link(view& in, const item& it) { return shared_link_json(in.of(), it); }
+  static json_ptr lock(view& in, const item& it) { return lock_json(in.of(), it); }
+  static json_ptr permissions(view& in, const item& it) { return permissions_json_of(in.of(), it); }
+  static json_ptr version_number(view& in, const item& it) {
+    return text(std::to_string(in.of().box.versions.list(it.id).size()));
+  }
+  static json_ptr has_collaborations(view& in, const item& it) {
+    return json_ptr(json_boolean(!collaborations_on(in.of(), it).empty()));
+  }
+  static json_ptr roles(view&, const item&) { return collaboration_roles_json(); }
+  static json_ptr no(view&, const item&) { return json_ptr(json_false()); }
+  static json_ptr yes(view&, const item&) { return json_ptr(json_true()); }
+  static json_ptr link_levels(view&, const item&) {
+    return json_ptr(json_pack("[s,s,s]", "collaborators", "open", "company"));
+  }
+  static json_ptr none_of_them(view&, const item&) { return json_ptr(json_array()); }
+  static json_ptr sync_state(view&, const item&) { return text("not_synced"); }
+  static json_ptr comment_count(view& in, const item& it) {
+    const auto all = in.of().box.records.list("comment", item_typed_id(it.type, it.id));
+    return json_ptr(json_integer(static_cast<json_int_t>(all.size())));
+  }
 };
 
 using enum item_field::shown;
@@ -105,14 +131,27 @@ constexpr item_field FIELDS[] = {
     {"purged_at", ALL, STANDARD, value::purged_at},
     {"content_created_at", FOLDER | FILE_, STANDARD, value::content_created_at},
     {"content_modified_at", FOLDER | FILE_, STANDARD, value::content_modified_at},
-    {"owned_by", ALL, STANDARD, value::user},
-    {"shared_link", ALL, STANDARD, value::null},
+    {"owned_by", ALL, STANDARD, value::owner},
+    {"shared_link", ALL, STANDARD, value::shared_link},
     {"folder_upload_email", FOLDER, STANDARD, value::null},
     {"parent", ALL, STANDARD, value::parent},
     {"item_status", ALL, STANDARD, value::item_status},
     {"item_collection", FOLDER, STANDARD, value::item_collection},
     {"extension", FILE_, ASKED, value::extension},
     {"tags", ALL, ASKED, value::tags},
+    {"lock", FILE_, ASKED, value::lock},
+    {"permissions", FOLDER | FILE_, ASKED, value::permissions},
+    {"version_number", FILE_, ASKED, value::version_number},
+    {"is_package", FILE_, ASKED, value::no},
+    {"has_collaborations", FOLDER | FILE_, ASKED, value::has_collaborations},
+    {"is_externally_owned", FOLDER | FILE_, ASKED, value::no},
+    {"can_non_owners_invite", FOLDER, ASKED, value::yes},
+    {"can_non_owners_view_collaborators", FOLDER, ASKED, value::yes},
+    {"is_collaboration_restricted_to_enterprise", FOLDER, ASKED, value::no},
+    {"allowed_shared_link_access_levels", FOLDER | FILE_, ASKED, value::link_levels},
+    {"allowed_invitee_roles", FOLDER | FILE_, ASKED, value::roles},
+    {"collections", ALL, ASKED, value::none_of_them},
+    {"sync_state", FOLDER, ASKED, value::sync_state},
     {"comment_count", FILE_, ASKED, value::comment_count},
 };
 

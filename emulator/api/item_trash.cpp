@@ -1,6 +1,7 @@
 #include "api/item_trash.h"
 
 #include "api/call_check.h"
+#include "api/event.h"
 #include "api/item_view.h"
 
 namespace tarvex::emulator {
@@ -46,6 +47,7 @@ response trashed_restore(call& of, item_type type) {
   of.box.items.restore(back);
   const item shown = call_item(of, type, back.id, "item");
   response answer = response_json(201, item_view(of).single(shown).get());
+  event_note(of, "ITEM_UNDELETE_VIA_TRASH", shown);
   hold.commit();
   return answer;
 }

@@ -1,6 +1,8 @@
 #include "api/item_view.h"
 
+#include "api/access.h"
 #include "api/metadata.h"
+#include "api/metadata_template.h"
 #include "base/text.h"
 
 #include <algorithm>
@@ -16,6 +18,15 @@ constexpr std::string_view METADATA_PREFIX = "metadata.";
 json_ptr item_order_json() {
   return json_ptr(
       json_pack("[{s:s,s:s},{s:s,s:s}]", "by", "type", "direction", "ASC", "by", "name", "direction", "ASC"));
+}
+
+json_ptr user_mini_json(const user& shown) {
+  json_ptr object(json_object());
+  json_put(object.get(), "type", "user");
+  json_put(object.get(), "id", std::to_string(shown.id));
+  json_put(object.get(), "name", shown.name);
+  json_put(object.get(), "login", shown.login());
+  return object;
 }
 
 item_view::item_view(const call& of) : of_(of) {
@@ -42,6 +53,12 @@ json_ptr item_view::listed(const item& subject) {
 
 json_ptr item_view::mini(const item& subject) {
   return whole_set(subject, false);
+}
+
+json_ptr item_view::with_parent(const item& subject) {
+  json_ptr object = mini(subject);
+  json_put(object.get(), "parent", parent_of(subject));
+  return object;
 }
 
 json_ptr item_view::entries_of_one(const item& subject) {
@@ -77,7 +94,9 @@ json_ptr item_view::asked(const item& subject) {
 json_ptr item_view::parent_of(const item& subject) {
   if (subject.parent == NO_PARENT) return json_ptr(json_null());
   if (parent_id_ != subject.parent) {
-    const auto found = of_.box.items.find(subject.owner, item_type::FOLDER, subject.parent);
+    auto found = of_.box.items.find(subject.owner, item_type::FOLDER, subject.parent);
+    // What somebody was invited to stands in the own root, whatever is above it at its owner's.
+    if (found && access_rights(of_, *found) == 0) found = of_.box.items.find(of_.me.id, item_type::FOLDER, ROOT_ID);
     parent_ = found ? mini(*found) : json_ptr(json_null());
     parent_id_ = subject.parent;
   }
@@ -88,7 +107,9 @@ json_ptr item_view::path_of(const item& subject) {
   json_ptr entries(json_array());
   // What is in the trash shows the pseudo-folder 1 in place of its path.
   if (subject.trashed == item_trash::ACTIVE) {
-    for (const item& folder : of_.box.items.ancestors(subject)) json_add(entries.get(), mini(folder));
+    for (const item& folder : of_.box.items.ancestors(subject)) {
+      if (folder.is_root() || access_rights(of_, folder) != 0) json_add(entries.get(), mini(folder));
+    }
   } else {
     json_ptr trash(
         json_pack("{s:s,s:s,s:n,s:n,s:s}", "type", "folder", "id", "1", "sequence_id", "etag", "name", "Trash"));
@@ -115,26 +136,30 @@ json_ptr item_view::contents_of(const item& subject) {
 }
 
 json_ptr item_view::metadata_of(const item& subject) {
+  json_ptr scopes(json_object());
   for (const std::string& wanted : templates_) {
-    if (wanted != "global.properties") continue;
-    json_ptr instance = metadata_json(of_, subject);
+    const auto dot = wanted.find('.');
+    const auto scope = metadata_scope(wanted.substr(0, dot));
+    if (dot == std::string::npos || !scope) continue;
+    const std::string key = wanted.substr(dot + 1);
+    json_ptr instance = metadata_json(of_, subject, *scope + "." + key);
     if (!instance) continue;
-    json_ptr global(json_object());
-    json_put(global.get(), "properties", std::move(instance));
-    json_ptr scopes(json_object());
-    json_put(scopes.get(), "global", std::move(global));
-    return scopes;
+    json_ptr held(json_incref(json_object_get(scopes.get(), scope->c_str())));
+    if (!held) held.reset(json_object());
+    json_put(held.get(), key.c_str(), std::move(instance));
+    json_put(scopes.get(), scope->c_str(), std::move(held));
   }
-  return json_ptr(json_null());
+  return json_object_size(scopes.get()) > 0 ? std::move(scopes) : json_ptr(json_null());
 }
 
 json_ptr item_view::user_json() const {
-  json_ptr owner(json_object());
-  json_put(owner.get(), "type", "user");
-  json_put(owner.get(), "id", std::to_string(of_.me.id));
-  json_put(owner.get(), "name", of_.me.name);
-  json_put(owner.get(), "login", of_.me.login());
-  return owner;
+  return user_mini_json(of_.me);
+}
+
+json_ptr item_view::owner_json(const item& subject) const {
+  if (subject.owner == of_.me.id) return user_json();
+  const auto owner = of_.box.users.find(subject.owner);
+  return owner ? user_mini_json(*owner) : json_ptr(json_null());
 }
 
 }  // namespace tarvex::emulator

@@ -14,6 +14,9 @@ namespace tarvex::emulator {
 /// The `order` member of listings by offset.
 [[nodiscard]] json_ptr item_order_json();
 
+/// `{"type":"user","id":..,"name":..,"login":..}`.
+[[nodiscard]] json_ptr user_mini_json(const user& shown);
+
 /// Writes items as JSON the way one request wants them. Used inside a transaction.
 class item_view {
  public:
@@ -29,6 +32,9 @@ class item_view {
   /// The mini set, whatever was asked for.
   [[nodiscard]] json_ptr mini(const item& subject);
 
+  /// The mini set and the parent, as events show items.
+  [[nodiscard]] json_ptr with_parent(const item& subject);
+
   /// `{"total_count":1,"entries":[...]}`, as uploads answer.
   [[nodiscard]] json_ptr entries_of_one(const item& subject);
 
@@ -38,6 +44,8 @@ class item_view {
   [[nodiscard]] json_ptr contents_of(const item& subject);
   [[nodiscard]] json_ptr metadata_of(const item& subject);
   [[nodiscard]] json_ptr user_json() const;
+  [[nodiscard]] json_ptr owner_json(const item& subject) const;
+  [[nodiscard]] const call& of() const { return of_; }
   [[nodiscard]] const settings& set() const { return of_.set; }
 
  private:

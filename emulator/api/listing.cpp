@@ -1,10 +1,12 @@
 #include "api/listing.h"
 
+#include "api/access.h"
 #include "api/item_view.h"
 #include "base/names.h"
 #include "base/text.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace tarvex::emulator {
 namespace {
@@ -16,19 +18,24 @@ constexpr std::int64_t MAX_OFFSET = 9999;
 /// A folder's items, or the trash, behind one face.
 struct source {
   call& of;
-  std::optional<std::int64_t> folder;  // nothing: the trash
+  std::optional<item> folder;  // nothing: the trash
 
   [[nodiscard]] std::vector<item> after(const item_place& place, std::int64_t limit) const {
     if (!folder) return of.box.items.list_trash(of.me.id, place, 0, limit);
-    return of.box.items.list_after(of.me.id, *folder, place, limit);
+    return of.box.items.list_after(folder->owner, folder->id, place, limit);
   }
   [[nodiscard]] std::vector<item> from(std::int64_t offset, std::int64_t limit) const {
     if (!folder) return of.box.items.list_trash(of.me.id, {}, offset, limit);
     const bool descending = of.in.parameter("direction").value_or("ASC") == "DESC";
-    return of.box.items.list_from(of.me.id, *folder, offset, limit, of.in.parameter("sort").value_or(""), descending);
+    return of.box.items.list_from(folder->owner, folder->id, offset, limit, of.in.parameter("sort").value_or(""),
+                                  descending);
+  }
+  /// What others invited the caller to stands in the root, behind what is the caller's own.
+  [[nodiscard]] std::vector<item> invited() const {
+    return folder && folder->is_root() ? access_invited(of) : std::vector<item>();
   }
   [[nodiscard]] std::int64_t count() const {
-    return folder ? of.box.items.count(of.me.id, *folder) : of.box.items.count_trash(of.me.id);
+    return folder ? of.box.items.count(folder->owner, folder->id) : of.box.items.count_trash(of.me.id);
   }
 };
 
@@ -66,7 +73,14 @@ item_place place_of(const std::string& marker) {
 json_ptr entries_of(const call& of, const std::vector<item>& items) {
   item_view view(of);
   json_ptr entries(json_array());
-  for (const item& each : items) json_add(entries.get(), view.listed(each));
+  for (const item& each : items) {
+    // A listing may lag behind what was stored; then its pages are shorter than asked for.
+    if (of.set.listing_lag_ms == 0) {
+      json_add(entries.get(), view.listed(each));
+    } else if (const auto shown = of.box.recent.listed(each)) {
+      json_add(entries.get(), view.listed(*shown));
+    }
+  }
   return entries;
 }
 
@@ -76,17 +90,23 @@ void put_last_marker(json_t* page, const std::string& style) {
   if (style == "empty") json_put(page, "next_marker", "");
 }
 
+void append(std::vector<item>& to, std::vector<item> more) {
+  to.insert(to.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
+}
+
 response by_marker(const source& from, std::int64_t limit) {
   const call& of = from.of;
   // One more than asked for: a full last page must not promise an empty one behind it.
   auto items = from.after(place_of(of.in.parameter("marker").value_or("")), limit + 1);
   const bool more = static_cast<std::int64_t>(items.size()) > limit;
   if (more) items.pop_back();
+  const std::string marker = more ? marker_of(items.back(), name_folded(items.back().name)) : "";
+  if (!more) append(items, from.invited());
   const json_ptr page(json_object());
   json_put(page.get(), "entries", entries_of(of, items));
   json_put(page.get(), "limit", limit);
   if (more) {
-    json_put(page.get(), "next_marker", marker_of(items.back(), name_folded(items.back().name)));
+    json_put(page.get(), "next_marker", marker);
   } else {
     put_last_marker(page.get(), of.set.next_marker);
   }
@@ -97,9 +117,13 @@ response by_offset(const source& from, std::int64_t limit) {
   const call& of = from.of;
   const std::int64_t offset = parameter_number(of, "offset", 0, "invalid_offset");
   require(offset <= MAX_OFFSET, "offset is too high; page by markers");
+  const auto invited = from.invited();
+  const std::int64_t own = from.count();
+  auto items = from.from(offset, limit);
+  if (offset <= own && own < offset + limit) append(items, invited);
   const json_ptr page(json_object());
-  json_put(page.get(), "total_count", from.count());
-  json_put(page.get(), "entries", entries_of(of, from.from(offset, limit)));
+  json_put(page.get(), "total_count", own + static_cast<std::int64_t>(invited.size()));
+  json_put(page.get(), "entries", entries_of(of, items));
   json_put(page.get(), "offset", offset);
   json_put(page.get(), "limit", limit);
   json_put(page.get(), "order", item_order_json());
@@ -122,7 +146,7 @@ response list(const source& from) {
 response folder_items(call& of) {
   transaction hold(of.box.data);
   const item folder = call_item(of, item_type::FOLDER, of.id(0), "folder");
-  return list({of, folder.id});
+  return list({of, folder});
 }
 
 response trash_items(call& of) {

@@ -2,6 +2,7 @@
 
 #include "api/oauth_assertion.h"
 #include "api/oauth_form.h"
+#include "api/token_scope.h"
 #include "base/text.h"
 #include "box/token_rules.h"
 
@@ -86,6 +87,7 @@ constexpr grant_row GRANTS[] = {
     {"refresh_token", grant_refresh},
     {"client_credentials", grant_client},
     {"urn:ietf:params:oauth:grant-type:jwt-bearer", grant_assertion},
+    {"urn:ietf:params:oauth:grant-type:token-exchange", token_exchange},
 };
 
 }  // namespace

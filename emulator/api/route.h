@@ -25,6 +25,7 @@ struct route {
   std::string_view pattern;
   route_purpose purpose;
   response (*handle)(call& of);
+  bool whole_account = false;  // not for tokens that are limited by scopes
 };
 
 /// All addresses of the local Box.

@@ -1,16 +1,22 @@
 // All addresses, each with what it is for and who answers.
+#include "api/collaboration.h"
+#include "api/comment.h"
 #include "api/download.h"
 #include "api/event.h"
 #include "api/file.h"
+#include "api/file_version.h"
 #include "api/folder.h"
 #include "api/item_trash.h"
 #include "api/listing.h"
 #include "api/metadata.h"
+#include "api/metadata_template.h"
 #include "api/oauth.h"
 #include "api/route.h"
+#include "api/search.h"
 #include "api/session.h"
 #include "api/session_commit.h"
 #include "api/session_part.h"
+#include "api/shared_link.h"
 #include "api/upload.h"
 #include "api/user.h"
 #include "api/web_link.h"
@@ -42,9 +48,22 @@ response file_trash_purge(call& of) {
 // Fixed segments stand before the captures that would take them for an id.
 constexpr route ROUTES[] = {
     {"GET", "/2.0/users/me", API, user_me},
-    {"GET", "/2.0/events", API, event_list},
+    {"GET", "/2.0/users", API, user_list, true},
+    {"GET", "/2.0/users/:id", API, user_get},
+    {"GET", "/2.0/events", API, event_list, true},
+    {"OPTIONS", "/2.0/events", API, event_realtime, true},
+    {"GET", "/events/:any", SIGN_IN, event_wait},
+    {"GET", "/2.0/search", API, search_items, true},
 
-    {"GET", "/2.0/folders/trash/items", API, trash_items},
+    {"POST", "/2.0/comments", API, comment_create},
+    {"GET", "/2.0/comments/:id", API, comment_get},
+    {"PUT", "/2.0/comments/:id", API, comment_update},
+    {"DELETE", "/2.0/comments/:id", API, comment_delete},
+    {"GET", "/2.0/files/:id/comments", API, comments_of_file},
+
+    {"GET", "/2.0/shared_items", API, shared_item_get, true},
+
+    {"GET", "/2.0/folders/trash/items", API, trash_items, true},
     {"POST", "/2.0/folders", API, folder_create},
     {"GET", "/2.0/folders/:id", API, folder_get},
     {"PUT", "/2.0/folders/:id", API, folder_update},
@@ -64,9 +83,22 @@ constexpr route ROUTES[] = {
     {"POST", "/2.0/files/:id", API, file_restore},
     {"POST", "/2.0/files/:id/copy", API, file_copy},
     {"GET", "/2.0/files/:id/content", API, download_redirect},
+    {"GET", "/2.0/files/:id/versions", API, file_version_list},
+    {"POST", "/2.0/files/:id/versions/current", API, file_version_promote},
+    {"GET", "/2.0/files/:id/versions/:id", API, file_version_get},
+    {"PUT", "/2.0/files/:id/versions/:id", API, file_version_restore},
+    {"DELETE", "/2.0/files/:id/versions/:id", API, file_version_delete},
     {"GET", "/2.0/files/:id/trash", API, file_trash_get},
     {"DELETE", "/2.0/files/:id/trash", API, file_trash_purge},
 
+    {"GET", "/2.0/metadata_templates/global", API, metadata_templates_global},
+    {"GET", "/2.0/metadata_templates/enterprise", API, metadata_templates_enterprise},
+    {"GET", "/2.0/metadata_templates/:any", API, metadata_template_by_id},
+    {"POST", "/2.0/metadata_templates/schema", API, metadata_template_create, true},
+    {"GET", "/2.0/metadata_templates/:any/:any/schema", API, metadata_template_get},
+    {"DELETE", "/2.0/metadata_templates/:any/:any/schema", API, metadata_template_delete, true},
+    {"GET", "/2.0/files/:id/metadata", API, file_metadata_list},
+    {"GET", "/2.0/folders/:id/metadata", API, folder_metadata_list},
     {"GET", "/2.0/files/:id/metadata/:any/:any", API, file_metadata_get},
     {"POST", "/2.0/files/:id/metadata/:any/:any", API, file_metadata_create},
     {"PUT", "/2.0/files/:id/metadata/:any/:any", API, file_metadata_update},
@@ -75,6 +107,14 @@ constexpr route ROUTES[] = {
     {"POST", "/2.0/folders/:id/metadata/:any/:any", API, folder_metadata_create},
     {"PUT", "/2.0/folders/:id/metadata/:any/:any", API, folder_metadata_update},
     {"DELETE", "/2.0/folders/:id/metadata/:any/:any", API, folder_metadata_delete},
+
+    {"GET", "/2.0/collaborations", API, collaborations_pending, true},
+    {"POST", "/2.0/collaborations", API, collaboration_create},
+    {"GET", "/2.0/collaborations/:id", API, collaboration_get},
+    {"PUT", "/2.0/collaborations/:id", API, collaboration_update},
+    {"DELETE", "/2.0/collaborations/:id", API, collaboration_delete},
+    {"GET", "/2.0/files/:id/collaborations", API, collaborations_of_file},
+    {"GET", "/2.0/folders/:id/collaborations", API, collaborations_of_folder},
 
     {"POST", "/2.0/web_links", API, web_link_create},
     {"GET", "/2.0/web_links/:id", API, web_link_get},

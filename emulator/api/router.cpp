@@ -3,9 +3,12 @@
 #include "api/authorisation.h"
 #include "api/oauth.h"
 #include "api/route.h"
+#include "api/route_traffic.h"
 #include "base/text.h"
 #include "base/times.h"
+#include "http/paced_transport.h"
 #include "traffic/metered_body.h"
+#include "traffic/trouble.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -21,9 +24,8 @@ bool needs_token(route_purpose purpose) {
 }
 
 void check_rate(const call& of, route_purpose purpose) {
-  if (!of.set.rate_limit) return;
   const bool is_upload =
-      purpose == route_purpose::UPLOAD || (purpose == route_purpose::PART && of.set.rate_limit_parts);
+      purpose == route_purpose::UPLOAD || (purpose == route_purpose::PART && of.set.account_parts_are_uploads);
   const std::int64_t wait = of.box.limiter.admit(of.set, of.me.id, is_upload);
   if (wait == 0) return;
   problem refusal = box_problem("rate_limit_exceeded");
@@ -36,6 +38,8 @@ response carry_out(call& of, const route_found& found) {
   if (needs_token(found.purpose)) {
     of.me = authorised_user(of);
     check_rate(of, found.purpose);
+    // What shows more than single items is not for tokens of single scopes.
+    if (of.limit && found.to->whole_account) throw box_problem("insufficient_scope");
     if (of.set.length_required && of.in.chunked) throw box_problem("length_required");
   }
   // The address itself is the permission there, but some clients send their token along.
@@ -56,25 +60,29 @@ response answer_of(call& of, const route_found& found) {
   }
 }
 
-response delayed_answer(call& of, const route_found& found) {
-  response answer = answer_of(of, found);
-  if (found.purpose != route_purpose::DOWNLOAD) answer.how.delay_ms = of.set.latency_ms;
-  return answer;
-}
-
-/// What a fault makes of the true answer. Its delivery replaces that of the answer, but for the longer of two delays.
+/// What a fault makes of the true answer.
 response with_fault(call& of, const route_found& found, const fault_action& fault) {
   response answer;
   if (fault.carries_out()) {
-    answer = delayed_answer(of, found);
+    answer = answer_of(of, found);
   } else if (found.to != nullptr && found.to->handle == oauth_token) {
     oauth_note_grant(of);  // what a refused client asks for is counted by tests, too
   }
-  const std::int64_t delay_ms = std::max(answer.how.delay_ms, fault.how.delay_ms);
   if (auto other = fault.answer()) answer = std::move(*other);
   answer.how = fault.how;
-  answer.how.delay_ms = delay_ms;
+  if (fault.cut_answer_at) {
+    answer.how.cut_after =
+        static_cast<std::int64_t>(*fault.cut_answer_at * static_cast<double>(response_length(answer)));
+  }
   return answer;
+}
+
+/// What strikes a request: the first scripted fault that is due, or else what the probabilities draw.
+std::optional<fault_action> fault_of(const call& of, const route_found& found, chance_stream& draws) {
+  auto trouble = trouble_draw(of.set, of.in, found.purpose == route_purpose::PART, draws);
+  if (auto scripted = of.box.faults.match(of.in, of.set.seed)) return scripted;
+  if (!trouble || found.to == nullptr || !route_has_trouble(of.set, found.purpose)) return std::nullopt;
+  return trouble;
 }
 
 void add_usual_headers(const call& of, route_purpose purpose, response& answer) {
@@ -102,15 +110,19 @@ response router_answer(box_state& box, request& in) {
   route_found found = route_find(in);
   call of{.box = box, .in = in, .set = box.current_settings(), .entry = box.requests.begin(in)};
   of.ids = std::move(found.ids);
-  const std::optional<fault_action> matched = box.faults.match(in);
+  chance_stream draws = box.chances.of(of.set.seed, route_kind(found, in));
+  const std::optional<fault_action> matched = fault_of(of, found, draws);
   const fault_action* fault = matched ? &*matched : nullptr;
   if (fault != nullptr && fault->settings) {
     (void)settings_apply(of.set, fault->settings.get());  // checked when the fault was added
   }
+  if (in.line != nullptr) in.line->set_rate(route_rate(of.set, found.purpose));
   metered_body body(*in.body, fault);
   in.body = &body;
   try {
-    response answer = fault != nullptr ? with_fault(of, found, *fault) : delayed_answer(of, found);
+    response answer = fault != nullptr ? with_fault(of, found, *fault) : answer_of(of, found);
+    // Of two delays the longer one.
+    answer.how.delay_ms = std::max(answer.how.delay_ms, route_latency_ms(of.set, found.purpose, draws));
     add_usual_headers(of, found.purpose, answer);
     // Box's early refusals come with the body unread: some of its servers read on, some close, and clients meet both.
     const bool has_rest = (in.chunked || in.content_length.value_or(0) > body.bytes()) && !body.ended();

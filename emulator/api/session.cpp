@@ -1,5 +1,6 @@
 #include "api/session.h"
 
+#include "api/access.h"
 #include "api/call_check.h"
 #include "api/session_common.h"
 #include "api/store_file.h"
@@ -37,7 +38,9 @@ std::int64_t folder_in(const call& of, const json_t* body) {
   if (json_object_get(body, "folder_id") == nullptr) throw box_problem("missing_destination");
   const auto id = json_number_at(body, "folder_id");
   if (!id) throw box_problem("invalid_folder_id");
-  return call_item(of, item_type::FOLDER, *id, "folder").id;
+  const item folder = call_item(of, item_type::FOLDER, *id, "folder");
+  access_require(of, folder, MAY_UPLOAD);
+  return folder.id;
 }
 
 /// The upload service reads JSON only when it is not called something else.
@@ -97,6 +100,8 @@ response session_create_version(call& of) {
   session.size = size_in(of, body.get());
   session.name = json_text_at(body.get(), "file_name").value_or("");
   if (!session.name.empty()) call_check_name(session.name);
+  call_check_writable(of, file);
+  call_check_match(of, file);
   call_check_quota(of, session.size);
   response answer = open_session(of, std::move(session));
   hold.commit();

@@ -1,5 +1,6 @@
 #include "api/session_commit.h"
 
+#include "api/event.h"
 #include "api/item_view.h"
 #include "api/session_common.h"
 #include "api/store_file.h"
@@ -39,6 +40,7 @@ void check_parts(const upload_session& session, const std::vector<upload_part>& 
 
 /// 202 while the parts are being put together, as the settings have it; counts the commit.
 std::optional<response> pending(const call& of, const upload_session& session) {
+  if (session.size <= of.set.commit_pending_above) return std::nullopt;
   const std::int64_t now_ms = time_now_us() / 1000;
   of.box.sessions.count_commit(session, now_ms);
   const std::int64_t waited_ms = session.first_commit_ms == 0 ? 0 : now_ms - session.first_commit_ms;
@@ -119,6 +121,7 @@ response session_commit(call& of) {
   const item made = store(of, session, target, actual);
   session_end(of, session);
   response answer = response_json(201, item_view(of).entries_of_one(made).get());
+  event_note(of, "ITEM_UPLOAD", made);
   hold.commit();
   return answer;
 }

@@ -1,16 +1,18 @@
 #include "api/store_file.h"
 
+#include "api/access.h"
 #include "api/call_check.h"
 
 namespace tarvex::emulator {
 namespace {
 
 /// Enters a version and gives the content its lasting name.
-std::int64_t add_version(const call& of, std::int64_t file, const file_bytes& bytes) {
+std::int64_t add_version(const call& of, std::int64_t owner, std::int64_t file, const file_bytes& bytes) {
   const std::int64_t id = of.box.data.next_number("versions");
-  of.box.items.add_version({id, file, bytes.size, bytes.sha1, std::to_string(id)});
-  of.box.users.add_used(of.me.id, bytes.size);
+  of.box.versions.add({id, file, bytes.size, bytes.sha1, std::to_string(id)}, of.now());
+  of.box.users.add_used(owner, bytes.size);
   of.box.contents.rename(bytes.draft, std::to_string(id));
+  of.box.recent.hold_back(id, of.set.content_pending_ms);
   return id;
 }
 
@@ -18,6 +20,7 @@ std::int64_t add_version(const call& of, std::int64_t file, const file_bytes& by
 
 file_target store_target(const call& of, const json_t* attributes) {
   file_target target;
+  call_check_members(attributes, "name parent size content_created_at content_modified_at");
   const auto name = json_text_at(attributes, "name");
   require(name.has_value(), "'name' is required");
   target.name = *name;
@@ -37,7 +40,8 @@ void store_check(const call& of, const file_target& target, std::int64_t size) {
 item store_file(const call& of, const file_target& target, const file_bytes& bytes) {
   store_check(of, target, bytes.size);
   const std::int64_t now = of.now();
-  item made{.owner = of.me.id, .type = item_type::FILE, .parent = target.folder, .name = target.name};
+  item made{
+      .owner = access_owner(of, target.folder), .type = item_type::FILE, .parent = target.folder, .name = target.name};
   made.size = bytes.size;
   made.sha1 = bytes.sha1;
   made.created_at = made.modified_at = now;
@@ -46,11 +50,14 @@ item store_file(const call& of, const file_target& target, const file_bytes& byt
   made.content_modified_at = target.content_modified_at.value_or(now);
   // The version names its file, so the number is taken before the item is made.
   made.id = of.box.data.next_number("files");
-  made.version = add_version(of, made.id, bytes);
-  return of.box.items.create(std::move(made));
+  made.version = add_version(of, made.owner, made.id, bytes);
+  made = of.box.items.create(std::move(made));
+  of.box.recent.hide(made, std::nullopt, of.set.listing_lag_ms);
+  return made;
 }
 
 item store_version(const call& of, const item& file, const file_target& target, const file_bytes& bytes) {
+  call_check_writable(of, file);
   call_check_match(of, file);
   call_check_quota(of, bytes.size);
   item changed = file;
@@ -62,11 +69,13 @@ item store_version(const call& of, const item& file, const file_target& target, 
   const std::int64_t now = of.now();
   changed.size = bytes.size;
   changed.sha1 = bytes.sha1;
-  changed.version = add_version(of, file.id, bytes);
+  changed.version = add_version(of, file.owner, file.id, bytes);
   changed.modified_at = now;
+  changed.content_created_at = target.content_created_at.value_or(file.content_created_at);
   changed.content_modified_at = target.content_modified_at.value_or(now);
   ++changed.etag;
   of.box.items.update(file, changed);
+  of.box.recent.hide(changed, file, of.set.listing_lag_ms);
   return changed;
 }
 

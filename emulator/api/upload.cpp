@@ -1,6 +1,7 @@
 #include "api/upload.h"
 
 #include "api/call_check.h"
+#include "api/event.h"
 #include "api/item_view.h"
 #include "api/multipart_reader.h"
 #include "api/store_file.h"
@@ -40,25 +41,31 @@ void receive(const call& of, multipart_reader& reader, content_draft& draft) {
 
 using attributes_check = std::function<void(const json_t* attributes)>;
 
-/// Reads attributes and file; `check` is called between the two, so that a refusal needs no bytes.
-json_ptr read_form(call& of, content_draft& draft, const attributes_check& check) {
+/// Reads attributes and file; `check` is called between the two, so that a refusal needs no bytes. `given`: what stands
+/// for attributes that do not come; null: they must.
+json_ptr read_form(call& of, content_draft& draft, const attributes_check& check, json_ptr given = nullptr) {
   const auto boundary = multipart_boundary(of.in.header("Content-Type").value_or(""));
   require(boundary.has_value(), "The request must be multipart/form-data with a boundary");
   multipart_reader reader(*of.in.body, *boundary);
   json_ptr attributes;
   bool has_file = false;
+  const auto take = [&](json_ptr found) {
+    attributes = std::move(found);
+    check(attributes.get());
+  };
   while (const auto part = reader.next_part()) {
     // Box takes as the file any part with a file name, and ignores that name.
     if (part->has_file_name) {
+      if (!attributes && given) take(std::move(given));
       if (!attributes) throw box_problem("metadata_after_file_contents");
       receive(of, reader, draft);
       has_file = true;
     } else if (part->name == "attributes" && !attributes) {
       const std::string text = part_text(reader);
       of.note_body(text);
-      attributes = json_parse(text);
-      require(json_is_object(attributes.get()), "'attributes' must be a JSON object");
-      check(attributes.get());
+      json_ptr found = json_parse(text);
+      require(json_is_object(found.get()), "'attributes' must be a JSON object");
+      take(std::move(found));
     }
   }
   require(attributes != nullptr, "'attributes' is required");
@@ -86,10 +93,18 @@ response upload_url(const call& of, const std::string& path) {
 
 file_target version_target(const json_t* attributes) {
   file_target target;
+  call_check_members(attributes, "name parent content_created_at content_modified_at");
   target.name = json_text_at(attributes, "name").value_or("");
   if (!target.name.empty()) call_check_name(target.name);
+  target.content_created_at = call_time(attributes, "content_created_at");
   target.content_modified_at = call_time(attributes, "content_modified_at");
   return target;
+}
+
+/// A new version stays where the file is.
+void check_same_parent(const item& file, const json_t* attributes) {
+  const auto parent = json_number_at(json_object_get(attributes, "parent"), "id");
+  require(!parent || *parent == file.parent, "A new version cannot move its file");
 }
 
 }  // namespace
@@ -105,6 +120,7 @@ response upload_file(call& of) {
   transaction hold(of.box.data);
   const item made = store_file(of, store_target(of, attributes.get()), {draft.name(), draft.size(), draft.sha1()});
   response answer = response_json(201, item_view(of).entries_of_one(made).get());
+  event_note(of, "ITEM_UPLOAD", made);
   hold.commit();
   draft.keep();
   return answer;
@@ -113,16 +129,21 @@ response upload_file(call& of) {
 response upload_version(call& of) {
   check_size(of, least_size(of));
   content_draft draft(of.box.contents);
-  const json_ptr attributes = read_form(of, draft, [&](const json_t* found) {
+  const auto check = [&](const json_t* found) {
     (void)version_target(found);  // for its refusals
     transaction hold(of.box.data);
-    call_check_match(of, call_item(of, item_type::FILE, of.id(0), "item"));
-  });
+    const item file = call_item(of, item_type::FILE, of.id(0), "item");
+    check_same_parent(file, found);
+    call_check_writable(of, file);
+    call_check_match(of, file);
+  };
+  const json_ptr attributes = read_form(of, draft, check, json_ptr(json_object()));
   transaction hold(of.box.data);
   const item before = call_item(of, item_type::FILE, of.id(0), "item");
   const item made =
       store_version(of, before, version_target(attributes.get()), {draft.name(), draft.size(), draft.sha1()});
   response answer = response_json(201, item_view(of).entries_of_one(made).get());
+  event_note(of, "ITEM_UPLOAD", made);
   hold.commit();
   draft.keep();
   return answer;
@@ -139,6 +160,8 @@ response upload_preflight_version(call& of) {
   const json_ptr body = of.body_object();
   transaction hold(of.box.data);
   const item file = call_item(of, item_type::FILE, of.id(0), "item");
+  call_check_writable(of, file);
+  call_check_match(of, file);
   call_check_quota(of, json_number_at(body.get(), "size").value_or(0));
   return upload_url(of, "/api/2.0/files/" + std::to_string(file.id) + "/content");
 }

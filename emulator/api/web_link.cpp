@@ -8,6 +8,7 @@ namespace tarvex::emulator {
 
 response web_link_create(call& of) {
   const json_ptr body = of.body_object();
+  call_check_members(body.get(), "url name description parent");
   const auto url = json_text_at(body.get(), "url");
   require(url && (url->starts_with("http://") || url->starts_with("https://")), "'url' must be an absolute URL");
   item made{.owner = of.me.id, .type = item_type::WEB_LINK, .url = *url};
@@ -16,9 +17,12 @@ response web_link_create(call& of) {
   made.description = json_text_at(body.get(), "description").value_or("");
   made.created_at = made.modified_at = made.content_created_at = made.content_modified_at = of.now();
   transaction hold(of.box.data);
-  made.parent = call_parent(of, body.get()).id;
+  const item parent = call_parent(of, body.get());
+  made.owner = parent.owner;
+  made.parent = parent.id;
   call_check_free(of, made.parent, made.name, nullptr, conflict_place::CREATE);
   made = of.box.items.create(std::move(made));
+  of.box.recent.hide(made, std::nullopt, of.set.listing_lag_ms);
   response answer = response_json(201, item_view(of).single(made).get());
   hold.commit();
   return answer;

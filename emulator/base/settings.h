@@ -1,5 +1,7 @@
 #pragma once
 
+#include "base/json.h"
+
 #include <jansson.h>
 
 #include <cstdint>
@@ -21,11 +23,29 @@ struct settings {
   std::int64_t commit_pending_count = 0;
   std::int64_t commit_pending_ms = 0;
   std::int64_t commit_retry_after_s = 1;
+  std::int64_t commit_pending_above = 0;
+  std::int64_t content_pending_ms = 0;
+  std::int64_t listing_lag_ms = 0;
+  std::int64_t name_reserved_ms = 0;
   std::int64_t latency_ms = 0;
-  bool rate_limit = false;
-  std::int64_t rate_limit_requests = 1000;
-  std::int64_t rate_limit_uploads = 240;
-  bool rate_limit_parts = true;
+  std::int64_t latency_jitter_ms = 0;
+  std::int64_t upload_latency_ms = -1;
+  std::int64_t part_latency_ms = -1;
+  std::int64_t download_latency_ms = 0;
+  std::int64_t sign_in_latency_ms = -1;
+  std::int64_t connection_rate = 0;
+  std::int64_t upload_connection_rate = -1;
+  std::int64_t download_connection_rate = -1;
+  std::int64_t account_requests_per_minute = 0;
+  std::int64_t account_uploads_per_minute = 0;
+  bool account_parts_are_uploads = true;
+  std::string trouble_on = "api,upload,part,download";
+  double throttle_probability = 0;
+  double failure_probability = 0;
+  double unavailable_probability = 0;
+  double cut_probability = 0;
+  double part_answer_lost_probability = 0;
+  std::int64_t seed = 0;
   std::int64_t zone_offset_minutes = -480;
   std::string next_marker = "null";
   std::string conflict_on_upload = "object";
@@ -51,6 +71,9 @@ struct settings {
 
 /// Sets one member from text. Returns an empty text, or what is wrong with the name or the value.
 [[nodiscard]] std::string settings_set(settings& values, std::string_view name, std::string_view text);
+
+/// All members by name, as they are.
+[[nodiscard]] json_ptr settings_json(const settings& values);
 
 /// Sets the members that a JSON object names (strings, numbers, booleans). Returns as above.
 [[nodiscard]] std::string settings_apply(settings& values, const json_t* object);

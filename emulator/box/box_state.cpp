@@ -12,13 +12,19 @@ std::string made(const std::string& directory) {
   return directory;
 }
 
+/// A seed that is drawn stands among the settings like one that was given, so that a run can be repeated.
+settings seeded(settings values) {
+  if (values.seed == 0) values.seed = chance_seed();
+  return values;
+}
+
 }  // namespace
 
 box_state::box_state(const std::string& directory, settings initial, const std::string& journal_file, bool print)
     : data(made(directory) + "/box.sqlite"),
       contents(directory + "/content"),
       requests(journal_file, print),
-      settings_(std::move(initial)) {}
+      settings_(seeded(std::move(initial))) {}
 
 settings box_state::current_settings() const {
   const std::lock_guard lock(mutex_);
@@ -27,7 +33,7 @@ settings box_state::current_settings() const {
 
 void box_state::change_settings(settings changed) {
   const std::lock_guard lock(mutex_);
-  settings_ = std::move(changed);
+  settings_ = seeded(std::move(changed));
 }
 
 user box_state::open_account(const std::string& name, const std::string& token) {
@@ -49,8 +55,13 @@ void box_state::reset() {
   faults.clear();
   requests.clear();
   reserved.clear();
+  recent.clear();
+  events.clear();
+  chances.restart();
   transaction hold(data);
-  for (const char* table : {"versions", "metadata", "sessions", "parts"}) data.run(std::string("DELETE FROM ") + table);
+  for (const char* table : {"versions", "trashed_versions", "instances", "sessions", "parts"})
+    data.run(std::string("DELETE FROM ") + table);
+  data.run("DELETE FROM records WHERE kind <> 'scoped_token'");  // tokens stay
   // The roots stay: only they have no parent.
   data.run("DELETE FROM items WHERE parent <> -1");
   data.run("UPDATE items SET size = 0");

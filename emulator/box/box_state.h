@@ -3,16 +3,21 @@
 #include "base/settings.h"
 #include "box/app_list.h"
 #include "box/download_links.h"
+#include "box/event_log.h"
+#include "box/recent_stores.h"
 #include "box/reservations.h"
 #include "box/session_digests.h"
 #include "store/content_store.h"
 #include "store/database.h"
 #include "store/item_store.h"
 #include "store/metadata_store.h"
+#include "store/record_store.h"
 #include "store/session_store.h"
 #include "store/single_use_store.h"
 #include "store/token_store.h"
 #include "store/user_store.h"
+#include "store/version_store.h"
+#include "traffic/chance.h"
 #include "traffic/fault_list.h"
 #include "traffic/journal.h"
 #include "traffic/rate_limiter.h"
@@ -47,7 +52,9 @@ struct box_state {
   database data;
   content_store contents;
   item_store items{data};
+  version_store versions{data};
   metadata_store metadata{data};
+  record_store records{data};
   user_store users{data};
   token_store tokens{data};
   single_use_store single_uses{data};
@@ -58,6 +65,9 @@ struct box_state {
   session_digests digests;
   rate_limiter limiter;
   reservations reserved;
+  event_log events;
+  recent_stores recent;
+  chance_counter chances;
   app_list apps;
   std::map<std::string, std::string> passwords;  // by user's name; complete before the first request
 

@@ -1,9 +1,12 @@
 #pragma once
 
+#include "store/item.h"
+
 #include <cstdint>
 #include <map>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 namespace tarvex::emulator {
 
@@ -11,10 +14,13 @@ namespace tarvex::emulator {
 class reservations {
  public:
   void lock_folder(std::int64_t folder, std::int64_t milliseconds);
-  void reserve_name(const std::string& name, std::int64_t milliseconds);
+  void reserve_name(const std::string& name, std::int64_t milliseconds);  // in every folder
+
+  /// The name of an item in its folder, for those of one owner.
+  void reserve_place(const item& gone, std::int64_t milliseconds);
 
   [[nodiscard]] bool is_locked(std::int64_t folder) const;
-  [[nodiscard]] bool is_reserved(const std::string& name) const;
+  [[nodiscard]] bool is_reserved(std::int64_t owner, std::int64_t folder, std::string_view name) const;
   void clear();
 
  private:

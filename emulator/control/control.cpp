@@ -54,11 +54,17 @@ response faults_clear(box_state& box, const request& /*in*/, const json_t* /*bod
   return response_empty(204);
 }
 
+response settings_get(box_state& box, const request& /*in*/, const json_t* /*body*/) {
+  return response_json(200, settings_json(box.current_settings()).get());
+}
+
 response settings_change(box_state& box, const request& /*in*/, const json_t* body) {
   // All or nothing: a wrong name in the middle changes nothing.
   settings changed = box.current_settings();
   const std::string refusal = settings_apply(changed, body);
   if (refusal.empty()) box.change_settings(changed);
+  // A seed that is given again, even the same one, begins a run again.
+  if (refusal.empty() && json_object_get(body, "seed") != nullptr) box.chances.restart();
   return done_or(refusal);
 }
 
@@ -109,6 +115,7 @@ constexpr control_row CONTROL_ROWS[] = {
     {"GET", "faults", false, faults_get},
     {"POST", "faults", true, faults_add},
     {"DELETE", "faults", false, faults_clear},
+    {"GET", "settings", false, settings_get},
     {"POST", "settings", true, settings_change},
     {"POST", "locks", true, locks_add},
     {"DELETE", "locks", false, locks_clear},
@@ -153,7 +160,8 @@ std::string control_help() {
          "  GET /_emulator/journal?since=N   finished requests with a number above N; DELETE forgets them\n"
          "  GET /_emulator/journal/last      {\"number\": of the newest request}\n"
          "  GET /_emulator/faults            all faults with \"matched\" and \"used\"; POST adds; DELETE removes all\n"
-         "  POST /_emulator/settings         {name: value, ...}, for all requests from now on\n"
+         "  POST /_emulator/settings         {name: value, ...}, for all requests from now on; GET shows all, with the "
+         "seed\n"
          "  POST /_emulator/locks            {\"folder\": id or \"name\": text, \"for_ms\": time}; DELETE removes all\n"
          "  POST /_emulator/fill             {\"user\", \"folder\", \"count\", \"bytes\", \"prefix\"}: many files at "
          "once\n"

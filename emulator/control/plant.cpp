@@ -28,7 +28,7 @@ item plant_file(box_state& box, const user& owner, std::int64_t folder, std::str
   made.version = box.data.next_number("versions");
   made = box.items.create(std::move(made));
   const std::string stored = content.name.empty() ? std::to_string(made.version) : content.name;
-  box.items.add_version({made.version, made.id, content.size, content.sha1, stored});
+  box.versions.add({made.version, made.id, content.size, content.sha1, stored}, made.created_at);
   return made;
 }
 

@@ -1,5 +1,6 @@
 #include "http/connection.h"
 
+#include "http/paced_transport.h"
 #include "http/request_reader.h"
 
 #include <algorithm>
@@ -12,10 +13,6 @@ namespace {
 /// An early error reads off the rest of a body up to here; beyond it the connection is closed.
 constexpr std::uint64_t MAX_DRAINED_BYTES = 1ULL << 33;
 
-std::int64_t body_length(const response& answer) {
-  return answer.file ? answer.file->length : static_cast<std::int64_t>(answer.body.size());
-}
-
 /// 204 must not announce a length, and that of a 304 would be the whole one's (RFC 9110, 8.6).
 std::string head_text(const response& answer, bool keep) {
   std::string text = "HTTP/1.1 " + std::to_string(answer.status) + ' ';
@@ -25,7 +22,7 @@ std::string head_text(const response& answer, bool keep) {
   if (answer.how.chunked) {
     text += "Transfer-Encoding: chunked\r\n";
   } else if (answer.status != 204 && answer.status != 304) {
-    text += "Content-Length: " + std::to_string(body_length(answer)) + "\r\n";
+    text += "Content-Length: " + std::to_string(response_length(answer)) + "\r\n";
   }
   text += keep ? "\r\n" : "Connection: close\r\n\r\n";
   return text;
@@ -44,7 +41,7 @@ bool send_piece(transport& client, const response& answer, std::int64_t offset, 
 
 /// Sends the body, in pieces and cut short where the delivery says so. False when the connection ends here.
 bool send_body(transport& client, const response& answer) {
-  const std::int64_t all = body_length(answer);
+  const std::int64_t all = response_length(answer);
   const std::int64_t end = std::min(all, answer.how.cut_after.value_or(all));
   const std::int64_t step = answer.how.piece_bytes > 0 ? answer.how.piece_bytes : std::max<std::int64_t>(end, 1);
   for (std::int64_t at = 0; at < end; at += step) {
@@ -66,7 +63,7 @@ bool send(transport& client, const response& answer, bool with_body, bool keep) 
   const bool at_once = with_body && !answer.file && !answer.how.chunked && answer.how.piece_bytes == 0 &&
                        !answer.how.cut_after && answer.body.size() < 65536;
   if (at_once) return client.write(head + answer.body, false);
-  const bool more = with_body && body_length(answer) > 0;
+  const bool more = with_body && response_length(answer) > 0;
   return client.write(head, more) && (!with_body || send_body(client, answer));
 }
 
@@ -81,7 +78,8 @@ response refusal(reading outcome) {
 
 }  // namespace
 
-void connection_serve(transport& client, connection_facts facts, const request_handler& handler) {
+void connection_serve(transport& bare, connection_facts facts, const request_handler& handler) {
+  paced_transport client(bare);
   request_reader reader(client);
   for (;;) {
     request current;
@@ -93,6 +91,7 @@ void connection_serve(transport& client, connection_facts facts, const request_h
     }
     current.secure = facts.secure;
     current.loopback = facts.loopback;
+    current.line = &client;
     const response answer = handler(current);
     // The rest of a body is read off before the answer: a client that is still sending may read nothing before it is
     // done, and closing on unread bytes would reset the connection and lose the answer.

@@ -12,6 +12,6 @@ struct connection_facts {
 };
 
 /// Serves the requests of one connection, one after another, until either side ends it.
-void connection_serve(transport& client, connection_facts facts, const request_handler& handler);
+void connection_serve(transport& bare, connection_facts facts, const request_handler& handler);
 
 }  // namespace tarvex::emulator

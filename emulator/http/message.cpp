@@ -46,6 +46,10 @@ std::optional<std::string> request::header(std::string_view name) const {
   return std::nullopt;
 }
 
+std::int64_t response_length(const response& answer) {
+  return answer.file ? answer.file->length : static_cast<std::int64_t>(answer.body.size());
+}
+
 response response_empty(unsigned status) {
   response answer;
   answer.status = status;

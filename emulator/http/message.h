@@ -23,6 +23,8 @@ class body_source {
   [[nodiscard]] virtual std::size_t read(std::span<char> out) = 0;
 };
 
+class paced_transport;
+
 struct request {
   std::string method;
   std::string target;     // as it came: path and query
@@ -35,6 +37,7 @@ struct request {
   bool secure = false;    // came over TLS
   bool loopback = false;  // came from this machine
   body_source* body = nullptr;
+  paced_transport* line = nullptr;  // the connection it came over
 
   /// The first header of that name, whatever its case.
   [[nodiscard]] std::optional<std::string> header(std::string_view name) const;
@@ -69,6 +72,9 @@ struct response {
   bool close = false;              // no further request on this connection
   delivery how;
 };
+
+/// The length of its body, whole.
+[[nodiscard]] std::int64_t response_length(const response& answer);
 
 /// An answer without a body, and one with a text of a given content type.
 [[nodiscard]] response response_empty(unsigned status);

@@ -33,7 +33,7 @@ class tls_transport final : public transport {
 
   // Through a buffer: sendfile knows nothing of encryption.
   bool send_file(int file, std::int64_t offset, std::int64_t length) override {
-    std::vector<char> buffer(FILE_BUFFER_BYTES);
+    std::vector<char> buffer(std::min(FILE_BUFFER_BYTES, static_cast<std::size_t>(length)));
     while (length > 0) {
       const auto step = std::min(static_cast<std::size_t>(length), buffer.size());
       const ssize_t got = ::pread(file, buffer.data(), step, offset);
@@ -46,6 +46,7 @@ class tls_transport final : public transport {
   }
 
   bool pause(std::int64_t milliseconds) override { return transport_pause(socket_.get(), milliseconds); }
+  void limit_backlog(int bytes) override { transport_limit_backlog(socket_.get(), bytes); }
 
  private:
   descriptor socket_;

@@ -51,6 +51,7 @@ class plain final : public transport {
   }
 
   bool pause(std::int64_t milliseconds) override { return transport_pause(socket_.get(), milliseconds); }
+  void limit_backlog(int bytes) override { transport_limit_backlog(socket_.get(), bytes); }
 
  private:
   descriptor socket_;
@@ -60,6 +61,10 @@ class plain final : public transport {
 
 std::unique_ptr<transport> transport_plain(descriptor socket) {
   return std::make_unique<plain>(std::move(socket));
+}
+
+void transport_limit_backlog(int socket, int bytes) {
+  (void)::setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);  // less even without, not wrong
 }
 
 bool transport_pause(int socket, std::int64_t milliseconds) {

@@ -26,6 +26,9 @@ class transport {
 
   /// Waits for so many milliseconds (below 0: for ever), or until the peer goes away or the server stops: then false.
   [[nodiscard]] virtual bool pause(std::int64_t milliseconds) = 0;
+
+  /// Makes the system take in no more than about so many bytes ahead of `read`, from now on.
+  virtual void limit_backlog(int bytes) = 0;
 };
 
 /// A transport on a connected socket, which it owns.
@@ -34,5 +37,8 @@ class transport {
 /// `transport::pause` for a socket: false when the peer closes within that time. A half-closed peer (it sent all it
 /// had) counts as gone, too.
 [[nodiscard]] bool transport_pause(int socket, std::int64_t milliseconds);
+
+/// `transport::limit_backlog` for a socket.
+void transport_limit_backlog(int socket, int bytes);
 
 }  // namespace tarvex::emulator

@@ -1,6 +1,7 @@
 #include "store/item_store.h"
 
 #include "base/names.h"
+#include "base/text.h"
 #include "store/item_rows.h"
 
 #include <algorithm>
@@ -29,9 +30,21 @@ std::optional<item> item_store::find(std::int64_t owner, item_type type, std::in
   return select_item(on_, "WHERE owner = ? AND type = ? AND id = ?", owner, number(type), id);
 }
 
+std::optional<item> item_store::find_typed(std::string_view typed_id) {
+  constexpr std::string_view LETTERS = "dfw";
+  const auto type = typed_id.size() < 3 ? std::string_view::npos : LETTERS.find(typed_id[0]);
+  const auto id = type == std::string_view::npos ? std::nullopt : number_of(typed_id.substr(2));
+  if (!id || *id == ROOT_ID) return std::nullopt;
+  return select_item(on_, "WHERE type = ? AND id = ?", static_cast<int>(type), *id);
+}
+
 std::optional<item> item_store::find_named(std::int64_t owner, std::int64_t folder, std::string_view name) {
-  return select_item(on_, "WHERE owner = ? AND parent = ? AND folded = ? AND trashed = 0 ORDER BY type LIMIT 1", owner,
-                     folder, name_folded(name));
+  // SQLite would walk through all that the owner has, in the order of the type.
+  return select_item(
+      on_,
+      "INDEXED BY items_named WHERE owner = ? AND parent = ? AND folded = ? AND trashed = 0 ORDER BY type "
+      "LIMIT 1",
+      owner, folder, name_folded(name));
 }
 
 std::vector<item> item_store::list_after(std::int64_t owner, std::int64_t folder, const item_place& after,
@@ -53,6 +66,13 @@ std::vector<item> item_store::list_from(std::int64_t owner, std::int64_t folder,
                       std::string("WHERE owner = ? AND parent = ? AND trashed = 0 ORDER BY type, ") + column->column +
                           direction + ", id" + direction + " LIMIT ? OFFSET ?",
                       owner, folder, limit, offset);
+}
+
+std::vector<item> item_store::search(std::int64_t owner, std::string_view text) {
+  return select_items(on_,
+                      "WHERE owner = ? AND trashed = 0 AND parent <> -1 AND instr(folded, ?) > 0 "
+                      "ORDER BY type, folded, id",
+                      owner, name_folded(text));
 }
 
 std::int64_t item_store::count(std::int64_t owner, std::int64_t folder) {
@@ -96,18 +116,6 @@ void item_store::update(const item& before, const item& after) {
   if (before.parent == after.parent && before.size == after.size) return;
   add_size(before.owner, before.parent, -before.size);
   add_size(after.owner, after.parent, after.size);
-}
-
-void item_store::add_version(const version& made) {
-  on_.run("INSERT INTO versions(id, file, size, sha1, content, created_at) VALUES(?, ?, ?, ?, ?, unixepoch())", made.id,
-          made.file, made.size, made.sha1, made.content);
-}
-
-std::optional<version> item_store::find_version(std::int64_t id) {
-  cursor rows(on_, "SELECT id, file, size, sha1, content FROM versions WHERE id = ?");
-  rows.bind(id);
-  if (!rows.next()) return std::nullopt;
-  return version{rows.integer(0), rows.integer(1), rows.integer(2), rows.text(3), rows.text(4)};
 }
 
 void item_store::create_root(std::int64_t owner, std::int64_t now) {

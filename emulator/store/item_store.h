@@ -25,8 +25,14 @@ class item_store {
 
   [[nodiscard]] std::optional<item> find(std::int64_t owner, item_type type, std::int64_t id);
 
+  /// The item of any owner with a typed id ("d_12", "f_12", "w_12"); never a root.
+  [[nodiscard]] std::optional<item> find_typed(std::string_view typed_id);
+
   /// The active item of a folder whose name is equal without regard to case.
   [[nodiscard]] std::optional<item> find_named(std::int64_t owner, std::int64_t folder, std::string_view name);
+
+  /// All active items of an owner with that text in their names, whatever its case.
+  [[nodiscard]] std::vector<item> search(std::int64_t owner, std::string_view text);
 
   /// Up to `limit` active items behind `after`, in the order folders, files, web links, then by name.
   [[nodiscard]] std::vector<item> list_after(std::int64_t owner, std::int64_t folder, const item_place& after,
@@ -61,9 +67,6 @@ class item_store {
 
   /// The folders from the root down to the parent of an item.
   [[nodiscard]] std::vector<item> ancestors(const item& of);
-
-  void add_version(const version& made);
-  [[nodiscard]] std::optional<version> find_version(std::int64_t id);
 
   /// Makes the root folder of a new user.
   void create_root(std::int64_t owner, std::int64_t now);

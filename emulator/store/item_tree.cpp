@@ -60,14 +60,16 @@ std::vector<std::string> item_store::purge(const item& gone) {
   if (gone.trashed == item_trash::ACTIVE) add_size(gone.owner, gone.parent, -gone.size);
   for (const item& each : below(gone)) {
     if (each.type == item_type::FILE) {
-      cursor rows(on_, "DELETE FROM versions WHERE file = ? RETURNING content, size");
+      cursor rows(on_, "DELETE FROM versions WHERE file = ? RETURNING content, size, id");
       rows.bind(each.id);
       while (rows.next()) {
         contents.push_back(rows.text(0));
+        on_.run("DELETE FROM trashed_versions WHERE id = ?", rows.integer(2));
         on_.run("UPDATE users SET used = used - ? WHERE id = ?", rows.integer(1), gone.owner);
       }
     }
-    on_.run("DELETE FROM metadata WHERE type = ? AND item = ?", number(each.type), each.id);
+    on_.run("DELETE FROM records WHERE subject = ?", item_typed_id(each.type, each.id));
+    on_.run("DELETE FROM instances WHERE type = ? AND item = ?", number(each.type), each.id);
     on_.run("DELETE FROM items WHERE owner = ? AND type = ? AND id = ?", each.owner, number(each.type), each.id);
   }
   // Copies share their content with the original.

@@ -10,6 +10,7 @@ namespace tarvex::emulator {
 ///
 /// fixed_tokens: those of the command line; token_pairs: those of the token address; tokens and codes stand there as
 /// digests. token_key: what issued tokens are derived from. tokens: as earlier versions had them, which knew no pairs.
+/// metadata: the same, which knew one template.
 inline constexpr const char* SCHEMA = R"(
 PRAGMA busy_timeout = 10000;
 PRAGMA journal_mode = WAL;
@@ -43,11 +44,22 @@ CREATE INDEX IF NOT EXISTS items_named ON items(owner, parent, folded, trashed);
 CREATE TABLE IF NOT EXISTS versions(
   id INTEGER PRIMARY KEY, file INTEGER NOT NULL, size INTEGER NOT NULL, sha1 TEXT NOT NULL,
   content TEXT NOT NULL, created_at INTEGER NOT NULL);
+CREATE TABLE IF NOT EXISTS trashed_versions(id INTEGER PRIMARY KEY, trashed_at INTEGER NOT NULL);
 CREATE INDEX IF NOT EXISTS versions_of_file ON versions(file);
 CREATE INDEX IF NOT EXISTS versions_of_content ON versions(content);
+CREATE TABLE IF NOT EXISTS records(
+  id INTEGER PRIMARY KEY, kind TEXT NOT NULL, owner INTEGER NOT NULL, subject TEXT NOT NULL, value TEXT NOT NULL);
+CREATE INDEX IF NOT EXISTS records_of_subject ON records(kind, subject);
+CREATE INDEX IF NOT EXISTS records_on_item ON records(subject);
+CREATE INDEX IF NOT EXISTS items_by_id ON items(type, id);
+CREATE TABLE IF NOT EXISTS instances(
+  type INTEGER NOT NULL, item INTEGER NOT NULL, place TEXT NOT NULL, id TEXT NOT NULL, version INTEGER NOT NULL,
+  value TEXT NOT NULL, PRIMARY KEY(type, item, place)) WITHOUT ROWID;
 CREATE TABLE IF NOT EXISTS metadata(
   type INTEGER NOT NULL, item INTEGER NOT NULL, id TEXT NOT NULL, version INTEGER NOT NULL, value TEXT NOT NULL,
   PRIMARY KEY(type, item)) WITHOUT ROWID;
+INSERT INTO instances SELECT type, item, 'global.properties', id, version, value FROM metadata;
+DELETE FROM metadata;
 CREATE TABLE IF NOT EXISTS sessions(
   id TEXT PRIMARY KEY, owner INTEGER NOT NULL, folder INTEGER NOT NULL, file INTEGER NOT NULL, name TEXT NOT NULL,
   size INTEGER NOT NULL, part_size INTEGER NOT NULL, expires_at INTEGER NOT NULL, state TEXT NOT NULL,

@@ -23,6 +23,13 @@ std::optional<user> user_store::find_first() {
   return select_user(on_, "ORDER BY id LIMIT 1");
 }
 
+std::vector<user> user_store::list() {
+  cursor rows(on_, SELECT_USER + "ORDER BY id");
+  std::vector<user> found;
+  while (rows.next()) found.push_back({rows.integer(0), rows.text(1), rows.integer(2), rows.integer(3)});
+  return found;
+}
+
 std::optional<user> user_store::find_named(std::string_view name) {
   return select_user(on_, "WHERE name = ?", name);
 }

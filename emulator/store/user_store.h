@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tarvex::emulator {
 
@@ -24,6 +25,8 @@ class user_store {
   explicit user_store(database& on) : on_(on) {}
 
   [[nodiscard]] std::optional<user> find(std::int64_t id);
+
+  [[nodiscard]] std::vector<user> list();
 
   [[nodiscard]] std::optional<user> find_named(std::string_view name);
 

@@ -3,10 +3,10 @@
 #include "base/settings.h"
 #include "base/text.h"
 #include "base/times.h"
+#include "traffic/chance.h"
 #include "traffic/problem.h"
 
 #include <algorithm>
-#include <random>
 
 namespace tarvex::emulator {
 namespace {
@@ -14,7 +14,7 @@ namespace {
 constexpr std::string_view MEMBERS =
     "method path query nth times probability after_ms for_ms status code message body text html empty headers store "
     "delay_ms hang piece_bytes piece_delay_ms cut_before_answer cut_answer_after cut_request_after read_delay_ms "
-    "settings comment";
+    "cut_answer_at settings comment";
 
 shared_json shared(const json_t* value) {
   return {json_deep_copy(value), [](json_t* held) { json_decref(held); }};
@@ -59,9 +59,9 @@ delivery delivery_of(const json_t* row) {
   return how;
 }
 
-bool by_chance(double probability) {
-  static thread_local std::mt19937_64 source{std::random_device{}()};
-  return probability >= 1 || std::uniform_real_distribution<>(0, 1)(source) < probability;
+bool by_chance(const fault& candidate, std::int64_t seed) {
+  if (candidate.probability >= 1) return true;
+  return chance_of(seed, candidate.kind, candidate.matched).hits(candidate.probability);
 }
 
 }  // namespace
@@ -88,14 +88,14 @@ bool fault_action::carries_out() const {
 }
 
 // `matched` also counts what `nth` and `times` then let pass: a test reads from it that a request came at all.
-bool fault::take(const request& in) {
+bool fault::take(const request& in, std::int64_t seed) {
   const std::int64_t now = time_now_us();
   if (now < from_us || now >= until_us || !glob_match(method, in.method) || !glob_match(path, in.path) ||
       in.raw_query.find(query) == std::string::npos) {
     return false;
   }
   ++matched;
-  if (matched < nth || (times > 0 && used >= times) || !by_chance(probability)) return false;
+  if (matched < nth || (times > 0 && used >= times) || !by_chance(*this, seed)) return false;
   ++used;
   return true;
 }
@@ -108,6 +108,7 @@ std::string fault_parse(const json_t* row, fault& into) {
   into.query = json_text_at(row, "query").value_or("");
   into.nth = json_number_at(row, "nth").value_or(1);
   into.times = json_number_at(row, "times").value_or(1);
+  into.kind = json_text(row);
   if (const json_t* chance = json_object_get(row, "probability")) into.probability = json_number_value(chance);
   into.from_us = time_now_us() + json_number_at(row, "after_ms").value_or(0) * 1000;
   if (const auto length = json_number_at(row, "for_ms")) into.until_us = into.from_us + *length * 1000;
@@ -115,6 +116,9 @@ std::string fault_parse(const json_t* row, fault& into) {
   into.action.store = is_on(row, "store");
   into.action.cut_request_after = json_number_at(row, "cut_request_after");
   into.action.read_delay_ms = json_number_at(row, "read_delay_ms").value_or(0);
+  if (const json_t* share = json_object_get(row, "cut_answer_at")) {
+    into.action.cut_answer_at = std::clamp(json_number_value(share), 0.0, 1.0);
+  }
   into.action.how = delivery_of(row);
   if (const json_t* own = json_object_get(row, "settings")) {
     // Tried now, so that a wrong name is refused here and not in the middle of a request.
@@ -139,6 +143,7 @@ std::string fault_help() {
          "  piece_bytes, piece_delay_ms: the body in pieces with pauses between them\n"
          "  cut_before_answer, cut_answer_after N, cut_request_after N: close the connection there (N: bytes of a "
          "body)\n"
+         "  cut_answer_at  the same after that share, 0 to 1, of the answer's body\n"
          "  read_delay_ms  before each read of the request's body\n"
          "  settings       an object of settings for this request alone\n";
 }

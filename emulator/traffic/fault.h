@@ -21,6 +21,7 @@ struct fault_action {
   bool store = false;                             // carry the request out although another answer is sent
   std::optional<std::int64_t> cut_request_after;  // close when so many bytes of the body have been read
   std::int64_t read_delay_ms = 0;                 // pause before each read of the body
+  std::optional<double> cut_answer_at;            // close after this share (0 to 1) of the answer's body
   delivery how;
 
   /// The answer that is sent in place of the true one, made anew at each call; nothing when the row has none.
@@ -38,6 +39,7 @@ struct fault {
   std::int64_t nth = 1;
   std::int64_t times = 1;  // 0: all
   double probability = 1;
+  std::string kind = {};  // what its draws go by: the row's text
   std::int64_t from_us = 0;
   std::int64_t until_us = INT64_MAX;
   fault_action action = {};
@@ -45,7 +47,8 @@ struct fault {
   std::int64_t used = 0;
 
   /// Whether it is due for this request; counts the request in `matched` when it fits, and in `used` when it is due.
-  [[nodiscard]] bool take(const request& in);
+  /// `seed` fixes the draws of its probability.
+  [[nodiscard]] bool take(const request& in, std::int64_t seed);
 };
 
 /// Reads one row. Returns an empty text, or what is wrong with it.

@@ -18,10 +18,10 @@ std::string fault_list::add(const json_t* rows) {
   return {};
 }
 
-std::optional<fault_action> fault_list::match(const request& in) {
+std::optional<fault_action> fault_list::match(const request& in, std::int64_t seed) {
   const std::lock_guard lock(mutex_);
   for (fault& candidate : faults_) {
-    if (candidate.take(in)) return candidate.action;
+    if (candidate.take(in, seed)) return candidate.action;
   }
   return std::nullopt;
 }

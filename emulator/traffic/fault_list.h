@@ -17,7 +17,8 @@ class fault_list {
   [[nodiscard]] std::string add(const json_t* rows);
 
   /// The first fault that is due for a request; counts the request for every row that it matches before that one.
-  [[nodiscard]] std::optional<fault_action> match(const request& in);
+  /// `seed` fixes what probabilities draw.
+  [[nodiscard]] std::optional<fault_action> match(const request& in, std::int64_t seed);
 
   /// All rows with "matched" (requests that fitted) and "used" (requests that it did something to).
   [[nodiscard]] json_ptr list() const;

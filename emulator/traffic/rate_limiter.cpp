@@ -9,8 +9,9 @@ namespace {
 
 constexpr std::int64_t MINUTE_US = 60000000;
 
-/// Seconds until the window has room for one more; 0: it has.
+/// Seconds until the window has room for one more; 0: it has, as one without a limit (`most` 0) always has.
 std::int64_t wait_seconds(std::deque<std::int64_t>& window, std::int64_t most, std::int64_t now) {
+  if (most <= 0) return 0;
   while (!window.empty() && window.front() <= now - MINUTE_US) window.pop_front();
   if (static_cast<std::int64_t>(window.size()) < most) return 0;
   // Whole seconds, rounded up: a client that comes back on the dot finds room.
@@ -25,11 +26,11 @@ std::int64_t rate_limiter::admit(const settings& set, std::int64_t user, bool is
   const std::lock_guard lock(mutex_);
   window& mine = windows_[user];
   const std::int64_t now = time_now_us();
-  std::int64_t wait = wait_seconds(mine.requests, set.rate_limit_requests, now);
-  if (is_upload) wait = std::max(wait, wait_seconds(mine.uploads, set.rate_limit_uploads, now));
+  std::int64_t wait = wait_seconds(mine.requests, set.account_requests_per_minute, now);
+  if (is_upload) wait = std::max(wait, wait_seconds(mine.uploads, set.account_uploads_per_minute, now));
   if (wait > 0) return wait;
-  mine.requests.push_back(now);
-  if (is_upload) mine.uploads.push_back(now);
+  if (set.account_requests_per_minute > 0) mine.requests.push_back(now);
+  if (is_upload && set.account_uploads_per_minute > 0) mine.uploads.push_back(now);
   return 0;
 }
 

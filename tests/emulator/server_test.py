@@ -92,7 +92,7 @@ def test_the_journal_tells_what_came(box):
 
 
 def test_the_rate_is_limited_when_told(box):
-    box.set(rate_limit=True, rate_limit_requests=5, rate_limit_uploads=1)
+    box.set(account_requests_per_minute=5, account_uploads_per_minute=1)
     assert box.upload(named("f"), b"x").status == 201
     refused = box.upload("{}", b"x").expect("code=rate_limit_exceeded")
     assert 1 <= int(refused.headers["Retry-After"]) <= 60
@@ -107,6 +107,8 @@ def test_bad_command_lines_say_what_is_wrong(box, tmp_path):
             (data + "--refresh never", 2, "grace|strict"), (data + "--password x", 2, "NAME:PASSWORD"),
             (data + "--password x:y", 1, "no such account"), (data + "--app /nowhere.json", 1, "/nowhere.json"),
             (data + "--set part_size=big", 2, "wants a whole number"),
+            (data + "--like x", 2, "box-on-a-bad-day"), (data + "--set trouble_on=api,x", 2, "wants some of"),
+            (data + "--set cut_probability=1.5", 2, "from 0 to 1"), (data + "--set connection_rate=-1", 2, "at least 0"),
             (data + "--set next_marker=x", 2, "null|empty|missing"), (data + "--listen here", 1, "HOST:PORT"),
             (data + f"--listen {box.address}", 1, "in use"), (data + "--faults /nowhere.json", 1, "/nowhere.json"),
             ("--data /proc/nowhere", 1, "/proc/nowhere"), ("--help", 0, "download_lifetime_s")]:

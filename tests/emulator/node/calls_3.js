@@ -1,0 +1,105 @@
+// The calls of Box's client 3.x that people make first: a name and what is done. `at` makes what they are made on.
+'use strict';
+
+const LARGE = Buffer.alloc(20000000, 7);
+const PART = 8 * 1024 * 1024;
+const enterprise = ['enterprise', 'plan'];
+const global = ['global', 'properties'];
+
+function subjects(box) {
+  let number = 0;
+  const name = () => `three ${++number}`;
+  const at = {
+    name,
+    file: async (text = 'text') => (await box.files.uploadFile('0', name(), Buffer.from(text))).entries[0].id,
+    folder: async () => (await box.folders.create('0', name())).id,
+    link: async () => (await box.weblinks.create('https://example.com', '0', { name: name() })).id,
+    trashedFile: async () => { const id = await at.file(); await box.files.delete(id); return id; },
+    trashedFolder: async () => { const id = await at.folder(); await box.folders.delete(id); return id; },
+    earlier: async (id) => { await box.files.uploadNewFileVersion(id, Buffer.from('new')); return (await box.files.getVersions(id)).entries[0].id; },
+    comment: async () => (await box.comments.create(await at.file(), 'm')).id,
+    collaboration: async () => (await box.collaborations.createWithUserEmail('olaf@example.com', await at.folder(), 'editor')).id,
+    session: () => box.files.createUploadSession('0', LARGE.length, name()),
+    shared: async () => (await box.files.update(await at.file(), { shared_link: { access: 'open' }, fields: 'shared_link' })).shared_link.url,
+  };
+  return at;
+}
+
+const CALLS = {
+  'users.me': (box) => box.users.get('me'),
+  'users.get': async (box) => box.users.get((await box.users.get('me')).id),
+  'users.list': (box) => box.enterprise.getUsers(),
+  'users.create': (box) => box.enterprise.addUser('x@example.com', 'x'),
+  'folders.get': (box) => box.folders.get('0'),
+  'folders.items': (box) => box.folders.getItems('0'),
+  'folders.items by marker': (box) => box.folders.getItems('0', { usemarker: true, limit: 1 }),
+  'folders.create': (box, at) => at.folder(),
+  'folders.update': async (box, at) => box.folders.update(await at.folder(), { name: at.name() }),
+  'folders.move': async (box, at) => box.folders.move(await at.folder(), await at.folder()),
+  'folders.copy': async (box, at) => box.folders.copy(await at.folder(), '0', { name: at.name() }),
+  'folders.delete': async (box, at) => box.folders.delete(await at.folder(), { recursive: true }),
+  'files.get': async (box, at) => box.files.get(await at.file()),
+  'files.permissions': async (box, at) => (await box.files.get(await at.file(), { fields: 'permissions' })).permissions.can_download || Promise.reject(Error('none')),
+  'files.update': async (box, at) => box.files.update(await at.file(), { name: at.name(), description: 'd' }),
+  'files.tags': async (box, at) => box.files.update(await at.file(), { tags: ['a'], fields: 'tags' }),
+  'files.move': async (box, at) => box.files.move(await at.file(), await at.folder()),
+  'files.copy': async (box, at) => box.files.copy(await at.file(), '0', { name: at.name() }),
+  'files.delete': async (box, at) => box.files.delete(await at.file()),
+  'files.lock': async (box, at) => box.files.lock(await at.file()),
+  'files.unlock': async (box, at) => box.files.unlock(await at.file()),
+  'files.thumbnail': async (box, at) => (await box.files.getRepresentationInfo(await at.file(), '[png?dimensions=32x32]')) ?? Promise.reject(Error('no representations')),
+  'uploads.file': (box, at) => at.file(),
+  'uploads.version': async (box, at) => box.files.uploadNewFileVersion(await at.file(), Buffer.from('new')),
+  'uploads.preflight': (box, at) => box.files.preflightUploadFile('0', { name: at.name(), size: 1 }),
+  'uploads.preflight of a version': async (box, at) => box.files.preflightUploadNewFileVersion(await at.file(), { size: 1 }),
+  'uploads.large': async (box, at) => (await box.files.getChunkedUploader('0', LARGE.length, at.name(), LARGE)).start(),
+  'uploads.large version': async (box, at) => (await box.files.getNewVersionChunkedUploader(await at.file(), LARGE.length, LARGE)).start(),
+  'uploads.session': (box, at) => at.session(),
+  'uploads.part': async (box, at) => box.files.uploadPart((await at.session()).id, LARGE.subarray(0, PART), 0, LARGE.length),
+  'uploads.session get': async (box, at) => box.files.getUploadSession((await at.session()).id),
+  'uploads.session parts': async (box, at) => box.files.getUploadSessionParts((await at.session()).id),
+  'uploads.session delete': async (box, at) => box.files.abortUploadSession((await at.session()).id),
+  'downloads.file': async (box, at) => new Promise((done, fail) => at.file().then((id) => box.files.getReadStream(id)).then((body) => body.on('end', done).on('error', fail).resume(), fail)),
+  'downloads.url': async (box, at) => box.files.getDownloadURL(await at.file()),
+  'versions.list': async (box, at) => box.files.getVersions(await at.file()),
+  'versions.promote': async (box, at) => { const id = await at.file(); return box.files.promoteVersion(id, await at.earlier(id)); },
+  'versions.delete': async (box, at) => { const id = await at.file(); return box.files.deleteVersion(id, await at.earlier(id)); },
+  'shared links.add': (box, at) => at.shared(),
+  'shared links.remove': async (box, at) => box.files.update(await at.file(), { shared_link: null }),
+  'shared links.find': async (box, at) => box.sharedItems.get(await at.shared()),
+  'shared links.with a password': async (box, at) => box.folders.update(await at.folder(), { shared_link: { access: 'open', password: 'p' }, fields: 'shared_link' }),
+  'shared links.embed': async (box, at) => box.files.getEmbedLink(await at.file()),
+  'search.name': (box) => box.search.query('three'),
+  'search.extension': (box) => box.search.query('three', { file_extensions: 'txt', type: 'file' }),
+  'events.position': (box) => box.events.getCurrentStreamPosition(),
+  'events.get': (box) => box.events.get({ stream_position: '0' }),
+  'events.realtime': (box) => box.events.getLongPollInfo(),
+  'metadata.create': async (box, at) => box.files.addMetadata(await at.file(), ...global, { a: 'b' }),
+  'metadata.get': async (box, at) => { const id = await at.file(); await box.files.addMetadata(id, ...global, { a: 'b' }); return box.files.getMetadata(id, ...global); },
+  'metadata.list': async (box, at) => box.files.getAllMetadata(await at.file()),
+  'metadata.update': async (box, at) => { const id = await at.file(); await box.files.addMetadata(id, ...global, { a: 'b' }); return box.files.updateMetadata(id, ...global, [{ op: 'replace', path: '/a', value: 'c' }]); },
+  'metadata.delete': async (box, at) => { const id = await at.file(); await box.files.addMetadata(id, ...global, { a: 'b' }); return box.files.deleteMetadata(id, ...global); },
+  'metadata.of a folder': async (box, at) => box.folders.setMetadata(await at.folder(), ...global, { a: 'b' }),
+  'templates.create': (box) => box.metadata.createTemplate('Plan', [{ type: 'string', key: 'a', displayName: 'A' }], { templateKey: 'plan' }),
+  'templates.get': (box) => box.metadata.getTemplateSchema(...enterprise),
+  'templates.of the enterprise': (box) => box.metadata.getTemplates('enterprise'),
+  'templates.instance': async (box, at) => box.files.setMetadata(await at.file(), ...enterprise, { a: 'b' }),
+  'templates.delete': (box) => box.metadata.deleteTemplate(...enterprise),
+  'comments.create': (box, at) => at.comment(),
+  'comments.get': async (box, at) => box.comments.get(await at.comment()),
+  'comments.update': async (box, at) => box.comments.update(await at.comment(), { message: 'n' }),
+  'comments.delete': async (box, at) => box.comments.delete(await at.comment()),
+  'comments.list': async (box, at) => box.files.getComments(await at.file()),
+  'collaborations.create': (box, at) => at.collaboration(),
+  'collaborations.get': async (box, at) => box.collaborations.get(await at.collaboration()),
+  'collaborations.update': async (box, at) => box.collaborations.update(await at.collaboration(), { role: 'viewer' }),
+  'collaborations.delete': async (box, at) => box.collaborations.delete(await at.collaboration()),
+  'collaborations.of a folder': async (box, at) => box.folders.getCollaborations(await at.folder()),
+  'collections.list': (box) => box.collections.getAll(),
+  'tokens.exchange': (box) => box.exchangeToken('item_download'),
+  'trash.list': (box) => box.trash.get(),
+  'trash.restore a file': async (box, at) => box.files.restoreFromTrash(await at.trashedFile()),
+  'trash.delete a folder': async (box, at) => box.folders.deletePermanently(await at.trashedFolder()),
+};
+
+module.exports = { CALLS, subjects };
