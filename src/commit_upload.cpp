@@ -18,7 +18,7 @@ constexpr tarvex::box::error_source COMMIT_UPLOAD_SOURCE("tarvex_i_box_commit_up
 /// 202: Box is still putting the parts together. The waits grow on their own: 1, 3, 7, 15 seconds.
 tarvex::box::verdict tarvex_l_box_judge_commit(const tarvex_dsi_rest_response_arg_t& response, json_t* document,
                                                unsigned long& retry_after) {
-  if (response.response_code != 202) return tarvex::box::judge_status(response, document, retry_after);
+  if (response.response_code != tarvex::box::STATUS_ACCEPTED) return tarvex::box::judge_status(response, document, retry_after);
   retry_after = retry_after * 2 + 1;
   return {.result = error_generic(COMMIT_UPLOAD_SOURCE, "Upload is not ready to commit."), .retryable = true};
 }
@@ -81,6 +81,7 @@ tarvex_result_t tarvex_l_box_commit(tarvex_gfs_operation_t op, tarvex_box_sessio
   if (!body) return tarvex::box::error_memory();
   tarvex::box::answer stored;
   result = tarvex_l_box_commit_post(box, *upload, body.get(), digest, stored);
+  if (tarvex_i_box_abort_sessions == 1) upload->refused = stored.status >= 400 && !stored.uncertain;
   if (result != TARVEX_SUCCESS) return result;
   return tarvex::box::recv_entries_store(
       box, COMMIT_UPLOAD_SOURCE, stored.document.get(), parent.name, [&](tarvex::box::item_record& item) {

@@ -2,12 +2,15 @@
 
 #include "date.h"
 #include "trace.h"
+#include "upload_abort.h"
 
 using tarvex::box::error_ftp;
 using tarvex::box::error_info;
 using tarvex::box::pair;
 
 namespace {
+
+constexpr tarvex::box::error_source RECV_SOURCE("tarvex_i_box_recv");
 
 /// Deletes what has the file's name. A failure says why the upload cannot be.
 tarvex_result_t tarvex_l_box_make_room(tarvex_box_session_t* box, tarvex_box_path_info_t* existing) {
@@ -44,6 +47,7 @@ tarvex_result_t tarvex_l_box_recv(tarvex_gfs_operation_t op, tarvex_gfs_transfer
   }
   tarvex_result_release(result);  // of a new file: not found
   if (info->alloc_size > box->max_upload) return tarvex_l_box_too_large(*box, *info);
+  if (info->truncate) tarvex::box::upload_supersede(box, RECV_SOURCE, info->pathname);
   const bool chunked = static_cast<int64_t>(info->alloc_size) > tarvex_i_box_chunked_minimum;
   return (chunked ? tarvex_i_box_recv_chunked : tarvex_i_box_recv_small)(op, info, box, parent);
 }

@@ -15,6 +15,11 @@ namespace tarvex::box {
 
 /// Fields that Box is asked to name of each item.
 inline constexpr char ITEM_FIELDS[] = "type,id,name,parent,size,content_modified_at,sha1";
+/// The same of one file that is asked for by itself.
+inline constexpr char FILE_FIELDS[] = "type,id,name,parent,size,content_modified_at,sha1,metadata.global.properties";
+
+/// Box's answer to what it goes on with.
+inline constexpr int STATUS_ACCEPTED = 202;
 
 /// "folders" or "files", as URLs have it.
 inline const char* item_collection(int type) {
@@ -71,10 +76,12 @@ struct request {
   int progress_timeout_ms = tarvex_i_box_progress_timeout_ms;
 };
 
-/// What came of a successful call.
+/// What came of a call. After a failure there is neither document nor location.
 struct answer {
   json_ptr document = {};     ///< null: none
   std::string location = {};  ///< value of the Location header; empty: none
+  int status = 0;             ///< of the last attempt's answer; 0: none arrived whole
+  bool uncertain = false;     ///< an attempt that got no answer of success may have been carried out all the same
 };
 
 /// Makes the call, again while attempts remain and a failure may be cured.

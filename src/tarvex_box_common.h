@@ -33,11 +33,37 @@ TARVEX_API extern int tarvex_i_box_commit_attempts;      ///< commits of an uplo
 /// What a download for a checksum does with the digests and the count when it is tried again: 0: they go on, 1: they
 /// start afresh.
 TARVEX_API extern int tarvex_i_box_cksm_restart;
-/// What becomes of an upload session that is open when its login ends, and whose commit was not tried: 0: it stays at
-/// Box until Box drops it, 1: it is aborted.
+/// What becomes of an upload session that nobody can continue any more, because its login ends or its path is stored
+/// afresh: 0: it stays at Box until Box drops it, and keeps its path from being stored afresh in parts by this login;
+/// 1: it is deleted, except after a commit that Box may have carried out.
+TARVEX_API extern int tarvex_i_box_abort_sessions;
+/// The older name of a part of that: 1: what is open at the end of a login, its commit not tried, is deleted.
 TARVEX_API extern int tarvex_i_box_abort_uploads;
+TARVEX_API extern int tarvex_i_box_page_limit;  ///< items that Box is asked for with each page of a listing
+/// What an empty "next_marker" means: 0: there is one more page, 1: this was the last one.
+TARVEX_API extern int tarvex_i_box_empty_marker_ends;
+/// What becomes of items that are neither files nor folders: 0: they are passed over, 1: they answer to their names.
+TARVEX_API extern int tarvex_i_box_web_links;
 TARVEX_API extern const char* tarvex_i_box_retry_path;   ///< template of the directory of the pacing files
 TARVEX_API extern const char* tarvex_i_box_upload_path;  ///< template of the directory of the upload state files
+
+/// Smallest and largest value of the setting NAME: `tarvex_i_box_NAME_min` and `tarvex_i_box_NAME_max`, both included.
+/// They are for who fills the settings in; the plug-in itself does not look at them.
+#define TARVEX_BOX_RANGE(name) TARVEX_API extern const int tarvex_i_box_##name##_min, tarvex_i_box_##name##_max
+TARVEX_BOX_RANGE(api_per_second);
+TARVEX_BOX_RANGE(upload_per_second);
+TARVEX_BOX_RANGE(max_delay);
+TARVEX_BOX_RANGE(max_retries);
+TARVEX_BOX_RANGE(progress_timeout_ms);
+TARVEX_BOX_RANGE(chunked_minimum);
+TARVEX_BOX_RANGE(commit_attempts);
+TARVEX_BOX_RANGE(cksm_restart);
+TARVEX_BOX_RANGE(abort_sessions);
+TARVEX_BOX_RANGE(abort_uploads);
+TARVEX_BOX_RANGE(page_limit);
+TARVEX_BOX_RANGE(empty_marker_ends);
+TARVEX_BOX_RANGE(web_links);
+#undef TARVEX_BOX_RANGE
 
 /* ---- Modules and debug log ------------------------------------------------------------------------------------ */
 
@@ -318,6 +344,7 @@ typedef struct tarvex_box_upload_session_s {
   json_t* part_array;   ///< parts sent so far, in order; null once a commit was tried
   MD5_CTX md5_ctx;      ///< of all parts sent so far
   SHA_CTX sha1_ctx;     ///< of all parts sent so far
+  bool refused;         ///< Box refused the commit, and has not carried it out; kept when sessions are aborted
 } tarvex_box_upload_session_t;
 
 /// Makes an empty upload-session table.
