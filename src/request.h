@@ -18,8 +18,12 @@ inline constexpr char ITEM_FIELDS[] = "type,id,name,parent,size,content_modified
 /// The same of one file that is asked for by itself.
 inline constexpr char FILE_FIELDS[] = "type,id,name,parent,size,content_modified_at,sha1,metadata.global.properties";
 
-/// Box's answer to what it goes on with.
+/// Statuses of Box's answers that calls look at by themselves.
 inline constexpr int STATUS_ACCEPTED = 202;
+inline constexpr int STATUS_NOT_FOUND = 404;
+inline constexpr int STATUS_CONFLICT = 409;
+inline constexpr int STATUS_GONE = 410;
+inline constexpr int STATUS_PRECONDITION_FAILED = 412;
 
 /// "folders" or "files", as URLs have it.
 inline const char* item_collection(int type) {

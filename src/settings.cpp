@@ -20,6 +20,7 @@ TARVEX_L_BOX_SETTING(commit_attempts, 5, 1, 1000);
 TARVEX_L_BOX_SETTING(cksm_restart, 0, 0, 1);
 TARVEX_L_BOX_SETTING(abort_sessions, 0, 0, 1);
 TARVEX_L_BOX_SETTING(abort_uploads, 0, 0, 1);
+TARVEX_L_BOX_SETTING(replace_as_version, 0, 0, 1);
 TARVEX_L_BOX_SETTING(page_limit, 300, 1, 1000);  // Box gives no more than 1000
 TARVEX_L_BOX_SETTING(empty_marker_ends, 0, 0, 1);
 TARVEX_L_BOX_SETTING(web_links, 1, 0, 1);

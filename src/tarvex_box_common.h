@@ -39,6 +39,8 @@ TARVEX_API extern int tarvex_i_box_cksm_restart;
 TARVEX_API extern int tarvex_i_box_abort_sessions;
 /// The older name of a part of that: 1: what is open at the end of a login, its commit not tried, is deleted.
 TARVEX_API extern int tarvex_i_box_abort_uploads;
+/// How a store replaces a file: 0: the file is deleted first, 1: it gets a new version.
+TARVEX_API extern int tarvex_i_box_replace_as_version;
 TARVEX_API extern int tarvex_i_box_page_limit;  ///< items that Box is asked for with each page of a listing
 /// What an empty "next_marker" means: 0: there is one more page, 1: this was the last one.
 TARVEX_API extern int tarvex_i_box_empty_marker_ends;
@@ -60,6 +62,7 @@ TARVEX_BOX_RANGE(commit_attempts);
 TARVEX_BOX_RANGE(cksm_restart);
 TARVEX_BOX_RANGE(abort_sessions);
 TARVEX_BOX_RANGE(abort_uploads);
+TARVEX_BOX_RANGE(replace_as_version);
 TARVEX_BOX_RANGE(page_limit);
 TARVEX_BOX_RANGE(empty_marker_ends);
 TARVEX_BOX_RANGE(web_links);
@@ -223,6 +226,8 @@ typedef struct tarvex_box_path_info_s {
   bool listed;        ///< the folder's complete listing is in the path cache
   bool has_metadata;  ///< the item has a metadata instance
   bool freeme;        ///< the record itself is allocated
+  /// Box's etag plus one, since Box counts an item's changes in it; 0: not known.
+  uint32_t next_etag;
 } tarvex_box_path_info_t;
 
 /// Fills a zeroed record from a Box item. On failure what was filled stays, the caller's to free.
@@ -345,6 +350,8 @@ typedef struct tarvex_box_upload_session_s {
   MD5_CTX md5_ctx;      ///< of all parts sent so far
   SHA_CTX sha1_ctx;     ///< of all parts sent so far
   bool refused;         ///< Box refused the commit, and has not carried it out; kept when sessions are aborted
+  bool replaces;        ///< the file gets a new version; kept, as is the next, when files are replaced so
+  uint32_t next_etag;   ///< of that file when the session began
 } tarvex_box_upload_session_t;
 
 /// Makes an empty upload-session table.

@@ -37,6 +37,7 @@ TEST_F(SettingTest, ExportsDefaultAndRangeByName) {
       {"cksm_restart", 0, 0, 1},
       {"abort_sessions", 0, 0, 1},
       {"abort_uploads", 0, 0, 1},
+      {"replace_as_version", 0, 0, 1},
       {"page_limit", 300, 1, 1000},
       {"empty_marker_ends", 0, 0, 1},
       {"web_links", 1, 0, 1},
