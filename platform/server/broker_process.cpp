@@ -37,7 +37,8 @@ void broker_set_signals() {
 /// Serves until the listener is done. \return whether it did; the listener is told why not.
 bool broker_serve(const configuration& config, descriptor control) {
   const int notes = control.get();
-  std::string error = privileges_give_up(broker_user(config));
+  const std::string user = broker_user(config);
+  std::string error = user == "root" ? std::string() : privileges_give_up(user);
   hide_memory();  // again: the change of user undoes it
   broker_service service(config, std::move(control));
   if (error.empty()) error = service.open();
@@ -48,8 +49,8 @@ bool broker_serve(const configuration& config, descriptor control) {
 
 /// What of the broker's lies where sessions may read; empty: nothing.
 std::string place_in_reach(const configuration& config) {
-  for (const std::string& path : {config.broker_directory, store_key_path(config), config.box_client_secret_file,
-                                  config.accounts_file}) {
+  for (const std::string& path :
+       {config.broker_directory, store_key_path(config), config.box_client_secret_file, config.accounts_file}) {
     for (const accessible_place& place : session_places(config))
       if (!path.empty() && lies_in(path, place.path)) return path + " lies in " + place.path + ", which they may read";
   }

@@ -16,6 +16,7 @@
 #include "session_processes.h"
 
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -202,6 +203,16 @@ std::string settle(const configuration& config) {
   return {};
 }
 
+/// Each session takes a descriptor here and one of the broker's. The soft limit is there for programs that use
+/// select(2).
+void take_all_descriptors() {
+  rlimit limit = {};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == limit.rlim_max) return;
+  limit.rlim_cur = limit.rlim_max;
+  if (setrlimit(RLIMIT_NOFILE, &limit) != 0)
+    log_warning("the limit of descriptors stays low: {}", std::strerror(errno));
+}
+
 int refuse_to_start(const std::string& error) {
   log_error("cannot start: {}", error);
   return 1;
@@ -218,6 +229,7 @@ int listener_run(const std::string& file, const configuration& config, storage_p
   const tls_identity_answer tls = tls_identity_load(config);  // the key may be root's
   if (!tls.error.empty()) return refuse_to_start("[tls]: " + tls.error);
   if (tls.identity) tls_identity_log_expiry(*tls.identity, true);
+  take_all_descriptors();
   std::string warning = {};
   if (const std::string error = broker_apart(config, warning); !error.empty()) return refuse_to_start(error);
   if (!warning.empty()) log_warning("{}", warning);

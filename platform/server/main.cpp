@@ -1,4 +1,5 @@
 // The program tarvex-gridftp-server.
+#include "account/account_command.h"
 #include "base/log.h"
 #include "config/box_check.h"
 #include "config/configuration.h"
@@ -13,6 +14,7 @@
 #include <exception>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -21,6 +23,7 @@ namespace {
 namespace server = tarvex::server;
 
 constexpr int EXIT_MISTAKES = 2;
+constexpr std::string_view ACCOUNT = "account";
 constexpr const char* VERSION = "tarvex-gridftp-server " TARVEX_VERSION;
 
 const std::vector<std::pair<std::string, server::log_level>> LEVELS = {{"debug", server::log_level::debug},
@@ -82,6 +85,7 @@ int run(const options& chosen) {
 }  // namespace
 
 int main(int argc, char** argv) try {
+  if (argc > 1 && argv[1] == ACCOUNT) return server::account_run(argc - 1, argv + 1);
   CLI::App app("Serves a storage account as a file tree over FTP and GridFTP.", "tarvex-gridftp-server");
   options chosen;
   app.add_option("--config", chosen.file, "Configuration file (TOML)")->type_name("FILE")->required();
@@ -90,6 +94,7 @@ int main(int argc, char** argv) try {
       ->transform(CLI::CheckedTransformer(LEVELS).description(""))
       ->type_name("LEVEL")
       ->default_str("info");
+  app.footer("Accounts are managed with: tarvex-gridftp-server account --help");
   app.set_version_flag("--version", VERSION, "Print the version and exit");
   try {
     app.parse(argc, argv);

@@ -11,7 +11,7 @@ import threading
 import time
 
 import pytest
-from local import BUILD, PASSWORD, pattern, put, wait_until
+from local import BUILD, PASSWORD, let_others_in, pattern, put, wait_until
 from signed_in import CLIENT_SECRET, SignedInServer, SignInBox, watched_tokens, write_record
 
 INTRUDER = BUILD / "lib/libtarvex_gridftp_server_intruder.so"
@@ -69,32 +69,56 @@ def test_of_many_who_need_a_token_one_asks(sign_in, serve):
     assert sign_in.token_requests(mark) == 0, "a token that lives is not renewed"
 
 
-def test_sessions_outlive_their_tokens_and_each_others_renewals(sign_in, serve):
-    """Every operation finds a token of two seconds or less before its renewal; nobody sees one refused."""
-    sign_in.settings(access_token_lifetime_s=102)
-    server = serve(life=102)
-    size = 100 * 1024**2
-    content = pattern(size)
-    loud, idle = server.ftp(), server.ftp()
+class Bytes:
+    """A file of so many bytes that is made while it is read."""
+
+    def __init__(self, size):
+        self.left = size
+        self.block = pattern(1024**2)
+
+    def read(self, size):
+        piece = self.block[:min(size, self.left)]
+        self.left -= len(piece)
+        return piece
+
+
+def test_a_day_of_short_tokens(sign_in, serve):
+    """Every token is to be renewed ten seconds after it was had; transfers go on across that, nobody sees a 401."""
+    sign_in.settings(access_token_lifetime_s=110)
+    server = serve(life=105)
+    size = 2 * 1024**3
+    loud, idle = server.ftp(timeout=300), server.ftp()
+    over = threading.Event()
+
+    def come_and_go(_):
+        while not over.wait(1):
+            client = server.ftp()
+            client.nlst("/")
+            client.quit()
+
+    def transfer(_):
+        try:
+            loud.voidcmd("TYPE I")
+            loud.sendcmd(f"ALLO {size}")
+            loud.storbinary("STOR /large", Bytes(size), blocksize=1024**2)
+            got = [0]
+            loud.retrbinary("RETR /large", lambda piece: got.append(got.pop() + len(piece)), blocksize=1024**2)
+            return got[0]
+        finally:
+            over.set()
+
     mark = sign_in.mark()
-    end = time.monotonic() + 25
-    round_number = 0
-    while time.monotonic() < end:
-        round_number += 1
-        loud.voidcmd("TYPE I")
-        loud.sendcmd(f"ALLO {size}")
-        put(loud, f"/up-{round_number}", content)
-        got = io.BytesIO()
-        loud.retrbinary(f"RETR /up-{round_number}", got.write)
-        assert got.getvalue() == content
-        assert idle.nlst("/") and server.ftp().nlst("/")
-    assert sign_in.token_requests(mark) >= 5
+    results = in_parallel(2, lambda i: come_and_go(i) if i else transfer(i))
+    assert results == [size, None]
+    time.sleep(3)
+    assert idle.nlst("/") == ["large"]
+    assert sign_in.token_requests(mark) >= 2
     assert not [entry for entry in sign_in.journal(mark) if entry["status"] == 401]
 
 
 def test_a_broker_that_is_killed_is_missed_by_nobody(sign_in, serve):
     server = serve()
-    clients = [server.ftp() for _ in range(20)]
+    clients = [server.ftp() for _ in range(50)]
     put(clients[0], "/file", b"x" * 3_000_000)
     sign_in.fault(path="/d/**", piece_bytes=200_000, piece_delay_ms=150, times=0)
 
@@ -121,7 +145,7 @@ def test_a_broker_that_is_killed_is_missed_by_nobody(sign_in, serve):
     sign_in.fault(method="GET", path="/2.0/folders/**", status=401)
     assert clients[0].nlst("/") == ["file"]
     assert server.record("alice")["generation"] == 2
-    assert len(server.sessions()) == 20
+    assert len(server.sessions()) == 50
 
 
 def test_a_token_that_box_refuses_is_replaced_once(sign_in, serve):
@@ -242,10 +266,7 @@ def test_the_broker_has_a_user_of_its_own_and_so_has_the_next(tmp_path, sign_in,
         return [int(number) for line in status.splitlines() if line.startswith("Uid:") for number in line.split()[1:]]
 
     nobody, daemon = (int(subprocess.check_output(["id", "-u", name])) for name in ("nobody", "daemon"))
-    # The folders above belong to root, and let nobody through.
-    for folder in (tmp_path, *tmp_path.parents):
-        if str(folder).startswith("/tmp/"):
-            folder.chmod(0o755)
+    let_others_in(tmp_path)
     server = serve(life=50, broker_lines='user = "daemon"', tables='[security]\nuser = "nobody"',
                    prepare=lambda: subprocess.run(["chown", "-R", "daemon", tmp_path / "broker", tmp_path / "secret",
                                                    tmp_path / "accounts.toml"], check=True))
@@ -295,7 +316,7 @@ def test_a_session_that_was_taken_over_gets_nothing_but_its_own_token(tmp_path, 
         assert len(seen) == 4, "both were renewed"
         names = alice.nlst("/")
         tried = [name for name in names if name.startswith("tried-")]
-        assert names == tried and int(tried[0][6:]) > 300, names
+        assert names == tried and int(tried[0][6:]) > 200, names
         hashes = [table.split('"')[1].encode() for table in server.tables.values()]
         own = server.record("alice")["current"]["access"].encode()
         secrets = [token.encode() for token in seen] + hashes + [CLIENT_SECRET.encode()]
@@ -312,7 +333,7 @@ def test_a_session_that_was_taken_over_gets_nothing_but_its_own_token(tmp_path, 
             assert not [secret for secret in secrets if secret in environ]
         log = server.log().encode()
         assert not [secret for secret in secrets if secret in log]
-        os.kill(int(session), signal.SIGSEGV)
+        os.kill(int(session), signal.SIGQUIT)  # which would leave a core
         wait_until(lambda: not server.sessions())
         for path in tmp_path.rglob("*"):
             inside = path.read_bytes() if path.is_file() and path.parent.name != "broker" else b""

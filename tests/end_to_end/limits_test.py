@@ -12,7 +12,7 @@ import sys
 import time
 
 import pytest
-from local import PASSWORD, Server, pattern, wait_until
+from local import PASSWORD, Server, let_others_in, pattern, wait_until
 
 LIMITED = """
 [limits]
@@ -237,12 +237,21 @@ def status_of(pid):
     return {name: value.split() for name, value in (line.split(":", 1) for line in lines)}
 
 
+def test_a_low_limit_of_descriptors_turns_nobody_away(tmp_path, box):
+    """The listener keeps descriptors for each session, and takes as many as it is allowed to."""
+    program = Server(tmp_path, box, command=["/bin/sh", "-c", 'ulimit -Sn 64; exec "$@"', "sh"])
+    clients = [program.ftp() for _ in range(70)]
+    assert all(client.sendcmd("NOOP").startswith("200") for client in clients)
+    for client in clients:
+        client.close()
+    assert program.stop() == 0
+
+
 @pytest.mark.skipif(os.geteuid() != 0, reason="only root becomes another user")
 def test_a_session_is_the_configured_user_and_confined(tmp_path, box):
     """Its groups too: none that root had; and it does all that sessions do."""
     user = pwd.getpwnam("nobody")
-    for folder in (tmp_path, *list(tmp_path.parents)[:2]):
-        folder.chmod(0o755)
+    let_others_in(tmp_path)
     spool = tmp_path / "spool"
     spool.mkdir()
     os.chown(spool, user.pw_uid, user.pw_gid)

@@ -2,14 +2,14 @@
 
 #include "base/log.h"
 #include "broker/credential_document.h"
+#include "broker/login_judge.h"
 #include "config/accounts_state.h"
 #include "link/channel.h"
-
-#include <boost/asio/post.hpp>
 
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <boost/asio/post.hpp>
 
 #include <algorithm>
 #include <cerrno>
@@ -35,26 +35,6 @@ constexpr unsigned MESSAGES_PER_ROUND = 16;
 /// Renewals that are due are found in a small part of the time that they are due in.
 milliseconds records_interval(const configuration& config) {
   return std::min(RECORDS_INTERVAL_MAX, milliseconds(1000) * config.broker_idle_renewal_s / 8);
-}
-
-const char* closure_reply(account_closure why) {
-  switch (why) {
-    case account_closure::disabled:
-      return "This account is disabled.";
-    case account_closure::expired:
-      return "This account has expired.";
-    case account_closure::broken:
-      break;
-  }
-  return "This account is not configured correctly; the server's log says why.";
-}
-
-std::chrono::sys_seconds wall_clock_now() {
-  return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
-}
-
-broker_says login_failure(login_result result, int code, const char* text) {
-  return {.what = kind::login, .result = result, .code = code, .text = text};
 }
 
 broker_says credential_failure(std::uint64_t id, int code, std::string text) {
@@ -237,9 +217,9 @@ void broker_service::end_login(const line_ptr& line, std::uint64_t id, const std
                                const account_ptr& who) {
   line->busy = false;
   if (!line->end.is_open()) return;
-  broker_says answer = judge_login(*line, who.get());
-  if (who == nullptr && !cache_.readable() && cache_.find(name) == nullptr)
-    answer = login_failure(login_result::unavailable, 421, "The accounts are not available; try again later.");
+  const bool known = cache_.readable() || cache_.find(name) != nullptr;
+  const std::size_t others = who == nullptr ? 0 : sessions_of(who->name) - (line->logged_in ? 1 : 0);
+  broker_says answer = login_judge(*line, who.get(), known, others);
   answer.id = id;
   if (answer.result == login_result::refused) ++line->refusals;
   if (answer.result == login_result::accepted) {
@@ -248,26 +228,6 @@ void broker_service::end_login(const line_ptr& line, std::uint64_t id, const std
     tell_listener(*line);
   }
   say(line, answer);
-}
-
-broker_says broker_service::judge_login(const session_line& line, const account* who) const {
-  if (who == nullptr) return login_failure(login_result::refused, 530, "Login incorrect.");
-  if (const auto why = account_closed(*who, wall_clock_now()))
-    return login_failure(login_result::closed, 530, closure_reply(*why));
-  if (!account_admits(*who, line.address))
-    return login_failure(login_result::closed, 530, "This account is not served at your address.");
-  if (!line.account.empty() && line.account != who->name)
-    return login_failure(login_result::closed, 530,
-                         "This connection has served another account; open a new one to log in.");
-  const std::size_t others = sessions_of(who->name) - (line.logged_in ? 1 : 0);
-  if (who->max_sessions != 0 && others >= who->max_sessions)
-    return login_failure(login_result::closed, 421,
-                         "This account has as many sessions as it may have; try again later.");
-  return {.what = kind::login,
-          .result = login_result::accepted,
-          .name = who->name,
-          .root = who->root,
-          .permissions = who->permissions};
 }
 
 std::size_t broker_service::sessions_of(const std::string& account) const {
@@ -318,13 +278,13 @@ void broker_service::give_file(const line_ptr& line, std::uint64_t id, const acc
 /// Sessions of accounts that nobody is served by any more are told to end.
 void broker_service::look_at_accounts() {
   if (cache_.refresh()) accounts_ = std::make_shared<account_map>(cache_.accounts());
-  const auto now = wall_clock_now();
+  const auto now = login_clock();
   for (const auto& [id, line] : std::map(lines_)) {
     if (!line->logged_in) continue;
     const account* const of = cache_.find(line->account);
     const auto why = of == nullptr ? std::nullopt : account_closed(*of, now);
     if (of != nullptr && (!why || *why == account_closure::broken)) continue;
-    const char* const text = of == nullptr ? "This account was removed." : closure_reply(*why);
+    const char* const text = of == nullptr ? "This account was removed." : login_closure_text(*why);
     log_info("account {}: a session is ended: {}", line->account, text);
     line->logged_in = false;
     tell_listener(*line);

@@ -55,7 +55,6 @@ class broker_service {
 
   void begin_login(const line_ptr& line, session_says said);
   void end_login(const line_ptr& line, std::uint64_t id, const std::string& name, const account_ptr& who);
-  broker_says judge_login(const session_line& line, const account* who) const;
   void give_credential(const line_ptr& line, const session_says& said);
   void give_record(const line_ptr& line, std::uint64_t id, const account& of, const renewal_answer& answer);
   void give_file(const line_ptr& line, std::uint64_t id, const account& of, std::uint64_t refused);

@@ -3,9 +3,8 @@
 #include "base/log.h"
 #include "config/secret_file.h"
 
-#include <boost/asio/post.hpp>
-
 #include <poll.h>
+#include <boost/asio/post.hpp>
 
 #include <algorithm>
 #include <utility>
@@ -19,22 +18,25 @@ namespace {
 using std::chrono::seconds;
 using verdict = renewal_answer::verdict;
 
-/// The storage renews a token that has less to live than this.
+/// The storage renews a token that has less to live than this, and uses one that has more.
 constexpr seconds LEAST_LIFE{100};
-/// A login with a token that is about to reach that would fail. Where nobody minds it is renewed before.
+/// Between its look at the token and its request the storage waits for its turn at Box. The first use of a new token
+/// ends the old one, and with it the requests of others that have looked and wait: they get this time to go out.
+constexpr seconds TURN{4};
+/// A login with a token that is about to reach LEAST_LIFE would fail. Where nobody minds it is renewed before.
 constexpr seconds BRINK{5};
 constexpr std::size_t THREADS = 8;
 
-/// Sees to it that a token on the brink falls off it: others use it, and the first use of a new one would end it for
-/// them while they still may.
-seconds least_life(const token_store& store, const std::string& name, bool alone, int cancel_fd) {
+/// Waits until nobody uses the token any more that is to be replaced, where it is one that others may use. \return the
+/// least life of a token that need not be replaced.
+seconds wait_for_others(const token_store& store, const std::string& name, bool alone, int cancel_fd) {
   if (alone) return LEAST_LIFE + BRINK;
   const token_store::reading now = store.read(name);
   if (!now.record) return LEAST_LIFE;
   const auto left = now.record->current.expires_at - std::chrono::system_clock::now();
-  if (left < LEAST_LIFE || left >= LEAST_LIFE + BRINK) return LEAST_LIFE;
+  if (left < LEAST_LIFE - TURN || left >= LEAST_LIFE + BRINK) return LEAST_LIFE;
   pollfd awaited = {cancel_fd, POLLIN, 0};
-  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(left - LEAST_LIFE) + std::chrono::milliseconds(10);
+  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(left - (LEAST_LIFE - TURN));
   (void)poll(&awaited, 1, static_cast<int>(wait.count()));
   return LEAST_LIFE;
 }
@@ -104,7 +106,7 @@ void renewals::begin(const std::string& name) {
     renewal_answer answer;
     std::uint64_t before = 0;
     try {
-      const seconds least = least_life(store_, name, alone, cancel_fd_);
+      const seconds least = refused != 0 ? LEAST_LIFE : wait_for_others(store_, name, alone, cancel_fd_);
       if (const auto now = store_.read(name); now.record) before = now.record->generation;
       answer = renew_account(setup(), name, least, refused);
     } catch (const std::exception& error) {

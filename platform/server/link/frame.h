@@ -17,7 +17,7 @@ struct json_releaser {
 using json_document = std::unique_ptr<json_t, json_releaser>;
 
 /// Bytes of the longest message between the broker, the listener and a session, its length included.
-constexpr std::size_t LINK_FRAME_MAX = 64 * 1024;
+constexpr std::size_t LINK_FRAME_MAX = std::size_t{64} * 1024;
 
 /// A JSON object as a frame: its length in bytes (four bytes, the highest first), then its text.
 /// \return empty when it is too long, or memory is out.

@@ -32,7 +32,7 @@ struct https_answer {
   std::optional<std::chrono::sys_seconds> date = {};  ///< of the answer
   std::optional<unsigned> retry_after_s = {};
 
-  static constexpr std::size_t ANSWER_MAX = 64 * 1024;
+  static constexpr std::size_t ANSWER_MAX = std::size_t{64} * 1024;
 };
 
 /// Makes a request of Box's sign-in or API and waits for its answer. Redirects are not followed. Any thread.

@@ -48,7 +48,8 @@ void take_tokens(const json_t* body, bool refreshes, token_answer& out) {
   const json_t* const life = json_object_get(body, "expires_in");
   out.access_token = secret(text_member(body, "access_token"));
   out.refresh_token = secret(text_member(body, "refresh_token"));
-  const bool lives = json_is_integer(life) && json_integer_value(life) >= 0 && json_integer_value(life) < LONGEST_LIFE_S;
+  const bool lives =
+      json_is_integer(life) && json_integer_value(life) >= 0 && json_integer_value(life) < LONGEST_LIFE_S;
   if (!lives || out.access_token.text().empty() || (refreshes && out.refresh_token.text().empty())) {
     out.reason = "Box's answer holds no tokens";
     return;

@@ -88,11 +88,11 @@ struct broker_link::state : std::enable_shared_from_this<broker_link::state> {
 
   /// The broker has closed the connection: it will not answer here any more.
   void close() {
-    boost::system::error_code ignored;
-    end.close(ignored);
     std::map<std::uint64_t, question> left;
     {
       const std::lock_guard hold(mutex);
+      boost::system::error_code ignored;
+      end.close(ignored);
       left = std::exchange(asked, {});
     }
     for (auto& [id, one] : left) one.answer(no_answer(broker_says::kind::login));
@@ -117,7 +117,7 @@ struct broker_link::state : std::enable_shared_from_this<broker_link::state> {
   int number() { return end.native_handle(); }
 
   event_loop& loop;
-  asio::posix::stream_descriptor end;
+  asio::posix::stream_descriptor end;  ///< closed by the I/O thread, under the mutex
   std::function<void(const std::string&)> on_end;  ///< I/O thread
   std::mutex mutex;
   std::uint64_t last = 0;                   // guarded by mutex

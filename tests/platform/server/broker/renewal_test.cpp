@@ -28,9 +28,9 @@ const char* const STEPS[] = {"before the note", "noted", "before asking", "answe
 class Renewal : public ::testing::Test {
  protected:
   void start(const std::string& refresh) {
-    box_ = std::make_unique<child_program>(std::vector<std::string>{
-        EMULATOR_PROGRAM, "--data", folder_.path("box"), "--account", "alice:marker", "--set", "consent=at_once",
-        "--set", "refresh=" + refresh, "--quiet"});
+    box_ = std::make_unique<child_program>(
+        std::vector<std::string>{EMULATOR_PROGRAM, "--data", folder_.path("box"), "--account", "alice:marker", "--set",
+                                 "consent=at_once", "--set", "refresh=" + refresh, "--quiet"});
     const std::string line = box_->line();
     address_ = line.substr(line.rfind(' ') + 1);
     port_ = static_cast<std::uint16_t>(std::stoi(address_.substr(address_.rfind(':') + 1)));
@@ -48,18 +48,18 @@ class Renewal : public ::testing::Test {
   /// What a person's consent brings.
   void sign_in() {
     const auto browser = loopback_socket::connect(port_);
-    browser.write("GET /api/oauth2/authorize?response_type=code&client_id=app&user=alice&state=s&redirect_uri="
-                  "http%3A%2F%2F127.0.0.1%2Fcallback HTTP/1.1\r\nHost: box\r\nConnection: close\r\n\r\n");
+    browser.write(
+        "GET /api/oauth2/authorize?response_type=code&client_id=app&user=alice&state=s&redirect_uri="
+        "http%3A%2F%2F127.0.0.1%2Fcallback HTTP/1.1\r\nHost: box\r\nConnection: close\r\n\r\n");
     const std::string answer = browser.read_all();
     const std::size_t at = answer.find("code=") + 5;
     const std::string code = answer.substr(at, answer.find_first_of("&\r", at) - at);
     oauth_app app;
     ASSERT_EQ(configured_app(config_, app), "");
-    token_answer got = token_ask(endpoint_, app,
-                                 {{"grant_type", "authorization_code"},
-                                  {"code", code},
-                                  {"redirect_uri", "http://127.0.0.1/callback"}},
-                                 true, -1);
+    token_answer got =
+        token_ask(endpoint_, app,
+                  {{"grant_type", "authorization_code"}, {"code", code}, {"redirect_uri", "http://127.0.0.1/callback"}},
+                  true, -1);
     ASSERT_EQ(got.how, token_answer::verdict::granted) << got.reason << answer;
     token_record record;
     record.generation = store_.read("alice").record ? store_.read("alice").record->generation + 1 : 1;

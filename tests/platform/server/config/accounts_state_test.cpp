@@ -5,7 +5,8 @@
 namespace tarvex::server {
 namespace {
 
-using namespace std::chrono;
+using std::chrono::sys_days, std::chrono::sys_seconds, std::chrono::year_month_day;
+using namespace std::chrono_literals;
 
 TEST(AccountsState, TheFirstReasonCounts) {
   const sys_seconds last = sys_days(2027y / 1 / 31) + 24h - 1s;
