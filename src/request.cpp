@@ -87,7 +87,7 @@ verdict tarvex_l_box_attempt(tarvex_box_session_t* box, const request& call, uns
 
 /// A request whose answer was lost may have been carried out, as may one that Box had an accident with or goes on with.
 bool tarvex_l_box_leaves_open(int status) {
-  return status == 0 || status == STATUS_ACCEPTED || status >= 500;
+  return status == 0 || status == STATUS_ACCEPTED || status == STATUS_REQUEST_TIMEOUT || status >= 500;
 }
 
 /// What comes before an attempt is sent.
@@ -125,8 +125,9 @@ tarvex_result_t request_perform(tarvex_box_session_t* box, const request& call, 
     const tarvex_result_t prepared = tarvex_l_box_prepare(box, call, retry_after);
     if (prepared != TARVEX_SUCCESS) return prepared;
     const verdict judged = tarvex_l_box_attempt(box, call, retry_after, out);
-    if (judged.result == TARVEX_SUCCESS) return TARVEX_SUCCESS;
     uncertain = uncertain || tarvex_l_box_leaves_open(out.status);
+    out.uncertain = uncertain;
+    if (judged.result == TARVEX_SUCCESS) return TARVEX_SUCCESS;
     out = {.status = out.status, .uncertain = uncertain};
     if (!judged.retryable || retries <= 0) return judged.result;
     --retries;

@@ -21,6 +21,7 @@ inline constexpr char FILE_FIELDS[] = "type,id,name,parent,size,content_modified
 /// Statuses of Box's answers that calls look at by themselves.
 inline constexpr int STATUS_ACCEPTED = 202;
 inline constexpr int STATUS_NOT_FOUND = 404;
+inline constexpr int STATUS_REQUEST_TIMEOUT = 408;
 inline constexpr int STATUS_CONFLICT = 409;
 inline constexpr int STATUS_GONE = 410;
 inline constexpr int STATUS_PRECONDITION_FAILED = 412;

@@ -50,6 +50,7 @@ const std::vector<Situation> SITUATIONS = {
     {"the commit was refused with a busy Box", {code(200, R"({"part":{}})"), code(429), code(400)}, false, true},
     {"the commit's answer was lost", {code(200, R"({"part":{}})"), cut, code(409)}, false, false},
     {"the commit met a fault", {code(200, R"({"part":{}})"), code(500)}, false, false},
+    {"the commit timed out at Box", {code(200, R"({"part":{}})"), code(408)}, false, false},
     {"the commit is under way", {code(200, R"({"part":{}})"), code(202), code(409)}, false, false},
 };
 

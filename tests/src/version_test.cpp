@@ -114,6 +114,7 @@ TEST_F(VersionTest, SettlesWhatAnswersLeaveOpen) {
        {VERSION, VERSION, LOOK}},
       {{"lost, and not to be seen", {dead, dead}, "transport 7002"}, {VERSION, LOOK}},
       {{"a fault", {code(500), ours, md5}, ""}, {VERSION, LOOK, CREATE}},
+      {{"timed out at Box", {code(408), ours, md5}, ""}, {VERSION, LOOK, CREATE}},
       {{"no answer's body", {code(200), ours, md5}, ""}, {VERSION, LOOK, CREATE}},
       {{"no entries", {code(200, "{}"), look_answer("4", OTHER_SHA1)}, "No metadata response"}, {VERSION, LOOK}},
       {{"odd entries", {code(200, R"({"entries":[{}]})"), ours, md5}, ""}, {VERSION, LOOK, CREATE}},
