@@ -4,18 +4,6 @@
 
 #include <cstdio>
 
-int tarvex_i_box_api_per_second = 16;
-int tarvex_i_box_upload_per_second = 4;
-int tarvex_i_box_max_delay = 25;
-int tarvex_i_box_max_retries = 3;
-int tarvex_i_box_progress_timeout_ms = 30000;
-int tarvex_i_box_chunked_minimum = 52428800;
-int tarvex_i_box_commit_attempts = 5;
-int tarvex_i_box_cksm_restart = 0;
-int tarvex_i_box_abort_uploads = 0;
-const char* tarvex_i_box_retry_path = "$HOME/.tarvex/box-r";
-const char* tarvex_i_box_upload_path = "$HOME/.tarvex/box-u";
-
 namespace {
 
 int tarvex_l_box_common_activate() {

@@ -1,7 +1,7 @@
 #include "destroy.h"
 
-#include "request.h"
 #include "trace.h"
+#include "upload_abort.h"
 
 #include <cstdlib>
 
@@ -12,28 +12,10 @@ constexpr tarvex::box::error_source DESTROY_SOURCE("tarvex_i_box_destroy");
 /// Whose uploads are released: the table's callback takes no context.
 thread_local tarvex_box_session_t* tarvex_l_box_ending = nullptr;
 
-/// Has Box drop what was uploaded. Nobody waits for the answer, and nobody could mend a failure.
-void tarvex_l_box_upload_abort(const tarvex_box_upload_session_t& upload) {
-  const tarvex::box::request call = {
-      .source = DESTROY_SOURCE,
-      .method = "DELETE",
-      .url = tarvex::box::upload_url({"/api/2.0/files/upload_sessions/", upload.id}),
-      .reads_document = false,
-      .delayed = false,
-      .judge = tarvex::box::judge_final,
-  };
-  tarvex::box::answer ignored;
-  tarvex_result_release(request_perform(tarvex_l_box_ending, call, ignored));
-}
-
 void tarvex_l_box_upload_release(void* datum) {
   auto* const upload = static_cast<tarvex_box_upload_session_t*>(datum);
-  const bool open = upload->id != nullptr && upload->part_array != nullptr;  // the commit takes the list of parts
-  if (open && tarvex_i_box_abort_uploads == 1) {
-    tarvex_result_release(tarvex::box::traced([&]() -> tarvex_result_t {
-      tarvex_l_box_upload_abort(*upload);
-      return TARVEX_SUCCESS;
-    }));
+  if (tarvex_i_box_abort_uploads == 1 || tarvex_i_box_abort_sessions == 1) {
+    tarvex::box::upload_abort(tarvex_l_box_ending, DESTROY_SOURCE, *upload);
   }
   tarvex_box_upload_session_free(upload);
 }

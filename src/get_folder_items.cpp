@@ -13,8 +13,6 @@ namespace {
 constexpr error_source FOLDER_SOURCE("tarvex_box_get_folder_items");
 constexpr error_source FILE_SOURCE("tarvex_box_get_file_info");
 
-constexpr char FILE_FIELDS[] = "type,id,name,parent,size,content_modified_at,sha1,metadata.global.properties";
-
 /// Who takes the items of one call.
 struct item_sink {
   tarvex_box_session_t* box = nullptr;
@@ -34,6 +32,11 @@ tarvex_result_t tarvex_l_box_item_take(const item_sink& sink, tarvex_box_path_in
   return sink.callback(sink.box, sink.base_path, &item, sink.callback_arg);
 }
 
+/// Web links have ids of their own that requests for files would take for files'.
+bool tarvex_l_box_passed_over(const tarvex_box_path_info_t& item) {
+  return item.type == TARVEX_BOX_UNKNOWN && tarvex_i_box_web_links == 0;
+}
+
 /// Parses an item, enters it into the cache and hands it on.
 tarvex_result_t tarvex_l_box_item(const item_sink& sink, json_t* json) {
   tarvex_box_path_info_t item{};
@@ -41,7 +44,7 @@ tarvex_result_t tarvex_l_box_item(const item_sink& sink, json_t* json) {
   if (result != TARVEX_SUCCESS) {
     tarvex_result_release(result);
     result = error_generic(sink.source, "Failed info_parse!");
-  } else {
+  } else if (!tarvex_l_box_passed_over(item)) {
     result = tarvex_l_box_item_take(sink, item);
   }
   tarvex_box_path_info_free(&item);
@@ -59,7 +62,15 @@ tarvex_result_t tarvex_l_box_page(const item_sink& sink, json_t* page) {
   return TARVEX_SUCCESS;
 }
 
+/// Where the next page begins; null: this was the last one.
+const char* tarvex_l_box_next_marker(json_t* page) {
+  const char* const next = json_string_value(json_object_get(page, "next_marker"));
+  const bool ends = next != nullptr && *next == '\0' && tarvex_i_box_empty_marker_ends == 1;
+  return ends ? nullptr : next;  // by default an empty marker asks for one more page, too
+}
+
 tarvex_result_t tarvex_l_box_list(const item_sink& sink, const char* folder_id) {
+  const std::string limit = std::to_string(tarvex_i_box_page_limit);
   std::string marker;
   bool more = false;
   do {
@@ -69,15 +80,14 @@ tarvex_result_t tarvex_l_box_list(const item_sink& sink, const char* folder_id) 
         .query = {{"fields", tarvex::box::ITEM_FIELDS},
                   {"usemarker", "true"},
                   {"marker", more ? marker.c_str() : nullptr},
-                  {"limit", "300"}},
+                  {"limit", limit.c_str()}},
         .pacing = &sink.box->user_retry,
     };
     answer page;
     tarvex_result_t result = tarvex::box::request_perform(sink.box, call, page);
     if (result != TARVEX_SUCCESS) return result;
     if (!page.document) return tarvex::box::error_memory();
-    // An empty marker asks for one more page, too.
-    const char* const next = json_string_value(json_object_get(page.document.get(), "next_marker"));
+    const char* const next = tarvex_l_box_next_marker(page.document.get());
     more = next != nullptr;
     if (more) marker = next;
     result = tarvex_l_box_page(sink, page.document.get());
@@ -90,7 +100,7 @@ tarvex_result_t tarvex_l_box_file(const item_sink& sink, const char* file_id) {
   const request call = {
       .source = sink.source,
       .url = tarvex::box::api_url({"/2.0/files/", file_id, "/"}),
-      .query = {{"fields", FILE_FIELDS}},
+      .query = {{"fields", tarvex::box::FILE_FIELDS}},
       .pacing = &sink.box->user_retry,
   };
   answer file;

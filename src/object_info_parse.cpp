@@ -1,6 +1,7 @@
 #include "date.h"
 #include "trace.h"
 
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -37,6 +38,18 @@ void tarvex_l_box_parse_metadata(json_t* json, tarvex_box_path_info_t* info) {
   info->md5 = tarvex_l_box_string_copy(json_object_get(properties, "tarvex-md5"));
 }
 
+/// Box's etag plus one; 0 for one that is not written as Box writes numbers.
+uint32_t tarvex_l_box_next_etag(json_t* json) {
+  const char* const text = json_string_value(json_object_get(json, "etag"));
+  if (text == nullptr) return 0;
+  const std::string_view digits = text;
+  uint32_t etag = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), etag);
+  const bool whole = error == std::errc{} && end == digits.data() + digits.size();
+  const bool canonical = digits == "0" || !digits.starts_with('0');
+  return whole && canonical && etag != UINT32_MAX ? etag + 1 : 0;
+}
+
 tarvex_result_t tarvex_l_box_parse(json_t* json, tarvex_box_path_info_t* info) {
   const char* const type = json_string_value(json_object_get(json, "type"));
   if (type == nullptr) return tarvex::box::error_generic(OBJECT_INFO_PARSE_SOURCE, "No 'type' field found!");
@@ -50,6 +63,7 @@ tarvex_result_t tarvex_l_box_parse(json_t* json, tarvex_box_path_info_t* info) {
   const bool dated = modified == nullptr || tarvex_l_box_parse_modtime(modified, info->modtime);
   info->sha1 = tarvex_l_box_string_copy(json_object_get(json, "sha1"));
   tarvex_l_box_parse_metadata(json, info);
+  info->next_etag = tarvex_l_box_next_etag(json);
   // No parent, a null parent, and one without an id all mean the root; an id is a string or none.
   const char* const parent = json_string_value(json_object_get(json_object_get(json, "parent"), "id"));
   info->parent_id = strdup(parent != nullptr ? parent : "0");

@@ -41,6 +41,7 @@ tarvex_box_path_info_t* tarvex_box_path_info_copy(const tarvex_box_path_info_t* 
   copy->modtime = info->modtime;
   copy->listed = info->listed;
   copy->has_metadata = info->has_metadata;
+  copy->next_etag = info->next_etag;
   return copy;
 }
 

@@ -2,12 +2,16 @@
 
 #include "date.h"
 #include "trace.h"
+#include "upload_abort.h"
+#include "version.h"
 
 using tarvex::box::error_ftp;
 using tarvex::box::error_info;
 using tarvex::box::pair;
 
 namespace {
+
+constexpr tarvex::box::error_source RECV_SOURCE("tarvex_i_box_recv");
 
 /// Deletes what has the file's name. A failure says why the upload cannot be.
 tarvex_result_t tarvex_l_box_make_room(tarvex_box_session_t* box, tarvex_box_path_info_t* existing) {
@@ -30,20 +34,31 @@ tarvex_result_t tarvex_l_box_too_large(const tarvex_box_session_t& box, const ta
   return error_ftp(451, "QUOTA_EXCEEDED", nullptr, cause);
 }
 
+/// Finds what has the file's name, and the folder.
+tarvex_result_t tarvex_l_box_find_place(tarvex_box_session_t* box, const char* path, tarvex_box_path_info_t*& existing,
+                                        tarvex_box_path_info_t*& parent) {
+  const tarvex_result_t found = tarvex_box_path_resolve(box, path, &existing, &parent);
+  if (found != TARVEX_SUCCESS || parent == nullptr || !tarvex::box::version_replaces(*existing)) return found;
+  const tarvex_result_t refreshed = tarvex::box::version_refresh(box, path, *parent);
+  existing = parent = nullptr;
+  return refreshed == TARVEX_SUCCESS ? tarvex_box_path_resolve(box, path, &existing, &parent) : refreshed;
+}
+
 tarvex_result_t tarvex_l_box_recv(tarvex_gfs_operation_t op, tarvex_gfs_transfer_info_t* info,
                                   tarvex_box_session_t* box) {
   tarvex_result_t result = tarvex_box_token_refresh(box, op);
   if (result != TARVEX_SUCCESS) return result;
   tarvex_box_path_info_t* existing = nullptr;
   tarvex_box_path_info_t* parent = nullptr;
-  result = tarvex_box_path_resolve(box, info->pathname, &existing, &parent);
+  result = tarvex_l_box_find_place(box, info->pathname, existing, parent);
   if (parent == nullptr) return result;
-  if (result == TARVEX_SUCCESS) {
+  if (result == TARVEX_SUCCESS && !tarvex::box::version_replaces(*existing)) {
     result = tarvex_l_box_make_room(box, existing);
     if (result != TARVEX_SUCCESS) return result;
   }
   tarvex_result_release(result);  // of a new file: not found
   if (info->alloc_size > box->max_upload) return tarvex_l_box_too_large(*box, *info);
+  if (info->truncate) tarvex::box::upload_supersede(box, RECV_SOURCE, info->pathname);
   const bool chunked = static_cast<int64_t>(info->alloc_size) > tarvex_i_box_chunked_minimum;
   return (chunked ? tarvex_i_box_recv_chunked : tarvex_i_box_recv_small)(op, info, box, parent);
 }

@@ -79,9 +79,15 @@ verdict tarvex_l_box_attempt(tarvex_box_session_t* box, const request& call, uns
   const tarvex_result_t sent = tarvex_l_box_send(*box, call, response.record(), &received);
   out.document.reset(received);
   if (sent != TARVEX_SUCCESS) return {.result = sent, .retryable = tarvex_dsi_rest_error_is_retryable(sent)};
+  out.status = response.record().response_code;
   const verdict judged = call.judge(response.record(), received, retry_after);
   if (judged.result == TARVEX_SUCCESS) out.location = response.location();
   return judged;
+}
+
+/// A request whose answer was lost may have been carried out, as may one that Box had an accident with or goes on with.
+bool tarvex_l_box_leaves_open(int status) {
+  return status == 0 || status == STATUS_ACCEPTED || status == STATUS_REQUEST_TIMEOUT || status >= 500;
 }
 
 /// What comes before an attempt is sent.
@@ -113,13 +119,16 @@ tarvex_result_t request_perform(tarvex_box_session_t* box, const request& call, 
   int own_retries = call.attempts - 1;
   int& retries = call.shared_retries != nullptr ? *call.shared_retries : own_retries;
   unsigned long retry_after = 0;
+  bool uncertain = false;
   for (;;) {
-    out = {};
+    out = {.uncertain = uncertain};
     const tarvex_result_t prepared = tarvex_l_box_prepare(box, call, retry_after);
     if (prepared != TARVEX_SUCCESS) return prepared;
     const verdict judged = tarvex_l_box_attempt(box, call, retry_after, out);
+    uncertain = uncertain || tarvex_l_box_leaves_open(out.status);
+    out.uncertain = uncertain;
     if (judged.result == TARVEX_SUCCESS) return TARVEX_SUCCESS;
-    out = {};
+    out = {.status = out.status, .uncertain = uncertain};
     if (!judged.retryable || retries <= 0) return judged.result;
     --retries;
     tarvex_result_release(judged.result);

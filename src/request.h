@@ -15,6 +15,16 @@ namespace tarvex::box {
 
 /// Fields that Box is asked to name of each item.
 inline constexpr char ITEM_FIELDS[] = "type,id,name,parent,size,content_modified_at,sha1";
+/// The same of one file that is asked for by itself.
+inline constexpr char FILE_FIELDS[] = "type,id,name,parent,size,content_modified_at,sha1,metadata.global.properties";
+
+/// Statuses of Box's answers that calls look at by themselves.
+inline constexpr int STATUS_ACCEPTED = 202;
+inline constexpr int STATUS_NOT_FOUND = 404;
+inline constexpr int STATUS_REQUEST_TIMEOUT = 408;
+inline constexpr int STATUS_CONFLICT = 409;
+inline constexpr int STATUS_GONE = 410;
+inline constexpr int STATUS_PRECONDITION_FAILED = 412;
 
 /// "folders" or "files", as URLs have it.
 inline const char* item_collection(int type) {
@@ -71,10 +81,12 @@ struct request {
   int progress_timeout_ms = tarvex_i_box_progress_timeout_ms;
 };
 
-/// What came of a successful call.
+/// What came of a call. After a failure there is neither document nor location.
 struct answer {
   json_ptr document = {};     ///< null: none
   std::string location = {};  ///< value of the Location header; empty: none
+  int status = 0;             ///< of the last attempt's answer; 0: none arrived whole
+  bool uncertain = false;     ///< an attempt that got no answer of success may have been carried out all the same
 };
 
 /// Makes the call, again while attempts remain and a failure may be cured.

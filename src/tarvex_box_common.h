@@ -33,11 +33,40 @@ TARVEX_API extern int tarvex_i_box_commit_attempts;      ///< commits of an uplo
 /// What a download for a checksum does with the digests and the count when it is tried again: 0: they go on, 1: they
 /// start afresh.
 TARVEX_API extern int tarvex_i_box_cksm_restart;
-/// What becomes of an upload session that is open when its login ends, and whose commit was not tried: 0: it stays at
-/// Box until Box drops it, 1: it is aborted.
+/// What becomes of an upload session that nobody can continue any more, because its login ends or its path is stored
+/// afresh: 0: it stays at Box until Box drops it, and keeps its path from being stored afresh in parts by this login;
+/// 1: it is deleted, except after a commit that Box may have carried out.
+TARVEX_API extern int tarvex_i_box_abort_sessions;
+/// The older name of a part of that: 1: what is open at the end of a login, its commit not tried, is deleted.
 TARVEX_API extern int tarvex_i_box_abort_uploads;
+/// How a store replaces a file: 0: the file is deleted first, 1: it gets a new version.
+TARVEX_API extern int tarvex_i_box_replace_as_version;
+TARVEX_API extern int tarvex_i_box_page_limit;  ///< items that Box is asked for with each page of a listing
+/// What an empty "next_marker" means: 0: there is one more page, 1: this was the last one.
+TARVEX_API extern int tarvex_i_box_empty_marker_ends;
+/// What becomes of items that are neither files nor folders: 0: they are passed over, 1: they answer to their names.
+TARVEX_API extern int tarvex_i_box_web_links;
 TARVEX_API extern const char* tarvex_i_box_retry_path;   ///< template of the directory of the pacing files
 TARVEX_API extern const char* tarvex_i_box_upload_path;  ///< template of the directory of the upload state files
+
+/// Smallest and largest value of the setting NAME: `tarvex_i_box_NAME_min` and `tarvex_i_box_NAME_max`, both included.
+/// They are for who fills the settings in; the plug-in itself does not look at them.
+#define TARVEX_BOX_RANGE(name) TARVEX_API extern const int tarvex_i_box_##name##_min, tarvex_i_box_##name##_max
+TARVEX_BOX_RANGE(api_per_second);
+TARVEX_BOX_RANGE(upload_per_second);
+TARVEX_BOX_RANGE(max_delay);
+TARVEX_BOX_RANGE(max_retries);
+TARVEX_BOX_RANGE(progress_timeout_ms);
+TARVEX_BOX_RANGE(chunked_minimum);
+TARVEX_BOX_RANGE(commit_attempts);
+TARVEX_BOX_RANGE(cksm_restart);
+TARVEX_BOX_RANGE(abort_sessions);
+TARVEX_BOX_RANGE(abort_uploads);
+TARVEX_BOX_RANGE(replace_as_version);
+TARVEX_BOX_RANGE(page_limit);
+TARVEX_BOX_RANGE(empty_marker_ends);
+TARVEX_BOX_RANGE(web_links);
+#undef TARVEX_BOX_RANGE
 
 /* ---- Modules and debug log ------------------------------------------------------------------------------------ */
 
@@ -197,6 +226,8 @@ typedef struct tarvex_box_path_info_s {
   bool listed;        ///< the folder's complete listing is in the path cache
   bool has_metadata;  ///< the item has a metadata instance
   bool freeme;        ///< the record itself is allocated
+  /// Box's etag plus one, since Box counts an item's changes in it; 0: not known.
+  uint32_t next_etag;
 } tarvex_box_path_info_t;
 
 /// Fills a zeroed record from a Box item. On failure what was filled stays, the caller's to free.
@@ -318,6 +349,9 @@ typedef struct tarvex_box_upload_session_s {
   json_t* part_array;   ///< parts sent so far, in order; null once a commit was tried
   MD5_CTX md5_ctx;      ///< of all parts sent so far
   SHA_CTX sha1_ctx;     ///< of all parts sent so far
+  bool refused;         ///< Box refused the commit, and has not carried it out; kept when sessions are aborted
+  bool replaces;        ///< the file gets a new version; kept, as is the next, when files are replaced so
+  uint32_t next_etag;   ///< of that file when the session began
 } tarvex_box_upload_session_t;
 
 /// Makes an empty upload-session table.

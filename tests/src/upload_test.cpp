@@ -1,4 +1,4 @@
-#include "plugin_fixture.h"
+#include "upload_fixture.h"
 
 #include <functional>
 
@@ -9,28 +9,6 @@ using testing::MatchesRegex;
 using testing::StartsWith;
 
 namespace {
-
-constexpr char UPLOAD[] = "https://upload.box.com/api/2.0/files";
-constexpr char FIELDS[] = "?fields=type,id,name,parent,size,content_modified_at,sha1";
-
-class UploadTest : public PluginTest {
- protected:
-  UploadTest() {
-    login({item_json("file", "3", "f"), item_json("folder", "5", "d")});
-    tarvex_i_box_chunked_minimum = 8;
-  }
-  ~UploadTest() override { tarvex_i_box_chunked_minimum = 52428800; }
-
-  static Answer session_answer(const char* text = R"({"id":"S","part_size":4,"total_parts":3})") {
-    return code(201, text);
-  }
-  static Answer part_answer(int number) {
-    return code(200, R"({"part":{"part_id":")" + std::to_string(number) + "\"}}");
-  }
-  static Answer stored_answer(const char* name = "n") { return code(201, page_json({item_json("file", "77", name)})); }
-  /// The ten bytes "0123456789" as they arrive, the end of the data on its own.
-  void client_sends() { framework.blocks = {{"01"}, {"23"}, {"4567"}, {"89"}, {"", true}}; }
-};
 
 TEST_F(UploadTest, SendsSmallFilesInOneRequest) {
   next().modification_time = 1577934245;
