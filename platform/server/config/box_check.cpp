@@ -19,19 +19,7 @@ namespace {
 
 constexpr const char* BOX = "box";
 
-/// Settings that the plug-in divides by.
-constexpr const char* RATES[] = {"api_per_second", "upload_per_second"};
 constexpr const char* POLICY_RATE = "user_api_rate_limit";
-
-void check_rates(const configuration& config, mistake_list& mistakes) {
-  for (const char* const rate : RATES) {
-    const auto found = config.storage_settings.find(rate);
-    if (found == config.storage_settings.end() || found->second > 0) continue;
-    mistakes.add(configuration_line(config, "storage.settings." + found->first),
-                 fmt::format("{} in [storage.settings]: expected a number of requests per second from 1 up, found {}",
-                             rate, found->second));
-  }
-}
 
 /// What is wrong with a policy; empty when nothing is. A policy need not name a rate.
 std::string policy_error(const std::string& policy) {
@@ -65,7 +53,6 @@ std::string directory_error(const std::string& path) {
 
 void box_check(const configuration& config, mistake_list& mistakes) {
   if (config.storage_dsi != BOX) return;
-  check_rates(config, mistakes);
   if (!config.storage_policy) return;
   const std::string error = policy_error(*config.storage_policy);
   if (!error.empty()) mistakes.add(configuration_line(config, "storage.policy"), "policy in [storage]: " + error);

@@ -4,8 +4,8 @@
 
 namespace tarvex::server {
 
-/// Enters what is wrong with the settings of the Box plug-in that it would only find at a login, or not at all: rates
-/// that are no rates, and a policy that it cannot read. Looks at nothing when another storage is configured.
+/// Enters what is wrong with a policy for the Box plug-in, which would only find that at a login. Looks at nothing when
+/// another storage is configured.
 void box_check(const configuration& config, mistake_list& mistakes);
 
 /// The folder of the plug-in's files, whatever is in it; empty: the user has no home directory.

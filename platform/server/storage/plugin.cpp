@@ -66,9 +66,18 @@ bool is_writable(const void* address) {
   return query.writable;
 }
 
-/// The library's own exported int variable of that name; null for functions, constants, objects of another size, and
-/// symbols of the libraries that it depends on.
-int* find_setting(void* library, const std::string& name) {
+std::string setting_name(const std::string& dsi, const std::string& key) {
+  return "tarvex_i_" + dsi + "_" + key;
+}
+
+std::string unknown_setting(const std::string& dsi, const std::string& key) {
+  return "unknown setting \"" + key + "\" in [storage.settings]: the storage library exports no int variable " +
+         setting_name(dsi, key);
+}
+
+/// The library's own exported int of that name; null for functions, objects of another size, and symbols of the
+/// libraries that it depends on.
+int* find_int(void* library, const std::string& name) {
   void* const address = library == nullptr ? nullptr : dlsym(library, name.c_str());
   if (address == nullptr) return nullptr;
   Dl_info place = {};
@@ -82,16 +91,25 @@ int* find_setting(void* library, const std::string& name) {
   const bool own = reinterpret_cast<std::uintptr_t>(place.dli_fbase) == map->l_addr;
   const bool exact =
       place.dli_saddr == address && symbol->st_size == sizeof(int) && (symbol->st_info & 0xf) == STT_OBJECT;
-  return own && exact && is_writable(address) ? static_cast<int*>(address) : nullptr;
+  return own && exact ? static_cast<int*>(address) : nullptr;
 }
 
-std::string setting_name(const std::string& dsi, const std::string& key) {
-  return "tarvex_i_" + dsi + "_" + key;
+/// The same of variables only: a constant is no setting.
+int* find_setting(void* library, const std::string& name) {
+  int* const found = find_int(library, name);
+  return found != nullptr && is_writable(found) ? found : nullptr;
 }
 
-std::string unknown_setting(const std::string& dsi, const std::string& key) {
-  return "unknown setting \"" + key + "\" in [storage.settings]: the storage library exports no int variable " +
-         setting_name(dsi, key);
+/// Why a setting cannot have the value; empty: it can. The library's constants NAME_min and NAME_max, where it has
+/// them, are the smallest and the largest one.
+std::string setting_error(void* library, const std::string& dsi, const std::string& key, int value) {
+  const std::string name = setting_name(dsi, key);
+  if (find_setting(library, name) == nullptr) return unknown_setting(dsi, key);
+  const int* const least = find_int(library, name + "_min");
+  const int* const most = find_int(library, name + "_max");
+  if (least == nullptr || most == nullptr || (*least <= value && value <= *most)) return {};
+  return key + " in [storage.settings]: expected a number from " + std::to_string(*least) + " to " +
+         std::to_string(*most) + ", found " + std::to_string(value);
 }
 
 /// Opens the library and finds its module; the library stays open.
@@ -117,9 +135,8 @@ std::string plugin_load(const configuration& config, storage_plugin& out) {
     if (int* const setting = find_setting(out.library, setting_name(config.storage_dsi, row.key))) *setting = row.value;
   }
   for (const auto& [key, value] : config.storage_settings) {
-    int* const setting = find_setting(out.library, setting_name(config.storage_dsi, key));
-    if (setting == nullptr) return unknown_setting(config.storage_dsi, key);
-    *setting = value;
+    if (std::string wrong = setting_error(out.library, config.storage_dsi, key, value); !wrong.empty()) return wrong;
+    *find_setting(out.library, setting_name(config.storage_dsi, key)) = value;
   }
   for (const setting_environment& row : ENVIRONMENT) {
     const std::string& value = config.*row.value;
@@ -136,9 +153,8 @@ std::vector<configuration_mistake> plugin_check(const configuration& config, con
   if (!error.empty()) return {{file, configuration_line(config, "storage.library"), error}};
   std::vector<configuration_mistake> mistakes;
   for (const auto& [key, value] : config.storage_settings) {
-    if (find_setting(opened.library, setting_name(config.storage_dsi, key)) != nullptr) continue;
-    mistakes.push_back(
-        {file, configuration_line(config, "storage.settings." + key), unknown_setting(config.storage_dsi, key)});
+    std::string wrong = setting_error(opened.library, config.storage_dsi, key, value);
+    if (!wrong.empty()) mistakes.push_back({file, configuration_line(config, "storage.settings." + key), wrong});
   }
   return mistakes;
 }

@@ -160,8 +160,6 @@ TEST_F(Configuration, EveryMistakeIsReportedWithItsLine) {
       {"limits", "window_bytes = 1048575", "from 1048576 to"},
       {"security", "user = ''", "the name of a user"},
       {"security", "sandbox = 'on'", "\"require\", \"try\" or \"off\""},
-      {"storage.settings", "api_per_second = 0", "api_per_second in [storage.settings]: expected a number of requests"},
-      {"storage.settings", "upload_per_second = -3", "from 1 up, found -3"},
       {"storage", "policy = '{\"user_api_rate_limit\": 0}'", "policy in [storage]: expected user_api_rate_limit"},
       {"storage", "policy = '{\"user_api_rate_limit\": \"9\"}'", "from 1 up"},
       {"storage", "policy = '[]'", "JSON object"},

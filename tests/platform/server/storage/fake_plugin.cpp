@@ -15,6 +15,9 @@ const tarvex_version_t FOREIGN_VERSION = {.major = 9, .minor = 0, .timestamp = 0
 extern "C" {
 TARVEX_API int tarvex_i_fake_level = 7;
 TARVEX_API extern const int tarvex_i_fake_constant = 7;
+TARVEX_API int tarvex_i_fake_ranged = 5;
+TARVEX_API extern const int tarvex_i_fake_ranged_min = 1;
+TARVEX_API extern const int tarvex_i_fake_ranged_max = 9;
 TARVEX_API long tarvex_i_fake_wide = 7;
 TARVEX_API int tarvex_i_fake_pair[2] = {7, 7};
 TARVEX_API void tarvex_i_fake_function() {}

@@ -42,6 +42,9 @@ TEST_F(Program, ChecksItsConfiguration) {
       {"max_sessons = 5", "", 4, "unknown key \"max_sessons\""},
       {"max_sessions = 5", "library = '/nonexistent.so'", 7, "cannot be loaded"},
       {"max_sessions = 5", "[storage.settings]\nlevel = 1\nlevl = 1", 9, "unknown setting \"levl\""},
+      {"max_sessions = 5", "[storage.settings]\nranged = 9", 0, ""},
+      {"max_sessions = 5", "[storage.settings]\nranged = 10", 8, "expected a number from 1 to 9, found 10"},
+      {"max_sessions = 5", "[storage.settings]\nranged = 0", 8, "expected a number from 1 to 9, found 0"},
   };
   for (const row& row : rows) {
     const std::string file = configuration(row.server, row.storage);
