@@ -92,6 +92,11 @@ void PartBox::wait(int part) {
   if (first && waits_for.contains(part) && waits_for[part] != part) {
     EXPECT_TRUE(changed_.wait_for(lock, 5s, [&] { return parts_.contains(waits_for[part]); }));
   }
+  if (before_last && part == PARTS - 1) {
+    EXPECT_TRUE(changed_.wait_for(lock, 5s, [&] { return parts_.size() == PARTS - 1; }));
+    changed_.wait_for(lock, 50ms, [] { return false; });  // until the last answer has arrived
+    before_last();
+  }
   if (others_wait_for_list && part != 0) {
     EXPECT_TRUE(changed_.wait_for(lock, 5s, [&] { return listings > 0; }));
   }

@@ -28,6 +28,8 @@ class PartBox {
   int hold_until = 0;                     ///< tries wait until so many are there at once
   bool others_wait_for_list = false;      ///< tries of all parts but the first wait until Box is asked for its list
 
+  std::function<void()> before_last = {};  ///< is called when the last part alone is on its way
+
   std::map<int, size_t> puts;
   std::vector<int> order;  ///< of the tries
   size_t listings = 0;

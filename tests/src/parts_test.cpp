@@ -100,6 +100,15 @@ TEST_F(PartsTest, AListThatCannotBeHadLeavesItOpen) {
   }
 }
 
+TEST_F(PartsTest, TheListIsReadToItsEnd) {
+  box.faults[0] = {{cut, true}};
+  box.waits_for[0] = 3;
+  EXPECT_EQ(store(), "");
+  EXPECT_EQ(box.puts[0], 1u);
+  EXPECT_EQ(box.listings, 2u);
+  expect_stored();
+}
+
 TEST_F(PartsTest, GoesOnAtTheGap) {
   for (const int gap : {0, 1, 3, 5}) {
     SCOPED_TRACE(gap);
@@ -141,12 +150,15 @@ TEST_F(PartsTest, GoesOnAfterSeveralGaps) {
 }
 
 TEST_F(PartsTest, AClientThatIsCutOffGoesOn) {
-  begin();
-  client_breaks_off_at = 3 * PART + 2;
-  EXPECT_THAT(store(), AllOf(HasSubstr("cable pulled"), HasSubstr("Box-Upload-Offset: \"12\"")));
-  client_breaks_off_at = -1;
-  EXPECT_EQ(store(3), "");
-  expect_stored();
+  for (const int at_once : {1, 4}) {
+    begin();
+    const SettingScope concurrency(tarvex_i_box_part_concurrency, at_once);
+    client_breaks_off_at = 3 * PART + 2;
+    EXPECT_THAT(store(), StartsWith(at_once == 1 ? "cable pulled" : "Box-Upload-Offset: \"12\"\ncable pulled"));
+    client_breaks_off_at = -1;
+    EXPECT_EQ(store(3), "");
+    expect_stored();
+  }
 }
 
 TEST_F(PartsTest, OtherBytesAreNeverMixedIn) {
@@ -182,6 +194,16 @@ TEST_F(PartsTest, MemoryWidthAndSeatsBoundWhatIsOnItsWay) {
     expect_stored();
     EXPECT_EQ(elsewhere.taken(), row.seats_elsewhere);
   }
+}
+
+TEST_F(PartsTest, SeatsAreGivenBackPartByPart) {
+  int free = 0;
+  box.before_last = [&] {
+    tarvex::box::connection_seats others(session->user_id);
+    while (others.take()) ++free;
+  };
+  EXPECT_EQ(store(), "");
+  EXPECT_EQ(free, tarvex::box::connection_seats::COUNT - 1);
 }
 
 TEST_F(PartsTest, PartsDrawOnTheBucketOrAreSpaced) {
