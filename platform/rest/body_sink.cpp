@@ -1,8 +1,7 @@
 #include "body.h"
 #include "error.h"
+#include "json_reader.h"
 #include "request_headers.h"
-
-#include <jansson.h>
 
 #include <memory>
 #include <utility>
@@ -24,7 +23,7 @@ body_sink make_json_sink(json_t** document) {
   };
   sink.finish = [text, document](bool complete) {
     // What is no JSON, such as a gateway's HTML page, counts as no document.
-    if (complete && *document == nullptr) *document = json_loadb(text->data(), text->size(), 0, nullptr);
+    if (complete && *document == nullptr) *document = read_document(*text);
     return TARVEX_SUCCESS;
   };
   return sink;
