@@ -118,7 +118,11 @@ TEST_F(NamespaceTest, RecordsOfTheCacheHaveTextsOfTheirOwn) {
   login();
   char name[] = "f", id[] = "5", parent[] = "7", md5[] = "m", sha1[] = "s";
   tarvex_box_path_info_t info{};
-  info = {.name = name, .id = id, .parent_id = parent, .type = TARVEX_BOX_FILE, .md5 = md5, .sha1 = sha1};
+  info.name = name;
+  info.id = id;
+  info.parent_id = parent;
+  info.md5 = md5;
+  info.sha1 = sha1;
   info.next_etag = 3;
   ASSERT_EQ(tarvex_box_path_cache_update(&session->cache, &info, "/a/b"), TARVEX_SUCCESS);
   for (char* const text : {name, id, parent, md5, sha1}) *text = '!';
