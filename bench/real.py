@@ -40,7 +40,7 @@ class RealPlace(RclonePlace):
     def __enter__(self):
         super().__enter__()
         # What earlier measurements used of the rates that sessions share; no session of this user runs.
-        for file in (pathlib.Path.home() / ".tarvex" / "box-r").glob(f"{self.box.user_id}*"):
+        for file in (pathlib.Path.home() / ".tarvex").glob(f"*/{self.box.user_id}*"):
             file.unlink()
         self.mark = self.box.mark()
         return self

@@ -60,7 +60,7 @@ tarvex_box_path_info_t* path_record_new(const tarvex_box_path_info_t& info, std:
   if (info.name == nullptr || info.id == nullptr) return nullptr;
   const size_t separator = base.empty() || base.size() == 1 ? 0 : 1;
   const size_t room = base.size() + separator + tarvex_l_box_room(info.name) + tarvex_l_box_room(info.id) +
-                      tarvex_l_box_room(info.parent_id) + tarvex_l_box_room(info.sha1);
+                      tarvex_l_box_room(info.sha1);
   auto* const record = static_cast<tarvex_box_path_info_t*>(std::malloc(sizeof(tarvex_box_path_info_t) + room));
   if (record == nullptr) return nullptr;
   *record = {};
@@ -71,10 +71,11 @@ tarvex_box_path_info_t* path_record_new(const tarvex_box_path_info_t& info, std:
   if (separator != 0) *at++ = '/';
   tarvex_l_box_place(info.name, at);
   record->id = tarvex_l_box_place(info.id, at);
-  record->parent_id = tarvex_l_box_place(info.parent_id, at);
   record->sha1 = tarvex_l_box_place(info.sha1, at);
   tarvex_l_box_copy_numbers(info, *record);
-  if (tarvex_l_box_duplicate(info.md5, record->md5)) return record;
+  const bool complete =
+      tarvex_l_box_duplicate(info.parent_id, record->parent_id) && tarvex_l_box_duplicate(info.md5, record->md5);
+  if (complete) return record;
   tarvex_box_path_info_free(record);
   return nullptr;
 }
