@@ -1,6 +1,5 @@
-#include "item_fields.h"
-
 #include "date.h"
+#include "item_fields.h"
 #include "trace.h"
 
 #include <charconv>
