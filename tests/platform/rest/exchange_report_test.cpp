@@ -24,8 +24,8 @@ class ExchangeReport : public testing::Test {
 
   static std::string text(const char* value) { return value == nullptr ? "-" : value; }
   static std::string question_of(const tarvex_exchange_t& about) {
-    return text(about.method) + " " + about.host + about.path + " " + text(about.request_type) + " " + text(about.digest) +
-           (about.authorised ? " authorised" : "");
+    return text(about.method) + " " + about.host + about.path + " " + text(about.request_type) + " " +
+           text(about.digest) + (about.authorised ? " authorised" : "");
   }
   static std::string outcome_of(const tarvex_exchange_t& seen) {
     std::ostringstream line;
