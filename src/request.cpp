@@ -51,7 +51,8 @@ pairs tarvex_l_box_headers(const request& call, const std::string& authorization
 
 tarvex_result_t tarvex_l_box_send(const tarvex_box_session_t& box, const request& call,
                                   tarvex_dsi_rest_response_arg_t& response, json_t** document) {
-  const char* const token = box.access_token != nullptr ? box.access_token : "";
+  const char* const own = box.access_token != nullptr ? box.access_token : "";
+  const char* const token = call.access_token != nullptr ? call.access_token : own;
   const std::string authorization = (std::string("Bearer ") + token).substr(0, call.authorization_limit);
   pairs query = tarvex_l_box_query(call);
   pairs headers = tarvex_l_box_headers(call, authorization);

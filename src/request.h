@@ -76,6 +76,7 @@ struct request {
   tarvex_box_retry_t* pacing = nullptr;  ///< null: the wait keeps no spacing
   judge_t judge = judge_status;
   std::function<void()> before_attempt = {};         ///< runs first in each attempt
+  const char* access_token = nullptr;                ///< null: the session's; given: any thread may make the call
   tarvex_gfs_operation_t renew_token_for = nullptr;  ///< the token is renewed in each attempt; null: it is not
   size_t authorization_limit = std::string::npos;    ///< the Authorization value is cut to so many characters
   int progress_timeout_ms = tarvex_i_box_progress_timeout_ms;
