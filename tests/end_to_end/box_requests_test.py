@@ -1,17 +1,18 @@
-"""docs/box-requests.md against what the server really asks the local Box, docs/tuning.md against the plug-in's settings."""
+"""docs/box-requests.md against what the server really asks the local Box, and docs/tuning.md against the
+plug-in's settings and the packaged configuration."""
 
 import ctypes
 import ftplib
 import pathlib
 import re
+import tomllib
 
 import pytest
 from local import BUILD, SMALL_BOX, SMALL_SERVER, Box, Server, put
 
 DOCS = pathlib.Path(__file__).parents[2] / "docs"
 SMALL, LARGE = b"s" * 1000, b"l" * 150_000  # one request, and four parts
-# What the recommended values change in the requests; the rest is for speed alone.
-RECOMMENDED = ("page_limit", "replace_as_version", "web_links", "empty_marker_ends", "cksm_restart", "abort_sessions")
+SETTINGS = tomllib.loads((DOCS.parent / "packaging/server.toml").read_text())["storage"]["settings"]
 
 
 def table(document, columns):
@@ -19,11 +20,6 @@ def table(document, columns):
     rows = [[cell.strip() for cell in line.strip().strip("|").split("|")]
             for line in (DOCS / document).read_text().splitlines() if line.startswith("|")]
     return [row for row in rows if len(row) == columns and not set(row[0]) <= set("-: ") and row[0][0] == "`"]
-
-
-def recommended():
-    values = {row[0].strip("`"): row[3] for row in table("tuning.md", 6)}
-    return {name: int(values[name]) for name in RECOMMENDED}
 
 
 def announced(client, path, content):
@@ -121,10 +117,10 @@ def asked(box, server, command):
 
 @pytest.mark.parametrize("column", [1, 2], ids=["default", "recommended"])
 def test_the_table_says_what_is_asked(tmp_path, column):
-    settings = recommended() if column == 2 else {}
+    settings = SETTINGS if column == 2 else {}
     rows = {row[0]: row for row in table("box-requests.md", 3)}
     box = Box(tmp_path, *SMALL_BOX)
-    server = Server(tmp_path, box, {**SMALL_SERVER, **settings})
+    server = Server(tmp_path, box, {**settings, **SMALL_SERVER})
     try:
         found = {command: asked(box, server, command) for command in COMMANDS}
     finally:
@@ -137,10 +133,8 @@ def test_the_table_says_what_is_asked(tmp_path, column):
 @pytest.mark.parametrize("row", table("tuning.md", 6), ids=lambda row: row[0].strip("`"))
 def test_settings_are_as_documented(row):
     plugin = ctypes.CDLL(str(BUILD / "lib/libtarvex_gridftp_server_box.so"))
-    name = "tarvex_i_box_" + row[0].strip("`")
-    if not hasattr(plugin, name):
-        pytest.skip("this plug-in has no such setting")
+    name = row[0].strip("`")
     least, most = map(int, re.fullmatch(r"(\d+) (?:to|or) (\d+)", row[1]).groups())
-    found = [ctypes.c_int.in_dll(plugin, name + ending).value for ending in ("", "_min", "_max")]
+    found = [ctypes.c_int.in_dll(plugin, f"tarvex_i_box_{name}{ending}").value for ending in ("", "_min", "_max")]
     assert found == [int(row[2]), least, most]
-    assert least <= int(row[3]) <= most
+    assert SETTINGS.get(name, int(row[3])) == int(row[3])
