@@ -18,7 +18,7 @@ using info_ptr = tarvex::owner<tarvex_box_path_info_t, tarvex_box_path_info_free
 tarvex_result_t tarvex_l_box_update(tarvex_hashtable_t* cache, const tarvex_box_path_info_t* info,
                                     const char* base_path) {
   const std::string_view base = base_path != nullptr ? base_path : "";
-  info_ptr copy(tarvex::box::path_record_new(*info, base));
+  info_ptr copy(info != nullptr ? tarvex::box::path_record_new(*info, base) : nullptr);
   // An item without a name in the root folder must not pass for the root itself.
   if (!copy || (!base.empty() && std::string_view(copy->name) == "/")) return error_memory();
   if (tarvex_hashtable_insert(cache, copy->name, copy.get()) != 0) {
