@@ -51,9 +51,9 @@ pairs tarvex_l_box_headers(const request& call, const std::string& authorization
 
 tarvex_result_t tarvex_l_box_send(const tarvex_box_session_t& box, const request& call,
                                   tarvex_dsi_rest_response_arg_t& response, json_t** document) {
-  const char* const own = box.access_token != nullptr ? box.access_token : "";
-  const char* const token = call.access_token != nullptr ? call.access_token : own;
-  const std::string authorization = (std::string("Bearer ") + token).substr(0, call.authorization_limit);
+  const char* const token = call.access_token != nullptr ? call.access_token : box.access_token;
+  const std::string bearer = std::string("Bearer ") + (token != nullptr ? token : "");
+  const std::string authorization = bearer.substr(0, call.authorization_limit);
   pairs query = tarvex_l_box_query(call);
   pairs headers = tarvex_l_box_headers(call, authorization);
   const auto query_array = tarvex_l_box_key_array(query);
@@ -129,7 +129,7 @@ tarvex_result_t request_perform(tarvex_box_session_t* box, const request& call, 
     uncertain = uncertain || tarvex_l_box_leaves_open(out.status);
     out.uncertain = uncertain;
     if (judged.result == TARVEX_SUCCESS) return TARVEX_SUCCESS;
-    out = {.status = out.status, .uncertain = uncertain};
+    out = {.status = out.status, .retry_after = retry_after, .uncertain = uncertain};
     if (!judged.retryable || retries <= 0) return judged.result;
     --retries;
     tarvex_result_release(judged.result);

@@ -84,10 +84,11 @@ struct request {
 
 /// What came of a call. After a failure there is neither document nor location.
 struct answer {
-  json_ptr document = {};     ///< null: none
-  std::string location = {};  ///< value of the Location header; empty: none
-  int status = 0;             ///< of the last attempt's answer; 0: none arrived whole
-  bool uncertain = false;     ///< an attempt that got no answer of success may have been carried out all the same
+  json_ptr document = {};         ///< null: none
+  std::string location = {};      ///< value of the Location header; empty: none
+  int status = 0;                 ///< of the last attempt's answer; 0: none arrived whole
+  unsigned long retry_after = 0;  ///< seconds that the last attempt's answer asked to wait
+  bool uncertain = false;         ///< an attempt that got no answer of success may have been carried out all the same
 };
 
 /// Makes the call, again while attempts remain and a failure may be cured.
