@@ -5,6 +5,7 @@
 #include <fcntl.h>
 
 #include <bit>
+#include <cerrno>
 #include <string>
 
 namespace tarvex::box {
@@ -52,7 +53,7 @@ int connection_seats::taken() const noexcept {
 }
 
 /// Locks of the open file description: they hold between threads and objects of one process too, and closing another
-/// descriptor of the file leaves them alone.
+/// descriptor of the file leaves them alone. Where there are no such locks nobody else has the seat.
 bool connection_seats::lock_byte(int seat, short type) const noexcept {
   if (file_.fd == -1) return true;
   struct flock lock {};
@@ -60,7 +61,7 @@ bool connection_seats::lock_byte(int seat, short type) const noexcept {
   lock.l_whence = SEEK_SET;
   lock.l_start = seat;
   lock.l_len = 1;
-  return fcntl(file_.fd, F_OFD_SETLK, &lock) == 0;
+  return fcntl(file_.fd, F_OFD_SETLK, &lock) == 0 || (errno != EAGAIN && errno != EACCES);
 }
 
 }  // namespace tarvex::box
