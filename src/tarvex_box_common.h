@@ -228,7 +228,8 @@ TARVEX_API tarvex_result_t tarvex_box_translate_response(const tarvex_dsi_rest_r
 
 enum { TARVEX_BOX_FOLDER = 1, TARVEX_BOX_FILE = 2, TARVEX_BOX_UNKNOWN = 3 };
 
-/// One Box folder or file.
+/// One Box folder or file. In the path cache `name`, `id` and `sha1` are part of the record's allocation: they are
+/// neither replaced nor released but with it.
 typedef struct tarvex_box_path_info_s {
   char* name;  ///< Box's name; in the path cache the full path, which is the key
   char* id;
