@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <functional>
 #include <mutex>
+#include <span>
 #include <vector>
 
 namespace tarvex::server {
@@ -22,6 +23,7 @@ class outgoing {
  public:
   /// Takes a piece; it calls the piece's `done`. False: nobody takes any more.
   using taker = std::function<bool(data_piece)>;
+  using sender = std::function<std::size_t(std::span<const unsigned char>)>;
 
   /// \param ranges  in order and apart; only the last may go to the end of the file
   outgoing(std::vector<byte_range> ranges, taker take);
@@ -32,11 +34,17 @@ class outgoing {
   /// \return an error result, which is the caller's, for bytes that leave a gap or lie beyond the range, and when
   /// nobody takes them; the piece is not done then.
   [[nodiscard]] tarvex_result_t push(data_piece piece, tarvex_off_t offset);
+  /// Sends as many of the bytes at `offset` as go at once. Errors as for `push`.
+  /// \param send  as `outbound::write_now`
+  /// \param sent  takes how many of them are out, with those that were handed on before
+  [[nodiscard]] tarvex_result_t write_now(std::span<const unsigned char> bytes, tarvex_off_t offset, const sender& send,
+                                          std::size_t& sent);
   /// Makes ready to be sent from the start. \return false when bytes have flowed.
   bool rewind();
 
  private:
   bool range_is_over() const;
+  tarvex_result_t place(std::size_t length, tarvex_off_t offset, std::size_t& repeated) const;
 
   const std::vector<byte_range> ranges_;
   const taker take_;
