@@ -2,65 +2,59 @@
 
 #include "tarvex_box_common.h"
 
-#include <fcntl.h>
+#include <sys/file.h>
 
-#include <bit>
-#include <string>
+#include <algorithm>
 
 namespace tarvex::box {
 
 namespace {
 
-constexpr shared_file_kind SEATS_FILE = {.size = connection_seats::COUNT, .prepared_size = 0, .prepare = nullptr};
+constexpr shared_file_kind SEAT_FILE = {.size = 1, .prepared_size = 0, .prepare = nullptr};
 
-shared_file tarvex_l_box_seats_open(const char* user_id) noexcept try {
-  return shared_file_open(tarvex_i_box_retry_path, (std::string(user_id) + "c").c_str(), SEATS_FILE);
-} catch (...) {
-  return {};  // out of memory
+bool tarvex_l_box_is_taken(const shared_file& seat) {
+  return seat.start != nullptr;
 }
 
 }  // namespace
 
-connection_seats::connection_seats(const char* user_id) noexcept : file_(tarvex_l_box_seats_open(user_id)) {}
+connection_seats::connection_seats(const char* user_id) : name_(std::string(user_id) + "c") {}
 
 connection_seats::~connection_seats() {
-  shared_file_close(file_, COUNT);  // and with the description its locks
+  while (taken() > 0) give();
 }
 
 bool connection_seats::take() noexcept {
   const std::lock_guard lock(mutex_);
-  for (int seat = 0; seat < COUNT; ++seat) {
-    const unsigned bit = 1U << static_cast<unsigned>(seat);
-    if ((mine_ & bit) != 0 || !lock_byte(seat, F_WRLCK)) continue;
-    mine_ |= bit;
-    return true;
+  for (size_t seat = 0; seat < mine_.size(); ++seat) {
+    if (!tarvex_l_box_is_taken(mine_[seat]) && take(seat)) return true;
   }
   return false;
 }
 
+/// A lock of the open file, unlike fcntl's, holds between threads and objects of one process too, and closing another
+/// descriptor of the file leaves it alone.
+bool connection_seats::take(size_t seat) noexcept {
+  shared_file file;
+  try {
+    file = shared_file_open(tarvex_i_box_retry_path, (name_ + std::to_string(seat)).c_str(), SEAT_FILE);
+  } catch (...) {
+    return false;  // out of memory
+  }
+  if (file.fd != -1 && flock(file.fd, LOCK_EX | LOCK_NB) != 0) shared_file_close(file, SEAT_FILE.size);
+  mine_[seat] = file;
+  return tarvex_l_box_is_taken(file);
+}
+
 void connection_seats::give() noexcept {
   const std::lock_guard lock(mutex_);
-  if (mine_ == 0) return;
-  const int seat = std::countr_zero(mine_);
-  mine_ &= mine_ - 1;
-  (void)lock_byte(seat, F_UNLCK);
+  const auto seat = std::find_if(mine_.begin(), mine_.end(), tarvex_l_box_is_taken);
+  if (seat != mine_.end()) shared_file_close(*seat, SEAT_FILE.size);
 }
 
 int connection_seats::taken() const noexcept {
   const std::lock_guard lock(mutex_);
-  return std::popcount(mine_);
-}
-
-/// Locks of the open file description: they hold between threads and objects of one process too, and closing another
-/// descriptor of the file leaves them alone.
-bool connection_seats::lock_byte(int seat, short type) const noexcept {
-  if (file_.fd == -1) return true;
-  struct flock lock {};
-  lock.l_type = type;
-  lock.l_whence = SEEK_SET;
-  lock.l_start = seat;
-  lock.l_len = 1;
-  return fcntl(file_.fd, F_OFD_SETLK, &lock) == 0;
+  return static_cast<int>(std::count_if(mine_.begin(), mine_.end(), tarvex_l_box_is_taken));
 }
 
 }  // namespace tarvex::box

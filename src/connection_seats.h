@@ -4,18 +4,20 @@
 
 #include "shared_file.h"
 
+#include <array>
 #include <mutex>
+#include <string>
 
 namespace tarvex::box {
 
-/// Seats at a table that the processes of one user share: locked bytes of a file, which a process that dies gives back.
-/// Every method may be called from any thread.
+/// Seats at a table that the processes of one user share: locked files, which a process that dies gives back. Every
+/// method may be called from any thread.
 class connection_seats {
  public:
   static constexpr int COUNT = 8;
 
-  /// \param user_id  Box user. Without a usable file the seats are this object's alone.
-  explicit connection_seats(const char* user_id) noexcept;
+  /// \param user_id  Box user. Seats without a usable file are this object's alone.
+  explicit connection_seats(const char* user_id);
   connection_seats(const connection_seats&) = delete;
   connection_seats& operator=(const connection_seats&) = delete;
   ~connection_seats();
@@ -27,11 +29,11 @@ class connection_seats {
   [[nodiscard]] int taken() const noexcept;
 
  private:
-  bool lock_byte(int seat, short type) const noexcept;
+  [[nodiscard]] bool take(size_t seat) noexcept;
 
-  shared_file file_;
+  const std::string name_;  ///< of the files, without the seat's number
   mutable std::mutex mutex_;
-  unsigned mine_ = 0;  // a bit for each seat that was taken; guarded by mutex_
+  std::array<shared_file, COUNT> mine_{};  ///< those taken have a `start`; guarded by mutex_
 };
 
 }  // namespace tarvex::box

@@ -368,6 +368,9 @@ typedef struct tarvex_box_upload_session_s {
   bool refused;         ///< Box refused the commit, and has not carried it out; kept when sessions are aborted
   bool replaces;        ///< the file gets a new version; kept, as is the next, when files are replaced so
   uint32_t next_etag;   ///< of that file when the session began
+  /// Parts that Box has behind one that failed, by their numbers in decimal, when several were on their way at once;
+  /// null: none.
+  json_t* parts_beyond;
 } tarvex_box_upload_session_t;
 
 /// Makes an empty upload-session table.
