@@ -1,7 +1,7 @@
 """The server beside rclone, before a local Box that is as far away, as slow and as limited as the real one.
 
-Every figure starts with a Box of its own, whose limits nobody has used up yet. A setting that the server does not have is
-reported as not there. TARVEX_BENCH_MIB (1024) and TARVEX_BENCH_FILES (1000) make a run shorter.
+Every figure starts with a Box of its own, whose limits nobody has used up yet. A setting that the server does not have
+is reported as not there. TARVEX_BENCH_MIB (1024) and TARVEX_BENCH_FILES (1000) make a run shorter.
 """
 
 import collections
@@ -26,8 +26,8 @@ PART_MEMORY = 128 * MIB
 # What the server asks of Box in a second, as its defaults are.
 PACED = {"policy": '{"user_api_rate_limit": 16}'}
 LETTER = {"upload_per_second": 4}
-RECOMMENDED = {"part_concurrency": 4, "download_streams": 4, "page_limit": 1000, "replace_as_version": 1, "web_links": 0,
-               "empty_marker_ends": 1, "cksm_restart": 1, "abort_sessions": 1}
+RECOMMENDED = {"part_concurrency": 4, "download_streams": 4, "page_limit": 1000, "replace_as_version": 1,
+               "web_links": 0, "empty_marker_ends": 1, "cksm_restart": 1, "abort_sessions": 1}
 
 
 class RealPlace(RclonePlace):
@@ -130,7 +130,8 @@ def rclone_rates(what, measure, took, **place):
 
 def ratio(took, slower, faster, what, aim):
     """How many times as fast one variant is as another; names are begun."""
-    found = [next((value for name, value in took.items() if name.startswith(begin)), None) for begin in (slower, faster)]
+    found = [next((value for name, value in took.items() if name.startswith(begin)), None)
+             for begin in (slower, faster)]
     if None not in found:
         row(what, f"{found[0] / found[1]:.2f} times", f"aim: at least {aim}")
 
