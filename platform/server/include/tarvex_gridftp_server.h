@@ -308,6 +308,16 @@ TARVEX_API tarvex_result_t tarvex_gridftp_server_register_write(tarvex_gfs_opera
                                                                 tarvex_gridftp_server_write_cb_t callback,
                                                                 void* user_arg) TARVEX_NODISCARD;
 
+/// Sends as many of `length` bytes that belong at `offset` as the client takes at this moment, from the calling thread.
+/// For whoever has large amounts at hand this costs less than a registered write, since no other thread is woken and
+/// the bytes are still in this core's cache; a registered write is for what is left. Nothing goes while registered
+/// writes wait.
+/// \param sent  takes how many bytes are out and need no further write; those that were sent before count as well
+/// \return an error as for a registered write; `sent` is 0 then.
+TARVEX_API tarvex_result_t tarvex_gridftp_server_write_now(tarvex_gfs_operation_t op, const unsigned char* buffer,
+                                                           size_t length, tarvex_off_t offset,
+                                                           size_t* sent) TARVEX_NODISCARD;
+
 /// Counts bytes that have reached the storage, for markers and the log.
 TARVEX_API void tarvex_gridftp_server_update_bytes_recvd(tarvex_gfs_operation_t op, tarvex_off_t nbytes);
 

@@ -4,6 +4,8 @@
 #include "storage/transfer.h"
 #include "tarvex_gridftp_server.h"
 
+#include <span>
+
 using tarvex::server::guard_result;
 using tarvex::server::operation_complete;
 using tarvex::server::operation_kind;
@@ -27,6 +29,11 @@ struct registered_write {
     if (callback) callback(op, result.get(), buffer, length, user_arg);
   }
 };
+
+bool sends(const tarvex::server::operation& op) {
+  const bool begun = !op.transfer || op.transfer->begun();
+  return op.sends && begun && !op.cancelled && !op.finished;
+}
 
 }  // namespace
 
@@ -53,9 +60,20 @@ tarvex_result_t tarvex_gridftp_server_register_write(tarvex_gfs_operation_t op, 
                                                      tarvex_off_t offset, int,
                                                      tarvex_gridftp_server_write_cb_t callback, void* user_arg) {
   return guard_result([&]() -> tarvex_result_t {
-    const bool closed = op->transfer && !op->transfer->begun();
-    if (!op->sends || closed || op->cancelled || op->finished) return tarvex::server::data_channel_closed_error();
+    if (!sends(*op)) return tarvex::server::data_channel_closed_error();
     return op->sends->push({buffer, length, {}, registered_write{op, buffer, length, callback, user_arg}}, offset);
+  });
+}
+
+tarvex_result_t tarvex_gridftp_server_write_now(tarvex_gfs_operation_t op, const unsigned char* buffer, size_t length,
+                                                tarvex_off_t offset, size_t* sent) {
+  *sent = 0;
+  return guard_result([&]() -> tarvex_result_t {
+    if (!sends(*op)) return tarvex::server::data_channel_closed_error();
+    const auto send = [op](std::span<const unsigned char> bytes) {
+      return op->transfer ? op->transfer->write_now(bytes) : 0;
+    };
+    return op->sends->write_now({buffer, length}, offset, send, *sent);
   });
 }
 
