@@ -28,20 +28,43 @@ byte_range outgoing::next_range() {
 tarvex_result_t outgoing::place(std::size_t bytes, tarvex_off_t offset, std::size_t& repeated) const {
   const byte_range& range = ranges_[asked_ > 0 ? asked_ - 1 : 0];
   const tarvex_off_t end = range.length < 0 ? std::numeric_limits<tarvex_off_t>::max() : range.offset + range.length;
-<<<<<<< HEAD
-  const auto length = static_cast<tarvex_off_t>(piece.length);
-  // An attempt that begins anew repeats what has gone out already.
+  const auto length = static_cast<tarvex_off_t>(bytes);
   const tarvex_off_t begin = std::max(offset, handed_on_from(offset));
   if (offset < 0 || length > end - offset || !fits(begin, offset + length))
     return tarvex_error_put(tarvex_gfs_ftp_response_error_construct(
         nullptr, nullptr, 451, "INTERNAL_ERROR", "Bytes at %lld were sent where those at %lld were due.",
         static_cast<long long>(offset), static_cast<long long>(next_)));
-  const tarvex_off_t sent = std::min(begin - offset, length);
-  piece.bytes += sent;
-  piece.length -= static_cast<std::size_t>(sent);
-  piece.offset = static_cast<std::uint64_t>(offset + sent);
-  if (sent < length) note(begin, offset + length);  // first: once a piece was taken nothing may fail
+  repeated = static_cast<std::size_t>(std::min(begin - offset, length));
+  return TARVEX_SUCCESS;
+}
+
+tarvex_result_t outgoing::push(data_piece piece, tarvex_off_t offset) {
+  const std::lock_guard lock(mutex_);
+  std::size_t repeated = 0;
+  const tarvex_result_t misplaced = place(piece.length, offset, repeated);
+  if (misplaced != TARVEX_SUCCESS) return misplaced;
+  piece.bytes += repeated;
+  piece.length -= repeated;
+  const tarvex_off_t begin = offset + static_cast<tarvex_off_t>(repeated);
+  piece.offset = static_cast<std::uint64_t>(begin);
+  // First: once a piece was taken nothing may fail.
+  if (piece.length > 0) note(begin, begin + static_cast<tarvex_off_t>(piece.length));
   return take_(std::move(piece)) ? tarvex_result_t{TARVEX_SUCCESS} : data_channel_closed_error();
+}
+
+tarvex_result_t outgoing::write_now(std::span<const unsigned char> bytes, tarvex_off_t offset, const sender& send,
+                                    std::size_t& sent) {
+  const std::lock_guard lock(mutex_);
+  std::size_t repeated = 0;
+  const tarvex_result_t misplaced = place(bytes.size(), offset, repeated);
+  if (misplaced != TARVEX_SUCCESS) return misplaced;
+  const tarvex_off_t begin = offset + static_cast<tarvex_off_t>(repeated);
+  // What is due next is noted without memory, which must not be wanting once bytes are out.
+  const bool due = repeated < bytes.size() && begin == next_;
+  const std::size_t fresh = due ? send(bytes.subspan(repeated)) : 0;
+  if (fresh > 0) note(begin, begin + static_cast<tarvex_off_t>(fresh));
+  sent = repeated + fresh;
+  return TARVEX_SUCCESS;
 }
 
 /// The end of what was handed on around `offset`; 0: nothing was.
@@ -76,41 +99,6 @@ void outgoing::note(tarvex_off_t begin, tarvex_off_t end) {
 void outgoing::allow_any_order() {
   const std::lock_guard lock(mutex_);
   any_order_ = true;
-=======
-  const auto length = static_cast<tarvex_off_t>(bytes);
-  if (offset < 0 || offset > next_ || length > end - offset)
-    return tarvex_error_put(tarvex_gfs_ftp_response_error_construct(
-        nullptr, nullptr, 451, "INTERNAL_ERROR", "Bytes at %lld were sent where those at %lld were due.",
-        static_cast<long long>(offset), static_cast<long long>(next_)));
-  repeated = static_cast<std::size_t>(std::min(next_ - offset, length));
-  return TARVEX_SUCCESS;
-}
-
-tarvex_result_t outgoing::push(data_piece piece, tarvex_off_t offset) {
-  const std::lock_guard lock(mutex_);
-  std::size_t repeated = 0;
-  const tarvex_result_t misplaced = place(piece.length, offset, repeated);
-  if (misplaced != TARVEX_SUCCESS) return misplaced;
-  piece.bytes += repeated;
-  piece.length -= repeated;
-  piece.offset = static_cast<std::uint64_t>(offset) + repeated;
-  const auto fresh = static_cast<tarvex_off_t>(piece.length);
-  if (!take_(std::move(piece))) return data_channel_closed_error();
-  next_ += fresh;
-  return TARVEX_SUCCESS;
-}
-
-tarvex_result_t outgoing::write_now(std::span<const unsigned char> bytes, tarvex_off_t offset, const sender& send,
-                                    std::size_t& sent) {
-  const std::lock_guard lock(mutex_);
-  std::size_t repeated = 0;
-  const tarvex_result_t misplaced = place(bytes.size(), offset, repeated);
-  if (misplaced != TARVEX_SUCCESS) return misplaced;
-  const std::size_t fresh = repeated < bytes.size() ? send(bytes.subspan(repeated)) : 0;
-  next_ += static_cast<tarvex_off_t>(fresh);
-  sent = repeated + fresh;
-  return TARVEX_SUCCESS;
->>>>>>> wt-speed
 }
 
 bool outgoing::rewind() {

@@ -35,28 +35,22 @@ class outgoing {
   /// \return an error result, which is the caller's, for bytes that leave a gap or lie beyond the range, and when
   /// nobody takes them; the piece is not done then.
   [[nodiscard]] tarvex_result_t push(data_piece piece, tarvex_off_t offset);
-<<<<<<< HEAD
   /// Pieces of a range may come in any order from now on.
   void allow_any_order();
-=======
   /// Sends as many of the bytes at `offset` as go at once. Errors as for `push`.
   /// \param send  as `outbound::write_now`
   /// \param sent  takes how many of them are out, with those that were handed on before
   [[nodiscard]] tarvex_result_t write_now(std::span<const unsigned char> bytes, tarvex_off_t offset, const sender& send,
                                           std::size_t& sent);
->>>>>>> wt-speed
   /// Makes ready to be sent from the start. \return false when bytes have flowed.
   bool rewind();
 
  private:
   bool range_is_over() const;
-<<<<<<< HEAD
   tarvex_off_t handed_on_from(tarvex_off_t offset) const;
   bool fits(tarvex_off_t begin, tarvex_off_t end) const;
   void note(tarvex_off_t begin, tarvex_off_t end);
-=======
   tarvex_result_t place(std::size_t length, tarvex_off_t offset, std::size_t& repeated) const;
->>>>>>> wt-speed
 
   const std::vector<byte_range> ranges_;
   const taker take_;
