@@ -21,6 +21,19 @@ def private_bytes(pid):
     return total
 
 
+def anonymous_and_shared(pid):
+    """Bytes of pages that no file stands behind, and of those that other processes have too. Raises OSError."""
+    anonymous = shared = 0
+    with open(f"/proc/{pid}/smaps_rollup", encoding="ascii") as rollup:
+        for line in rollup:
+            name, _, value = line.partition(":")
+            if name == "Anonymous":
+                anonymous = int(value.split()[0]) * 1024
+            elif name in ("Shared_Clean", "Shared_Dirty"):
+                shared += int(value.split()[0]) * 1024
+    return anonymous, shared
+
+
 def proportional_bytes(pid):
     """Pages that processes share are divided among them (Pss of /proc/PID/smaps_rollup). Raises OSError."""
     with open(f"/proc/{pid}/smaps_rollup", encoding="ascii") as rollup:

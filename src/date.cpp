@@ -2,8 +2,50 @@
 
 #include <array>
 #include <cstdio>
+#include <cstring>
+#include <string_view>
 
 namespace tarvex::box {
+
+namespace {
+
+/// The form that Box writes, a digit for each 0 and any byte for the sign of the offset.
+constexpr std::string_view FORM = "0000-00-00T00:00:00+00:00";
+
+int tarvex_l_box_number(const char* digits, int count) {
+  int number = 0;
+  for (int i = 0; i < count; ++i) number = number * 10 + (digits[i] - '0');
+  return number;
+}
+
+bool tarvex_l_box_has_form(std::string_view text) {
+  constexpr size_t SIGN = 19;
+  for (size_t i = 0; i < FORM.size(); ++i) {
+    const bool digit = text[i] >= '0' && text[i] <= '9';
+    if (i == SIGN ? text[i] != '+' && text[i] != '-' : FORM[i] == '0' ? !digit : text[i] != FORM[i]) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+int date_scan(const char* text, date_fields& date) {
+  const std::string_view begin(text, strnlen(text, FORM.size()));
+  if (begin.size() < FORM.size() || !tarvex_l_box_has_form(begin)) {
+    return std::sscanf(text, "%4d-%2d-%2dT%2d:%2d:%2d%3d:%2d", &date.year, &date.month, &date.day, &date.hour,
+                       &date.minute, &date.second, &date.offset_hours, &date.offset_minutes);
+  }
+  const int hours = tarvex_l_box_number(text + 20, 2);
+  date = {.year = tarvex_l_box_number(text, 4),
+          .month = tarvex_l_box_number(text + 5, 2),
+          .day = tarvex_l_box_number(text + 8, 2),
+          .hour = tarvex_l_box_number(text + 11, 2),
+          .minute = tarvex_l_box_number(text + 14, 2),
+          .second = tarvex_l_box_number(text + 17, 2),
+          .offset_hours = text[19] == '-' ? -hours : hours,
+          .offset_minutes = tarvex_l_box_number(text + 23, 2)};
+  return 8;
+}
 
 time_t date_to_utc(const date_fields& date) {
   const int sign = date.offset_hours < 0 ? -1 : 1;

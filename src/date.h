@@ -14,6 +14,10 @@ struct date_fields {
   int offset_minutes = 0;
 };
 
+/// Reads a date as Box writes it, 2020-01-02T03:04:05-07:00.
+/// \return how many of the eight numbers could be read; those that could not stay as they were
+int date_scan(const char* text, date_fields& date);
+
 /// Seconds since the epoch. The offset minutes take the sign of the offset hours, so that an offset of minus zero hours
 /// and 30 minutes counts as plus 30 minutes, on purpose.
 time_t date_to_utc(const date_fields& date);

@@ -1,3 +1,4 @@
+#include "item_fields.h"
 #include "request.h"
 #include "trace.h"
 
@@ -40,15 +41,13 @@ bool tarvex_l_box_passed_over(const tarvex_box_path_info_t& item) {
 /// Parses an item, enters it into the cache and hands it on.
 tarvex_result_t tarvex_l_box_item(const item_sink& sink, json_t* json) {
   tarvex_box_path_info_t item{};
-  tarvex_result_t result = tarvex_box_object_info_parse(json, &item);
-  if (result != TARVEX_SUCCESS) {
-    tarvex_result_release(result);
-    result = error_generic(sink.source, "Failed info_parse!");
-  } else if (!tarvex_l_box_passed_over(item)) {
-    result = tarvex_l_box_item_take(sink, item);
+  const tarvex_result_t parsed =
+      tarvex::box::traced([&] { return tarvex::box::item_fields_parse(json, &item); }, "tarvex_box_object_info_parse");
+  if (parsed != TARVEX_SUCCESS) {
+    tarvex_result_release(parsed);
+    return error_generic(sink.source, "Failed info_parse!");
   }
-  tarvex_box_path_info_free(&item);
-  return result;
+  return tarvex_l_box_passed_over(item) ? tarvex::box::SUCCESS : tarvex_l_box_item_take(sink, item);
 }
 
 tarvex_result_t tarvex_l_box_page(const item_sink& sink, json_t* page) {

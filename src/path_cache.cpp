@@ -1,9 +1,10 @@
+#include "path_record.h"
 #include "path_table.h"
 #include "tarvex_common.hpp"
 #include "trace.h"
 
-#include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 using tarvex::box::error_memory;
 using tarvex::box::path_key;
@@ -14,22 +15,12 @@ namespace {
 
 using info_ptr = tarvex::owner<tarvex_box_path_info_t, tarvex_box_path_info_free>;
 
-/// The path of an item named `name` in the folder `base`: the root's own path is the only one that ends in a slash.
-char* tarvex_l_box_join(const char* base, const char* name) {
-  const char* const separator = std::strlen(base) == 1 ? "" : "/";
-  return tarvex_common_create_string("%s%s%s", base, separator, name);
-}
-
 tarvex_result_t tarvex_l_box_update(tarvex_hashtable_t* cache, const tarvex_box_path_info_t* info,
                                     const char* base_path) {
-  info_ptr copy(tarvex_box_path_info_copy(info));
-  if (!copy) return error_memory();
-  if (base_path != nullptr && *base_path != '\0') {
-    std::free(copy->name);
-    copy->name = tarvex_l_box_join(base_path, info->name);
-    // An item without a name in the root folder must not pass for the root itself.
-    if (copy->name == nullptr || std::strcmp(copy->name, "/") == 0) return error_memory();
-  }
+  const std::string_view base = base_path != nullptr ? base_path : "";
+  info_ptr copy(info != nullptr ? tarvex::box::path_record_new(*info, base) : nullptr);
+  // An item without a name in the root folder must not pass for the root itself.
+  if (!copy || (!base.empty() && std::string_view(copy->name) == "/")) return error_memory();
   if (tarvex_hashtable_insert(cache, copy->name, copy.get()) != 0) {
     tarvex_result_release(tarvex_box_path_cache_remove(cache, copy->name));
     if (tarvex_hashtable_insert(cache, copy->name, copy.get()) != 0) return error_memory();

@@ -54,31 +54,46 @@ read_monitor::~read_monitor() {
   tarvex_mutex_destroy(&monitor_.mutex);
 }
 
-tarvex_result_t read_monitor::fill(tarvex_gfs_operation_t op, unsigned char* buffer, size_t size, bool last) {
+tarvex_result_t read_monitor::fill(tarvex_gfs_operation_t op, unsigned char* buffer, size_t size, bool last,
+                                   const piece_taker& taker) {
   const monitor_lock lock(monitor_.mutex);
-  monitor_.length = 0;
+  monitor_.length = handed_over_ = 0;
   monitor_.eof = monitor_.done = false;
   monitor_.result = TARVEX_SUCCESS;
-  const tarvex_result_t registered = fill_locked(op, buffer, size, last);
+  const tarvex_result_t registered = fill_locked(op, buffer, size, last, taker);
   const tarvex_result_t received = std::exchange(monitor_.result, SUCCESS);
   if (registered == TARVEX_SUCCESS) return received;
   tarvex_result_release(received);
   return registered;
 }
 
-tarvex_result_t read_monitor::fill_locked(tarvex_gfs_operation_t op, unsigned char* buffer, size_t size, bool last) {
+tarvex_result_t read_monitor::fill_locked(tarvex_gfs_operation_t op, unsigned char* buffer, size_t size, bool last,
+                                          const piece_taker& taker) {
+  bool wanted = true;
   do {
-    const tarvex_result_t result = tarvex_gridftp_server_register_read(
-        op, buffer + monitor_.length, size - monitor_.length, tarvex_l_box_gridftp_read_cb, &monitor_);
+    const size_t before = monitor_.length;
+    const tarvex_result_t result = tarvex_gridftp_server_register_read(op, buffer + before, size - before,
+                                                                       tarvex_l_box_gridftp_read_cb, &monitor_);
     if (result != TARVEX_SUCCESS) return result;
-    wait_for_completion();
+    wanted = hand_over(buffer, before, taker);
+    wait_for_completion(before);
     // A full last part is followed by a read of 0 bytes, which sees the end of the data.
-  } while (!monitor_.eof && monitor_.result == TARVEX_SUCCESS && (last || monitor_.length < size));
+  } while (wanted && !monitor_.eof && monitor_.result == TARVEX_SUCCESS && (last || monitor_.length < size));
+  if (wanted && monitor_.result == TARVEX_SUCCESS) (void)hand_over(buffer, monitor_.length, taker);
   return TARVEX_SUCCESS;
 }
 
-void read_monitor::wait_for_completion() {
-  const size_t before = monitor_.length;
+/// Passes on what has come, without the lock, so that a completion need not wait.
+bool read_monitor::hand_over(const unsigned char* buffer, size_t length, const piece_taker& taker) {
+  if (!taker) return true;
+  const size_t from = std::exchange(handed_over_, length);
+  tarvex_mutex_unlock(&monitor_.mutex);
+  const bool wanted = taker(buffer + from, length - from);
+  tarvex_mutex_lock(&monitor_.mutex);
+  return wanted;
+}
+
+void read_monitor::wait_for_completion(size_t before) {
   while (monitor_.length == before && !monitor_.eof && monitor_.result == TARVEX_SUCCESS) {
     tarvex_cond_wait(&monitor_.cond, &monitor_.mutex);
   }

@@ -4,6 +4,8 @@
 
 #include "tarvex_box_common.h"
 
+#include <functional>
+
 /// Where the uploader, on the operation thread, meets the read completions, on the I/O thread. The mutex guards the
 /// fields after it. States of a read: registered (the uploader waits), over (`length` grew, or `eof`, or `result`).
 struct tarvex_l_box_monitor_t {
@@ -21,6 +23,10 @@ void tarvex_l_box_gridftp_read_cb(tarvex_gfs_operation_t op, tarvex_result_t res
 
 namespace tarvex::box {
 
+/// Takes bytes of a part while the rest of it is received, on the thread that reads; must not throw. False: no more are
+/// wanted.
+using piece_taker = std::function<bool(const unsigned char* piece, size_t length)>;
+
 /// A monitor that is destroyed with its scope; no read may be registered then.
 class read_monitor {
  public:
@@ -30,16 +36,21 @@ class read_monitor {
   ~read_monitor();
 
   /// Fills `buffer` with the next part. Stops when `size` bytes are there; the last part goes on to the end of the
-  /// data, which must come then.
+  /// data, which must come then. Each byte goes to `taker` once (empty: nothing takes them); when that wants no more,
+  /// reading stops early, with success.
   /// \return the failure of a read, or of its registration.
-  [[nodiscard]] tarvex_result_t fill(tarvex_gfs_operation_t op, unsigned char* buffer, size_t size, bool last);
+  [[nodiscard]] tarvex_result_t fill(tarvex_gfs_operation_t op, unsigned char* buffer, size_t size, bool last,
+                                     const piece_taker& taker = {});
   size_t length() const { return monitor_.length; }
 
  private:
-  tarvex_result_t fill_locked(tarvex_gfs_operation_t op, unsigned char* buffer, size_t size, bool last);
-  void wait_for_completion();
+  tarvex_result_t fill_locked(tarvex_gfs_operation_t op, unsigned char* buffer, size_t size, bool last,
+                              const piece_taker& taker);
+  bool hand_over(const unsigned char* buffer, size_t length, const piece_taker& taker);
+  void wait_for_completion(size_t before);
 
   tarvex_l_box_monitor_t monitor_{};
+  size_t handed_over_ = 0;  ///< bytes of the current buffer that the taker has
 };
 
 }  // namespace tarvex::box

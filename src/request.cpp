@@ -49,15 +49,53 @@ pairs tarvex_l_box_headers(const request& call, const std::string& authorization
   return list;
 }
 
+/// What the functions below need to tell a call's own functions.
+struct observer {
+  const request& call;
+  tarvex_dsi_rest_response_arg_t& response;
+};
+
+tarvex_result_t tarvex_l_box_on_head(void* argument, int status, const tarvex_dsi_rest_key_array_t* headers) {
+  const auto& watch = *static_cast<const observer*>(argument);
+  const tarvex_result_t result = tarvex_dsi_rest_response(&watch.response, status, headers);
+  if (result != TARVEX_SUCCESS) return result;
+  return guarded([&] { return watch.call.on_head(status, *headers); });
+}
+
+tarvex_result_t tarvex_l_box_on_progress(void* argument, uint64_t sent, uint64_t received, uint64_t idle_ms) {
+  const request& call = static_cast<const observer*>(argument)->call;
+  void* const limit = reinterpret_cast<void*>(static_cast<intptr_t>(call.progress_timeout_ms));
+  const tarvex_result_t result = tarvex_dsi_rest_progress_idle_timeout(limit, sent, received, idle_ms);
+  return result != TARVEX_SUCCESS ? result : guarded([&] { return call.on_progress(); });
+}
+
+/// Puts the call's own functions in the places of the stock ones.
+void tarvex_l_box_observe(observer& watch, tarvex_dsi_rest_callbacks_t& callbacks) {
+  if (watch.call.on_head) {
+    callbacks.response_callback = tarvex_l_box_on_head;
+    callbacks.response_callback_arg = &watch;
+  }
+  if (watch.call.on_progress) {
+    callbacks.progress_callback = tarvex_l_box_on_progress;
+    callbacks.progress_callback_arg = &watch;
+  }
+}
+
+/// The session's token is left alone where the call has its own: another thread may be about to renew it.
+const char* tarvex_l_box_token(const tarvex_box_session_t& box, const request& call) {
+  if (call.access_token != nullptr) return call.access_token;
+  return box.access_token != nullptr ? box.access_token : "";
+}
+
 tarvex_result_t tarvex_l_box_send(const tarvex_box_session_t& box, const request& call,
                                   tarvex_dsi_rest_response_arg_t& response, json_t** document) {
-  const char* const token = box.access_token != nullptr ? box.access_token : "";
+  const char* const token = tarvex_l_box_token(box, call);
   const std::string authorization = (std::string("Bearer ") + token).substr(0, call.authorization_limit);
   pairs query = tarvex_l_box_query(call);
   pairs headers = tarvex_l_box_headers(call, authorization);
   const auto query_array = tarvex_l_box_key_array(query);
   const auto header_array = tarvex_l_box_key_array(headers);
-  const tarvex_dsi_rest_callbacks_t callbacks = {
+  tarvex_dsi_rest_callbacks_t callbacks = {
       .response_callback = tarvex_dsi_rest_response,
       .response_callback_arg = &response,
       .complete_callback = nullptr,
@@ -70,6 +108,8 @@ tarvex_result_t tarvex_l_box_send(const tarvex_box_session_t& box, const request
       // The argument is the number of milliseconds itself.
       .progress_callback_arg = reinterpret_cast<void*>(static_cast<intptr_t>(call.progress_timeout_ms)),
   };
+  observer watch = {.call = call, .response = response};
+  tarvex_l_box_observe(watch, callbacks);
   return tarvex_dsi_rest_request(call.method, call.url.c_str(), &query_array, &header_array, &callbacks);
 }
 
@@ -128,7 +168,7 @@ tarvex_result_t request_perform(tarvex_box_session_t* box, const request& call, 
     uncertain = uncertain || tarvex_l_box_leaves_open(out.status);
     out.uncertain = uncertain;
     if (judged.result == TARVEX_SUCCESS) return TARVEX_SUCCESS;
-    out = {.status = out.status, .uncertain = uncertain};
+    out = {.status = out.status, .retry_after = retry_after, .uncertain = uncertain};
     if (!judged.retryable || retries <= 0) return judged.result;
     --retries;
     tarvex_result_release(judged.result);

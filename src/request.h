@@ -19,12 +19,19 @@ inline constexpr char ITEM_FIELDS[] = "type,id,name,parent,size,content_modified
 inline constexpr char FILE_FIELDS[] = "type,id,name,parent,size,content_modified_at,sha1,metadata.global.properties";
 
 /// Statuses of Box's answers that calls look at by themselves.
+inline constexpr int STATUS_OK = 200;
 inline constexpr int STATUS_ACCEPTED = 202;
+inline constexpr int STATUS_PARTIAL_CONTENT = 206;
+inline constexpr int STATUS_UNAUTHORIZED = 401;
+inline constexpr int STATUS_FORBIDDEN = 403;
 inline constexpr int STATUS_NOT_FOUND = 404;
 inline constexpr int STATUS_REQUEST_TIMEOUT = 408;
 inline constexpr int STATUS_CONFLICT = 409;
 inline constexpr int STATUS_GONE = 410;
 inline constexpr int STATUS_PRECONDITION_FAILED = 412;
+inline constexpr int STATUS_RANGE_NOT_SATISFIABLE = 416;
+inline constexpr int STATUS_TOO_MANY_REQUESTS = 429;
+inline constexpr int STATUS_UNAVAILABLE = 503;
 
 /// "folders" or "files", as URLs have it.
 inline const char* item_collection(int type) {
@@ -75,7 +82,12 @@ struct request {
   bool delayed = true;                   ///< each attempt waits for Retry-After and pacing
   tarvex_box_retry_t* pacing = nullptr;  ///< null: the wait keeps no spacing
   judge_t judge = judge_status;
-  std::function<void()> before_attempt = {};         ///< runs first in each attempt
+  std::function<void()> before_attempt = {};  ///< runs first in each attempt
+  /// Gets status and headers of an answer before its body. A failure ends the attempt with it.
+  std::function<tarvex_result_t(int status, const tarvex_dsi_rest_key_array_t& headers)> on_head = {};
+  /// Called several times a second while an attempt is on its way. A failure ends the attempt with it.
+  std::function<tarvex_result_t()> on_progress = {};
+  const char* access_token = nullptr;                ///< null: the session's; given: any thread may make the call
   tarvex_gfs_operation_t renew_token_for = nullptr;  ///< the token is renewed in each attempt; null: it is not
   size_t authorization_limit = std::string::npos;    ///< the Authorization value is cut to so many characters
   int progress_timeout_ms = tarvex_i_box_progress_timeout_ms;
@@ -83,10 +95,11 @@ struct request {
 
 /// What came of a call. After a failure there is neither document nor location.
 struct answer {
-  json_ptr document = {};     ///< null: none
-  std::string location = {};  ///< value of the Location header; empty: none
-  int status = 0;             ///< of the last attempt's answer; 0: none arrived whole
-  bool uncertain = false;     ///< an attempt that got no answer of success may have been carried out all the same
+  json_ptr document = {};         ///< null: none
+  std::string location = {};      ///< value of the Location header; empty: none
+  int status = 0;                 ///< of the last attempt's answer; 0: none arrived whole
+  unsigned long retry_after = 0;  ///< seconds that the last attempt's answer asked to wait
+  bool uncertain = false;         ///< an attempt that got no answer of success may have been carried out all the same
 };
 
 /// Makes the call, again while attempts remain and a failure may be cured.

@@ -21,6 +21,12 @@ TARVEX_L_BOX_SETTING(cksm_restart, 0, 0, 1);
 TARVEX_L_BOX_SETTING(abort_sessions, 0, 0, 1);
 TARVEX_L_BOX_SETTING(abort_uploads, 0, 0, 1);
 TARVEX_L_BOX_SETTING(replace_as_version, 0, 0, 1);
+TARVEX_L_BOX_SETTING(part_concurrency, 1, 1, 8);
+TARVEX_L_BOX_SETTING(part_memory, 134217728, 1048576, INT_MAX);
+TARVEX_L_BOX_SETTING(part_paced, 0, 0, 1);
+TARVEX_L_BOX_SETTING(download_streams, 1, 1, 8);
+TARVEX_L_BOX_SETTING(download_stream_minimum, 268435456, 0, INT_MAX);
+TARVEX_L_BOX_SETTING(download_range, 16777216, 1048576, 268435456);
 TARVEX_L_BOX_SETTING(page_limit, 300, 1, 1000);  // Box gives no more than 1000
 TARVEX_L_BOX_SETTING(empty_marker_ends, 0, 0, 1);
 TARVEX_L_BOX_SETTING(web_links, 1, 0, 1);

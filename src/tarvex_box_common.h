@@ -41,6 +41,15 @@ TARVEX_API extern int tarvex_i_box_abort_sessions;
 TARVEX_API extern int tarvex_i_box_abort_uploads;
 /// How a store replaces a file: 0: the file is deleted first, 1: it gets a new version.
 TARVEX_API extern int tarvex_i_box_replace_as_version;
+/// Parts of an upload session that are on their way at once, a connection each.
+TARVEX_API extern int tarvex_i_box_part_concurrency;
+TARVEX_API extern int tarvex_i_box_part_memory;  ///< bytes that the parts of one upload take at once, at least one part
+/// What spaces parts when several are on their way at once: 0: a bucket of 240 a minute, 1: the pacing of uploads. All
+/// sessions of the Box user share both.
+TARVEX_API extern int tarvex_i_box_part_paced;
+TARVEX_API extern int tarvex_i_box_download_streams;  ///< ranges of a file that are fetched at once, a connection each
+TARVEX_API extern int tarvex_i_box_download_stream_minimum;  ///< below so many bytes there is one stream
+TARVEX_API extern int tarvex_i_box_download_range;           ///< bytes of a range
 TARVEX_API extern int tarvex_i_box_page_limit;  ///< items that Box is asked for with each page of a listing
 /// What an empty "next_marker" means: 0: there is one more page, 1: this was the last one.
 TARVEX_API extern int tarvex_i_box_empty_marker_ends;
@@ -63,6 +72,12 @@ TARVEX_BOX_RANGE(cksm_restart);
 TARVEX_BOX_RANGE(abort_sessions);
 TARVEX_BOX_RANGE(abort_uploads);
 TARVEX_BOX_RANGE(replace_as_version);
+TARVEX_BOX_RANGE(part_concurrency);
+TARVEX_BOX_RANGE(part_memory);
+TARVEX_BOX_RANGE(part_paced);
+TARVEX_BOX_RANGE(download_streams);
+TARVEX_BOX_RANGE(download_stream_minimum);
+TARVEX_BOX_RANGE(download_range);
 TARVEX_BOX_RANGE(page_limit);
 TARVEX_BOX_RANGE(empty_marker_ends);
 TARVEX_BOX_RANGE(web_links);
@@ -213,7 +228,8 @@ TARVEX_API tarvex_result_t tarvex_box_translate_response(const tarvex_dsi_rest_r
 
 enum { TARVEX_BOX_FOLDER = 1, TARVEX_BOX_FILE = 2, TARVEX_BOX_UNKNOWN = 3 };
 
-/// One Box folder or file.
+/// One Box folder or file. In the path cache `name`, `id` and `sha1` are part of the record's allocation: they are
+/// neither replaced nor released but with it.
 typedef struct tarvex_box_path_info_s {
   char* name;  ///< Box's name; in the path cache the full path, which is the key
   char* id;
@@ -352,6 +368,9 @@ typedef struct tarvex_box_upload_session_s {
   bool refused;         ///< Box refused the commit, and has not carried it out; kept when sessions are aborted
   bool replaces;        ///< the file gets a new version; kept, as is the next, when files are replaced so
   uint32_t next_etag;   ///< of that file when the session began
+  /// Parts that Box has behind one that failed, by their numbers in decimal, when several were on their way at once;
+  /// null: none.
+  json_t* parts_beyond;
 } tarvex_box_upload_session_t;
 
 /// Makes an empty upload-session table.

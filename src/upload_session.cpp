@@ -128,6 +128,7 @@ void tarvex_box_upload_session_free(tarvex_box_upload_session_t* info) {
   std::free(info->id);
   std::free(info->name);
   json_decref(info->part_array);
+  json_decref(info->parts_beyond);
   std::free(info);
 }
 

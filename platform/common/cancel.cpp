@@ -139,6 +139,10 @@ void tarvex_cancel_bind(tarvex_cancel_t cancel) {
   bound = cancel;
 }
 
+tarvex_cancel_t tarvex_cancel_bound(void) {
+  return bound;
+}
+
 bool tarvex_cancel_requested(void) {
   return bound != nullptr && bound->requested;
 }

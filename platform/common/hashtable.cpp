@@ -1,8 +1,10 @@
-// Chains of small nodes. A session may hold tens of thousands of entries, so a node is three pointers and nothing else;
-// the bucket array grows with the entries and is never shrunk.
+// Chains of small nodes. A session may hold tens of thousands of entries, so a node is three pointers and nothing else,
+// and nodes are allocated many at a time; neither they nor the bucket array, which grows with the entries, are given
+// back before the table is destroyed.
 
 #include "tarvex_common.h"
 
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdint>
@@ -21,6 +23,42 @@ struct node {
 
 using bucket_array = std::unique_ptr<node*[]>;
 
+/// Where a table's nodes come from.
+class node_pool {
+ public:
+  node_pool() = default;
+  node_pool(const node_pool&) = delete;
+  node_pool& operator=(const node_pool&) = delete;
+  ~node_pool() {
+    while (blocks_) blocks_ = std::move(blocks_->before);  // one after the other: their chain may be long
+  }
+  /// \return null when memory is out
+  node* get() {
+    if (free_ == nullptr && !refill()) return nullptr;
+    return std::exchange(free_, free_->next);
+  }
+  void put(node* unused) { unused->next = std::exchange(free_, unused); }
+
+ private:
+  static constexpr std::size_t BLOCK_NODES = 64;
+  struct block {
+    std::unique_ptr<block> before;
+    std::array<node, BLOCK_NODES> nodes;
+  };
+
+  bool refill() {
+    std::unique_ptr<block> fresh(new (std::nothrow) block);
+    if (!fresh) return false;
+    for (node& unused : fresh->nodes) put(&unused);
+    fresh->before = std::move(blocks_);
+    blocks_ = std::move(fresh);
+    return true;
+  }
+
+  std::unique_ptr<block> blocks_;
+  node* free_ = nullptr;
+};
+
 }  // namespace
 
 struct tarvex_hashtable_s {
@@ -29,6 +67,7 @@ struct tarvex_hashtable_s {
   size_t size;
   tarvex_hashtable_hash_func_t hash;
   tarvex_hashtable_keyeq_func_t keyeq;
+  node_pool nodes;
 };
 
 namespace {
@@ -81,7 +120,7 @@ int tarvex_hashtable_init(tarvex_hashtable_t* table_out, int buckets, tarvex_has
   if (table_out == nullptr) return EINVAL;
   *table_out = nullptr;
   if (buckets <= 0 || hash == nullptr || keyeq == nullptr) return EINVAL;
-  std::unique_ptr<table> self(new (std::nothrow) table{new_buckets(buckets), buckets, 0, hash, keyeq});
+  std::unique_ptr<table> self(new (std::nothrow) table{new_buckets(buckets), buckets, 0, hash, keyeq, {}});
   if (!self || !self->buckets) return ENOMEM;
   *table_out = self.release();
   return 0;
@@ -92,8 +131,10 @@ int tarvex_hashtable_insert(tarvex_hashtable_t* handle, void* key, void* datum) 
   table& self = **handle;
   node** link = link_of(self, key);
   if (*link != nullptr) return EEXIST;
-  *link = new (std::nothrow) node{key, datum, nullptr};
-  if (*link == nullptr) return ENOMEM;
+  node* const entry = self.nodes.get();
+  if (entry == nullptr) return ENOMEM;
+  *entry = {key, datum, nullptr};
+  *link = entry;
   if (++self.size > static_cast<size_t>(self.bucket_count)) grow(self);
   return 0;
 }
@@ -107,9 +148,10 @@ void* tarvex_hashtable_lookup(tarvex_hashtable_t* handle, void* key) {
 void* tarvex_hashtable_remove(tarvex_hashtable_t* handle, void* key) {
   if (!has_storage(handle)) return nullptr;
   node** link = link_of(**handle, key);
-  const std::unique_ptr<node> removed(*link);
-  if (!removed) return nullptr;
+  node* const removed = *link;
+  if (removed == nullptr) return nullptr;
   *link = removed->next;
+  (*handle)->nodes.put(removed);
   --(*handle)->size;
   return removed->datum;
 }
@@ -121,10 +163,10 @@ size_t tarvex_hashtable_size(const tarvex_hashtable_t* handle) {
 void tarvex_hashtable_destroy_all(tarvex_hashtable_t* handle, void (*release)(void* datum)) {
   if (!has_storage(handle)) return;
   const std::unique_ptr<table> self(std::exchange(*handle, nullptr));
+  if (release == nullptr) return;
   for (int i = 0; i < self->bucket_count; ++i) {
-    for (node* current = self->buckets[static_cast<size_t>(i)]; current != nullptr;) {
-      const std::unique_ptr<node> released(std::exchange(current, current->next));
-      if (release != nullptr) release(released->datum);
+    for (const node* current = self->buckets[static_cast<size_t>(i)]; current != nullptr; current = current->next) {
+      release(current->datum);
     }
   }
 }

@@ -1,9 +1,10 @@
 #include "body.h"
 #include "error.h"
+#include "json_reader.h"
 #include "request_headers.h"
 
-#include <jansson.h>
-
+#include <algorithm>
+#include <cstdlib>
 #include <memory>
 #include <utility>
 
@@ -11,10 +12,17 @@ namespace tarvex::rest {
 namespace {
 
 constexpr std::size_t JSON_LIMIT_BYTES = std::size_t{64} << 20;
+constexpr std::size_t RESERVE_MAX_BYTES = std::size_t{1} << 20;
 
 body_sink make_json_sink(json_t** document) {
   auto text = std::make_shared<std::string>();
   body_sink sink;
+  sink.start = [text](const response_head& head) {
+    // Announced sizes are not trusted, but spare the moving of what came before.
+    const char* const announced = head.find("Content-Length");
+    text->reserve(std::min(announced == nullptr ? 0 : std::strtoul(announced, nullptr, 10), RESERVE_MAX_BYTES));
+    return tarvex_result_t{TARVEX_SUCCESS};
+  };
   sink.push = [text](std::span<const char> piece, bool&) {
     if (piece.size() > JSON_LIMIT_BYTES - text->size()) {
       return fail(attempt::useless, "The server's answer is too long for a JSON document (more than 64 MiB).");
@@ -24,7 +32,7 @@ body_sink make_json_sink(json_t** document) {
   };
   sink.finish = [text, document](bool complete) {
     // What is no JSON, such as a gateway's HTML page, counts as no document.
-    if (complete && *document == nullptr) *document = json_loadb(text->data(), text->size(), 0, nullptr);
+    if (complete && *document == nullptr) *document = read_document(*text);
     return TARVEX_SUCCESS;
   };
   return sink;

@@ -41,12 +41,20 @@ std::int64_t total_of(const response_head& head) {
   return slash == std::string_view::npos ? -1 : number_of(range.substr(slash + 1));
 }
 
+/// The path of an absolute URL.
+std::string path_of(const std::string& url) {
+  const std::size_t host = url.find("://") + 3;
+  const std::size_t path = url.find_first_of("/?", host);
+  return path == std::string::npos ? "" : url.substr(path, url.find('?', path) - path);
+}
+
 }  // namespace
 
 exchange_report::exchange_report(const char* method, const target& where, const tarvex_dsi_rest_key_array_t* headers,
                                  tarvex_dsi_rest_read_t reader)
-    : observer_(find_observer()), host_(where.peer.substr(0, where.peer.rfind(':'))) {
+    : observer_(find_observer()), host_(where.peer.substr(0, where.peer.rfind(':'))), path_(path_of(where.url)) {
   about_.host = host_.c_str();
+  about_.path = path_.c_str();
   about_.method = method;
   about_.request_type = header_of(headers, "Content-Type");
   about_.digest = header_of(headers, "Digest");

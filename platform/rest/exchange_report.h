@@ -24,6 +24,7 @@ class exchange_report {
  private:
   const tarvex_exchange_observer_t* const observer_;  ///< null: nobody listens
   const std::string host_;
+  const std::string path_;
   tarvex_exchange_t about_{};
   const std::chrono::steady_clock::time_point began_ = std::chrono::steady_clock::now();
 };

@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "base/number.h"
+#include "broker/broker_user.h"
 #include "broker_process.h"
 #include "confine/fresh_process.h"
 #include "link/channel.h"

@@ -3,6 +3,8 @@
 #include "base/leak_check.h"
 #include "base/log.h"
 #include "broker/broker_service.h"
+#include "broker/broker_user.h"
+#include "broker/store_folder.h"
 #include "config/broker_check.h"
 #include "config/secret_file.h"
 #include "confine/file_access.h"
@@ -38,7 +40,9 @@ void broker_set_signals() {
 bool broker_serve(const configuration& config, descriptor control) {
   const int notes = control.get();
   const std::string user = broker_user(config);
-  std::string error = user == "root" ? std::string() : privileges_give_up(user);
+  // While this is root yet: the folder around the store need not be the broker's.
+  std::string error = config.broker_directory.empty() ? "" : store_folder_open(config.broker_directory, user);
+  if (error.empty() && user != "root") error = privileges_give_up(user);
   hide_memory();  // again: the change of user undoes it
   broker_service service(config, std::move(control));
   if (error.empty()) error = service.open();
@@ -58,11 +62,6 @@ std::string place_in_reach(const configuration& config) {
 }
 
 }  // namespace
-
-std::string broker_user(const configuration& config) {
-  const bool own = !config.broker_directory.empty() && user_exists(config.broker_user);
-  return own ? config.broker_user : config.user;
-}
 
 std::string broker_apart(const configuration& config, std::string& warning) {
   if (config.broker_directory.empty()) return {};

@@ -7,10 +7,6 @@
 
 namespace tarvex::server {
 
-/// Whom the broker's process becomes when it is started as root: its own user where there is one, else that of the
-/// sessions, whose sandbox keeps them from its files then.
-[[nodiscard]] std::string broker_user(const configuration& config);
-
 /// Why the broker cannot be kept apart from the sessions as the configuration wants it; empty: it can.
 /// \param warning  set when it is not kept apart, and need not be
 [[nodiscard]] std::string broker_apart(const configuration& config, std::string& warning);

@@ -2,6 +2,7 @@
 
 #include "broker_process.h"
 #include "config/accounts.h"
+#include "config/box_check.h"
 #include "confine/privileges.h"
 #include "storage/plugin.h"
 
@@ -9,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <iterator>
 #include <utility>
@@ -43,6 +45,8 @@ configuration_findings configuration_find_mistakes(const std::string& file) {
   std::string warning;
   add("security.user", privileges_mistake(config.user));
   add("broker.user", broker_apart(config, warning));
+  for (std::string& text : std::array{std::move(warning), box_pacing_warning(config)})
+    if (!text.empty()) found.warnings.push_back(std::move(text));
   return found;
 }
 

@@ -12,6 +12,7 @@ namespace tarvex::server {
 struct configuration_findings {
   std::vector<configuration_mistake> mistakes;          ///< with one of them nothing of it is to be used
   std::vector<configuration_mistake> account_mistakes;  ///< each closes one account
+  std::vector<std::string> warnings;                    ///< of what may be meant so
 };
 
 /// Reads the configuration and all that it names.

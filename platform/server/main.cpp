@@ -1,7 +1,6 @@
 // The program tarvex-gridftp-server.
 #include "account/account_command.h"
 #include "base/log.h"
-#include "config/box_check.h"
 #include "config/configuration.h"
 #include "configuration_check.h"
 #include "listener.h"
@@ -46,10 +45,7 @@ int check(const std::string& file) {
   print_mistakes(found.mistakes);
   print_mistakes(found.account_mistakes);
   if (!found.mistakes.empty() || !found.account_mistakes.empty()) return EXIT_MISTAKES;
-  server::configuration config;
-  (void)server::configuration_load(file, config);
-  const std::string warning = server::box_pacing_warning(config);
-  if (!warning.empty()) server::log_warning("{}", warning);
+  for (const std::string& warning : found.warnings) server::log_warning("{}", warning);
   std::puts("configuration ok");
   return 0;
 }

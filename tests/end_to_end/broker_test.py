@@ -5,6 +5,7 @@ import io
 import os
 import pathlib
 import resource
+import shutil
 import signal
 import subprocess
 import threading
@@ -279,6 +280,19 @@ def test_the_broker_has_a_user_of_its_own_and_so_has_the_next(tmp_path, sign_in,
     assert uid(server.sessions()[0]) == [nobody] * 4 and owner(server.broker()) == 0, "nobody may look into it"
     assert server.record("alice")["generation"] == 2
     client.quit()
+
+
+@pytest.mark.skipif(os.geteuid() != 0, reason="only root becomes others")
+def test_a_store_that_is_missing_is_made_for_the_broker_s_user(tmp_path, serve):
+    """Where the user itself could not make it, since the folder around belongs to root."""
+    let_others_in(tmp_path)
+    server = serve(broker_lines='user = "daemon"', tables='[security]\nuser = "nobody"',
+                   prepare=lambda: (shutil.rmtree(tmp_path / "broker"),
+                                    subprocess.run(["chown", "daemon", tmp_path / "secret", tmp_path / "accounts.toml"],
+                                                   check=True)))
+    assert (tmp_path / "broker").owner() == "daemon" and (tmp_path / "broker").stat().st_mode & 0o777 == 0o700
+    with pytest.raises(ftplib.error_perm, match="^530"):
+        server.ftp()
 
 
 def memory_of(pid):

@@ -44,6 +44,10 @@ TEST_F(NamespaceTest, ParsesItems) {
        1577959445, nullptr, false},
       {R"({"type":"file","content_modified_at":"2020-01-02T03:04:05+05:30","metadata":{}})", "", 2, "0", 1577914445,
        nullptr, true},
+      {R"({"type":"file","content_modified_at":"2020-02-30T23:59:60-00:30","parent":{"id":7}})", "", 2, "0", 1583105400,
+       nullptr, false},
+      {R"({"type":"file","content_modified_at":"2020- 1-02T03:04:05+0530"})", "Error with 'content_modified_at' field!",
+       2, "0", 1577916245, nullptr, false},
       {R"({"type":"file","content_modified_at":"2020-01-02T03:04:05Z","parent":{"id":"7"}})",
        "Error with 'content_modified_at' field!", 2, "7", 1577934245, nullptr, false},
       {R"({"type":"file","metadata":{"global":{"properties":{"tarvex-md5":"abc"}}},"size":"5","sha1":5})", "", 2, "0",
@@ -108,6 +112,34 @@ TEST_F(NamespaceTest, NeverReplacesTheRoot) {
   box_script.expect({code(403)});
   EXPECT_EQ(command(TARVEX_GFS_CMD_RMD, "/"), "PERMISSION_DENIED");
   EXPECT_STREQ(resolve("/f").entry, "2");
+}
+
+TEST_F(NamespaceTest, RecordsOfTheCacheHaveTextsOfTheirOwn) {
+  login();
+  char name[] = "f", id[] = "5", parent[] = "7", md5[] = "m", sha1[] = "s";
+  tarvex_box_path_info_t info{};
+  info.name = name;
+  info.id = id;
+  info.parent_id = parent;
+  info.md5 = md5;
+  info.sha1 = sha1;
+  info.next_etag = 3;
+  ASSERT_EQ(tarvex_box_path_cache_update(&session->cache, &info, "/a/b"), TARVEX_SUCCESS);
+  for (char* const text : {name, id, parent, md5, sha1}) *text = '!';
+  tarvex_box_path_info_t* const record = cached("/a/b/f");
+  ASSERT_NE(record, nullptr);
+  free(record->md5);  // a new MD5 takes the place of the old one
+  record->md5 = strdup("new");
+  tarvex_box_path_info_t* const copy = tarvex_box_path_info_copy(record);
+  EXPECT_EQ(tarvex_box_path_cache_remove(&session->cache, "/a/b/f"), TARVEX_SUCCESS);
+  EXPECT_THAT((std::vector<std::string>{copy->name, copy->id, copy->parent_id, copy->md5, copy->sha1}),
+              ElementsAre("/a/b/f", "5", "7", "new", "s"));
+  EXPECT_EQ(copy->next_etag, 3U);
+  for (char** const text : {&copy->name, &copy->id, &copy->parent_id, &copy->md5, &copy->sha1}) {
+    free(*text);  // each is an allocation
+    *text = nullptr;
+  }
+  tarvex_box_path_info_free(copy);
 }
 
 TEST_F(NamespaceTest, ListsPageByPage) {

@@ -82,6 +82,13 @@ void give_body(const Answer& answer, const tarvex_dsi_rest_callbacks_t& callback
   }
 }
 
+Answer answer_to(const Sent& sent) {
+  if (box_script.responder) return box_script.responder(sent);
+  const Answer answer = box_script.answers.front();
+  box_script.answers.pop_front();
+  return answer;
+}
+
 }  // namespace
 
 extern "C" {
@@ -89,7 +96,7 @@ extern "C" {
 tarvex_result_t tarvex_dsi_rest_request(const char* method, const char* uri, const tarvex_dsi_rest_key_array_t* query,
                                         const tarvex_dsi_rest_key_array_t* headers,
                                         const tarvex_dsi_rest_callbacks_t* callbacks) {
-  Sent& sent = box_script.sent.emplace_back();
+  Sent sent;
   sent.line = line_of(method, uri, query);
   for (size_t i = 0; i < headers->count; ++i) {
     sent.headers.push_back(std::string(headers->key_value[i].key) + ": " + headers->key_value[i].value);
@@ -97,15 +104,18 @@ tarvex_result_t tarvex_dsi_rest_request(const char* method, const char* uri, con
   sent.body = body_of(callbacks->data_write_callback, callbacks->data_write_callback_arg);
   EXPECT_EQ(callbacks->progress_callback, tarvex_dsi_rest_progress_idle_timeout);
   sent.timeout_ms = static_cast<long>(reinterpret_cast<intptr_t>(callbacks->progress_callback_arg));
-  if (box_script.answers.empty()) {
+  if (!box_script.responder && box_script.answers.empty()) {
     ADD_FAILURE() << "no answer is left for " << sent.line;
     return TARVEX_FAILURE;
   }
-  const Answer answer = box_script.answers.front();
-  box_script.answers.pop_front();
+  const Answer answer = answer_to(sent);
   if (answer.transport == Answer::arrives || !answer.body.empty()) {
     give_headers(answer, *callbacks);
     give_body(answer, *callbacks, sent);
+  }
+  {
+    const std::lock_guard lock(ScriptedBox::mutex());
+    box_script.sent.push_back(sent);
   }
   if (answer.transport == Answer::arrives) return TARVEX_SUCCESS;
   const int number = answer.transport == Answer::may_be_retried ? RETRYABLE_NUMBER : FINAL_NUMBER;
@@ -127,6 +137,7 @@ void tarvex_time_now(timeval* now) {
 int tarvex_sleep(const timespec* duration) {
   if (duration->tv_nsec < 0 || duration->tv_nsec > 999999999) return EINVAL;
   if (box_script.real_time) return nanosleep(duration, nullptr);
+  const std::lock_guard lock(ScriptedBox::mutex());
   box_script.waits.push_back(std::to_string(duration->tv_sec) + "." + std::to_string(duration->tv_nsec));
   return 0;
 }
@@ -168,6 +179,11 @@ TARVEX_API int getpwuid_r(uid_t uid, passwd* entry, char* buffer, size_t length,
 }
 
 }  // extern "C"
+
+std::mutex& ScriptedBox::mutex() {
+  static std::mutex one;
+  return one;
+}
 
 std::vector<std::string> ScriptedBox::take_lines() {
   std::vector<std::string> lines;

@@ -6,6 +6,8 @@
 #include <sys/time.h>
 
 #include <deque>
+#include <functional>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -37,6 +39,7 @@ struct Sent {
 
 struct ScriptedBox {
   std::deque<Answer> answers;
+  std::function<Answer(const Sent&)> responder = {};  ///< answers instead, on the thread of each request
   std::vector<Sent> sent;
   std::vector<std::string> waits;  ///< "SECONDS.NANOSECONDS"
   timeval now{.tv_sec = 1600000000, .tv_usec = 0};
@@ -44,6 +47,9 @@ struct ScriptedBox {
   std::string user_home;             ///< home directory of the password entry
   std::deque<int> lock_errors = {};  ///< errno of the next calls to fcntl; 0: the call is made
   int failing_fstats = 0;            ///< so many calls to fstat fail, once the errors of locks are over
+
+  /// Guards `sent` and `waits` while requests go side by side.
+  static std::mutex& mutex();
 
   void expect(std::initializer_list<Answer> more) { answers.insert(answers.end(), more); }
   /// The lines of all requests, and forgets them.

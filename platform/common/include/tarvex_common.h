@@ -247,6 +247,8 @@ TARVEX_API void tarvex_cancel_request(tarvex_cancel_t cancel);
 TARVEX_API void tarvex_cancel_reset(tarvex_cancel_t cancel);
 /// Binds the source to the calling thread; null unbinds.
 TARVEX_API void tarvex_cancel_bind(tarvex_cancel_t cancel);
+/// The source that is bound to the calling thread, for threads that work for it; borrowed; null: none.
+TARVEX_API tarvex_cancel_t tarvex_cancel_bound(void);
 /// Whether the calling thread's source was cancelled; false when none is bound.
 TARVEX_API bool tarvex_cancel_requested(void);
 /// A descriptor that is readable once the calling thread's source was cancelled, for poll; never read or closed by

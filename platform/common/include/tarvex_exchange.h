@@ -19,6 +19,7 @@ extern "C" {
 /// One exchange. Texts are borrowed for the call; null: not there.
 typedef struct tarvex_exchange_s {
   const char* host;          ///< of the URL, without port
+  const char* path;          ///< of the URL, without query
   const char* method;        ///< "GET"
   const char* request_type;  ///< Content-Type of the request
   const char* digest;        ///< Digest of the request, as it was sent ("sha=" and base64)

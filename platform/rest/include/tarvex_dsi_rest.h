@@ -184,7 +184,8 @@ TARVEX_API void tarvex_dsi_rest_operation_over(tarvex_gfs_operation_t op);
 
 /// A JSON document from the answer: the argument is a `json_t**` that holds null before the call. It gets a new
 /// reference, the caller's, or stays null when the body is empty or no JSON (an HTML error page). Bodies above
-/// 64 MiB end the request with an error.
+/// 64 MiB end the request with an error. Values that are equal may be one value with several references: a caller that
+/// wants to modify some of the document copies it first (json_deep_copy).
 TARVEX_API tarvex_result_t tarvex_dsi_rest_read_json(void* argument, void* buffer, size_t length);
 
 #ifdef __cplusplus

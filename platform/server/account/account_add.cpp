@@ -5,6 +5,7 @@
 #include "account/sign_in.h"
 #include "account/terminal.h"
 #include "base/regular_file.h"
+#include "base/wall_clock.h"
 #include "broker/renewals.h"
 #include "config/account_keys.h"
 #include "oauth/box_user.h"
@@ -150,7 +151,7 @@ void account_sign_in::keep_record() {
     fresh_.generation = now.record->generation + 1;
     fresh_.previous = std::move(now.record->current);
   }
-  fresh_.renewed_at = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+  fresh_.renewed_at = wall_clock();
   fresh_.box_user = user_.id;
   fresh_.box_login = user_.login;
   fresh_.max_upload = user_.max_upload;

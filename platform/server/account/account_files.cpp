@@ -2,7 +2,6 @@
 
 #include "account/account_failure.h"
 #include "broker/renewals.h"
-#include "confine/privileges.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -34,8 +33,6 @@ configuration usable_configuration(const std::string& file) {
   configuration config;
   const auto mistakes = configuration_load(file, config);
   if (!mistakes.empty()) throw account_failure(account_exit::wrong_use, lines_of(mistakes));
-  // Where the broker has no user of its own it runs as the server's, whose the store's folder is to be.
-  if (!user_exists(config.broker_user)) config.broker_user = config.user;
   return config;
 }
 

@@ -2,6 +2,7 @@
 
 #include "account/account_failure.h"
 #include "account/terminal.h"
+#include "base/wall_clock.h"
 
 #include <fmt/core.h>
 
@@ -13,7 +14,7 @@ using reading = token_store::reading;
 
 /// Why Box could not be told that a record's tokens are to end; empty: it has been, or there are none that live.
 std::string revoke(const account_files& files, const token_record& record) {
-  const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+  const auto now = wall_clock();
   const bool renewable = !record.current.refresh.text().empty() && !record.sign_in_needed;
   if (!renewable && record.current.expires_at <= now) return {};
   const secret& token = renewable ? record.current.refresh : record.current.access;

@@ -1,6 +1,7 @@
 #include "account/account_status.h"
 
 #include "account/credential_file.h"
+#include "base/wall_clock.h"
 #include "config/accounts_state.h"
 
 #include <utility>
@@ -19,7 +20,7 @@ constexpr const char* UNREADABLE = "the broker's record cannot be read; account 
 
 /// What the accounts file says is stronger than what the store says.
 std::string state_of(const account& who, const char* otherwise) {
-  const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+  const auto now = wall_clock();
   const auto closed = account_closed(who, now);
   return closed ? std::string(account_closure_text(*closed)) : otherwise;
 }

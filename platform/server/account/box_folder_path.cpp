@@ -1,7 +1,7 @@
 #include "account/box_folder_path.h"
 
 #include "base/text.h"
-#include "link/frame.h"
+#include "oauth/box_document.h"
 
 #include <fmt/core.h>
 
@@ -18,14 +18,10 @@ constexpr const char* ROOT_ID = "0";
 enum class search_end { found, next_page, none, failed };
 
 /// Looks at a page of a folder's items. \param id  of the folder; filled with that of the item when it is there
-search_end look_at_page(const https_answer& answer, const std::string& name, std::string& id, std::string& error) {
-  if (answer.status != 200) {
-    error = answer.status == 0 ? "no answer from Box: " + answer.error
-                               : "Box answered with status " + std::to_string(answer.status);
-    return search_end::failed;
-  }
-  const json_document page(json_loadb(answer.body.text().data(), answer.body.text().size(), 0, nullptr));
-  const json_t* const entries = json_object_get(page.get(), "entries");
+search_end look_at_page(const box_document& page, const std::string& name, std::string& id, std::string& error) {
+  error = page.error;
+  if (!error.empty()) return search_end::failed;
+  const json_t* const entries = json_object_get(page.body.get(), "entries");
   std::size_t index = 0;
   const json_t* entry = nullptr;
   json_array_foreach(entries, index, entry) {
@@ -45,7 +41,7 @@ std::string enter(const https_setup& https, const std::string& api_base, const s
   for (json_int_t offset = 0;; offset += ITEMS_PER_PAGE) {
     const std::string url = fmt::format("{}/2.0/folders/{}/items?limit={}&offset={}&fields=type,id,name", api_base,
                                         query_encode(folder), ITEMS_PER_PAGE, offset);
-    switch (look_at_page(https_ask(https, {.url = url, .bearer = token}), name, id, error)) {
+    switch (look_at_page(box_document_get(https, url, token), name, id, error)) {
       case search_end::found:
         return {};
       case search_end::next_page:

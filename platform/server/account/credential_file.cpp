@@ -1,7 +1,7 @@
 #include "account/credential_file.h"
 
+#include "base/json.h"
 #include "base/regular_file.h"
-#include "link/frame.h"
 
 #include <ctime>
 #include <utility>
@@ -29,7 +29,7 @@ credential_content credential_file_read(const account& of) {
   std::string content;
   if (const auto failure = regular_file_read(of.credential, file_trust::owner_only, CREDENTIAL_FILE_MIB, content))
     return {.error = "the credential file " + failure->text};
-  const json_document document(json_loadb(content.data(), content.size(), JSON_REJECT_DUPLICATES, nullptr));
+  const json_document document = json_object_parse(content);
   wipe(content);
   credential_content out;
   out.access_token = secret(json_text_of(document.get(), "access_token").value_or(""));

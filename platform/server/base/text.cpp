@@ -6,16 +6,22 @@
 
 namespace tarvex::server {
 
+namespace {
+
+constexpr char TWO_BYTE_LEAD = '\xc2';  // of U+0080 to U+00BF
+
+}  // namespace
+
 bool is_control(char byte) {
   const auto value = static_cast<unsigned char>(byte);
   return value < 0x20 || value == 0x7f;
 }
 
 std::size_t control_length(std::string_view text) {
-  constexpr char LEAD = '\xc2';  // of U+0080 to U+00BF
   if (text.empty()) return 0;
   if (is_control(text[0])) return 1;
-  const bool in_two_bytes = text[0] == LEAD && text.size() > 1 && (static_cast<unsigned char>(text[1]) & 0xe0U) == 0x80;
+  const bool in_two_bytes =
+      text[0] == TWO_BYTE_LEAD && text.size() > 1 && (static_cast<unsigned char>(text[1]) & 0xe0U) == 0x80;
   return in_two_bytes ? 2 : 0;
 }
 
@@ -24,7 +30,12 @@ bool is_alphanumeric(char byte) {
 }
 
 void append_printable(std::string& out, std::string_view text) {
+  const auto starts_no_control = [](char byte) { return !is_control(byte) && byte != TWO_BYTE_LEAD; };
   while (!text.empty()) {
+    const auto plain = std::find_if_not(text.begin(), text.end(), starts_no_control) - text.begin();
+    out.append(text.substr(0, static_cast<std::size_t>(plain)));
+    text.remove_prefix(static_cast<std::size_t>(plain));
+    if (text.empty()) return;
     const std::size_t control = control_length(text);
     out.push_back(control > 0 ? '?' : text.front());
     text.remove_prefix(std::max<std::size_t>(control, 1));

@@ -1,6 +1,7 @@
 #include "broker/broker_service.h"
 
 #include "base/log.h"
+#include "base/wall_clock.h"
 #include "broker/credential_document.h"
 #include "broker/login_judge.h"
 #include "config/accounts_state.h"
@@ -28,6 +29,8 @@ using std::chrono::milliseconds;
 using kind = broker_says::kind;
 
 constexpr unsigned REFUSALS_MAX = 5;  ///< of one connection; sessions give up at as many
+/// Tokens that one connection may say Box does not take: Box ends them at times, but not one after the other.
+constexpr unsigned REFUSED_TOKENS_MAX = 20;
 constexpr milliseconds ACCOUNTS_INTERVAL{1000};
 constexpr milliseconds RECORDS_INTERVAL_MAX{3'600'000};
 constexpr unsigned MESSAGES_PER_ROUND = 16;
@@ -72,8 +75,7 @@ std::string broker_service::open() {
   if (access(config_.accounts_file.c_str(), R_OK) != 0 && errno != ENOENT)
     return config_.accounts_file + " cannot be used by the user that the broker runs as: " + std::strerror(errno);
   (void)cache_.refresh();
-  accounts_ = std::make_shared<account_map>(cache_.accounts());
-  accounts_warn_exposed(config_.accounts_file, *accounts_);
+  accounts_warn_exposed(config_.accounts_file, *cache_.accounts());
   file_warn_exposed("client secret", config_.box_client_secret_file);
   if (config_.broker_encryption != store_encryption::none)
     file_warn_exposed("key of the broker's store", config_.broker_key_file);
@@ -173,8 +175,7 @@ void broker_service::take(const line_ptr& line, session_says said) {
     case renew_creds:
       return give_credential(line, said);
     case used:
-      if (const account* const of = cache_.find(line->account); of != nullptr && of->credential.empty())
-        renewals_.note_used(line->account, said.generation);
+      if (said.generation == std::exchange(line->unused, 0)) renewals_.note_used(line->account, said.generation);
       return;
     case leave:
       line->logged_in = false;
@@ -201,9 +202,9 @@ void broker_service::tell_listener(const session_line& line) {
 void broker_service::begin_login(const line_ptr& line, session_says said) {
   if (line->busy || line->refusals >= REFUSALS_MAX) return drop(line);
   line->busy = true;
-  if (cache_.refresh()) accounts_ = std::make_shared<account_map>(cache_.accounts());
+  (void)cache_.refresh();
   auto shared = std::make_shared<session_says>(std::move(said));
-  asio::post(hashing_, [this, line, shared, accounts = accounts_] {
+  asio::post(hashing_, [this, line, shared, accounts = cache_.accounts()] {
     const account* const found = shared->certificates.empty()
                                      ? accounts_authenticate(*accounts, shared->name, shared->password.text())
                                      : accounts_with_certificate(*accounts, shared->name, shared->certificates);
@@ -240,6 +241,8 @@ void broker_service::give_credential(const line_ptr& line, const session_says& s
   const account* const of = cache_.find(line->account);
   if (of == nullptr) return say(line, credential_failure(said.id, 421, "The account was removed."));
   if (!of->credential.empty()) return give_file(line, said.id, *of, said.generation);
+  if (said.generation != 0 && ++line->refused_tokens > REFUSED_TOKENS_MAX)
+    return say(line, credential_failure(said.id, 530, "Box refuses the tokens of this account."));
   const bool alone = sessions_of(line->account) == 1;
   renewals_.want(line->account, said.generation, alone,
                  [this, line, id = said.id, of = *of](const auto& answer) { give_record(line, id, of, answer); });
@@ -249,10 +252,10 @@ void broker_service::give_record(const line_ptr& line, std::uint64_t id, const a
                                  const renewal_answer& answer) {
   using verdict = renewal_answer::verdict;
   if (answer.how == verdict::good) {
+    line->unused = answer.record->previous ? answer.record->generation : 0;
     credential_answer credential = credential_of_record(of, *answer.record);
     return say(line, {.what = kind::credential,
                       .id = id,
-                      .box_user = answer.record->box_user,
                       .credential = std::move(credential.document),
                       .generation = answer.record->generation});
   }
@@ -277,8 +280,8 @@ void broker_service::give_file(const line_ptr& line, std::uint64_t id, const acc
 
 /// Sessions of accounts that nobody is served by any more are told to end.
 void broker_service::look_at_accounts() {
-  if (cache_.refresh()) accounts_ = std::make_shared<account_map>(cache_.accounts());
-  const auto now = login_clock();
+  (void)cache_.refresh();
+  const auto now = wall_clock();
   for (const auto& [id, line] : std::map(lines_)) {
     if (!line->logged_in) continue;
     const account* const of = cache_.find(line->account);

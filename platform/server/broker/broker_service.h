@@ -40,7 +40,6 @@ class broker_service {
 
  private:
   using line_ptr = std::shared_ptr<session_line>;
-  using accounts_ptr = std::shared_ptr<const account_map>;
   using account_ptr = std::shared_ptr<const account>;
 
   void watch_control();
@@ -69,7 +68,6 @@ class broker_service {
   boost::asio::posix::stream_descriptor control_;
   descriptor cancelled_;  ///< readable once the broker is to end
   accounts_cache cache_;
-  accounts_ptr accounts_;
   renewals renewals_;
   boost::asio::thread_pool hashing_;
   boost::asio::steady_timer accounts_timer_, records_timer_;

@@ -1,9 +1,8 @@
 #include "broker/credential_document.h"
 
+#include "base/json.h"
 #include "base/log.h"
 #include "base/regular_file.h"
-#include "link/frame.h"
-#include "tarvex_common.hpp"
 
 #include <fmt/chrono.h>
 
@@ -35,16 +34,10 @@ void limit_upload(json_t* document, std::uint64_t most) {
   json_set_integer(document, "max_upload", static_cast<json_int_t>(most));
 }
 
-std::string text_of(const json_t* document) {
-  const c_string text(json_dumps(document, JSON_COMPACT));
-  if (!text) throw std::bad_alloc();
-  return text.get();
-}
-
 }  // namespace
 
 credential_answer credential_of_record(const account& of, const token_record& record) {
-  const json_document document(json_object());
+  const json_document document = json_made(json_object());
   json_set_text(document.get(), "access_token", record.current.access.text());
   json_set_text(document.get(), "token_expiry",
                 fmt::format("{:%Y-%m-%dT%H:%M:%S}.000000+00:00",
@@ -52,7 +45,7 @@ credential_answer credential_of_record(const account& of, const token_record& re
   json_set_text(document.get(), "sub", record.box_user);
   json_set_integer(document.get(), "max_upload", static_cast<json_int_t>(record.max_upload));
   limit_upload(document.get(), of.max_upload);
-  return {.document = text_of(document.get()), .access_token = record.current.access.text()};
+  return {.document = json_text(document.get()), .access_token = record.current.access.text()};
 }
 
 credential_answer credential_of_file(const account& of) {
@@ -60,16 +53,17 @@ credential_answer credential_of_file(const account& of) {
   const auto failure = regular_file_read(of.credential, file_trust::owner_only, CREDENTIAL_MIB_MAX, content);
   if (failure && failure->error == ENOENT) return {};
   if (failure) return unusable(of, is_want_of_resources(failure->error) ? 421 : 530, failure->text);
-  const json_document document(json_loadb(content.data(), content.size(), JSON_REJECT_DUPLICATES, nullptr));
+  const json_document document = json_object_parse(content);
   wipe(content);
-  if (!json_is_object(document.get())) return unusable(of, 530, "holds no JSON object");
+  if (!document) return unusable(of, 530, "holds no JSON object");
   // Nothing else that somebody keeps there reaches a session.
-  json_document taken(json_object());
+  const json_document taken = json_made(json_object());
   for (const char* const key : TAKEN)
     if (json_t* const value = json_object_get(document.get(), key); value != nullptr)
       if (json_object_set(taken.get(), key, value) != 0) throw std::bad_alloc();
   limit_upload(taken.get(), of.max_upload);
-  return {.document = text_of(taken.get()), .access_token = json_text_of(document.get(), "access_token").value_or("")};
+  return {.document = json_text(taken.get()),
+          .access_token = json_text_of(document.get(), "access_token").value_or("")};
 }
 
 }  // namespace tarvex::server

@@ -1,5 +1,7 @@
 #include "broker/login_judge.h"
 
+#include "base/wall_clock.h"
+
 namespace tarvex::server {
 
 namespace {
@@ -24,15 +26,11 @@ const char* login_closure_text(account_closure why) {
   return "This account is not configured correctly; the server's log says why.";
 }
 
-std::chrono::sys_seconds login_clock() {
-  return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
-}
-
 broker_says login_judge(const session_line& line, const account* who, bool known, std::size_t others) {
   if (who == nullptr && !known)
     return login_failure(login_result::unavailable, 421, "The accounts are not available; try again later.");
   if (who == nullptr) return login_failure(login_result::refused, 530, "Login incorrect.");
-  if (const auto why = account_closed(*who, login_clock()))
+  if (const auto why = account_closed(*who, wall_clock()))
     return login_failure(login_result::closed, 530, login_closure_text(*why));
   if (!account_admits(*who, line.address))
     return login_failure(login_result::closed, 530, "This account is not served at your address.");

@@ -5,16 +5,12 @@
 #include "config/accounts_state.h"
 #include "link/messages.h"
 
-#include <chrono>
 #include <cstddef>
 
 namespace tarvex::server {
 
 /// What a client is told of an account that serves nobody.
 [[nodiscard]] const char* login_closure_text(account_closure why);
-
-/// Now, as the last day of an account counts.
-[[nodiscard]] std::chrono::sys_seconds login_clock();
 
 /// Whether a session may serve an account.
 /// \param who     whose name and password were right; null: nobody's

@@ -1,5 +1,7 @@
 #include "broker/renewal.h"
 
+#include "base/wall_clock.h"
+
 #include <poll.h>
 
 #include <algorithm>
@@ -13,10 +15,6 @@ using verdict = renewal_answer::verdict;
 using std::chrono::milliseconds;
 
 constexpr milliseconds LOCK_LIMIT{120'000};
-
-std::chrono::sys_seconds wall_clock() {
-  return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
-}
 
 /// One renewal on its way, the account's lock held.
 class renewal {
@@ -94,7 +92,7 @@ renewal_answer renewal::take(token_answer got, token_store::place into) {
   if (store_error error = setup_.store.write(name_, fresh, std::move(into)); !error.empty())
     return failed(verdict::unavailable, "the broker's store cannot be written: " + error);
   step("written");
-  return {verdict::good, std::move(fresh), {}};
+  return {.how = verdict::good, .record = std::move(fresh), .renewed = true};
 }
 
 /// What Box refuses for good is final, unless somebody has put another pair there meanwhile.

@@ -11,6 +11,9 @@
 
 namespace tarvex::server {
 
+/// The storage renews a token that has less to live than this, and uses one that has more.
+constexpr std::chrono::seconds LEAST_TOKEN_LIFE{100};
+
 /// What tokens are renewed with.
 struct renewal_setup {
   const token_store& store;
@@ -34,6 +37,7 @@ struct renewal_answer {
   verdict how = verdict::unavailable;
   std::optional<token_record> record = {};
   std::string reason = {};  ///< one line, without any secret
+  bool renewed = false;     ///< good: Box was asked
 };
 
 /// The account's token, renewed where it has less than `least` to live, or where its generation is the one that Box is

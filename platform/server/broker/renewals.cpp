@@ -18,32 +18,30 @@ namespace {
 using std::chrono::seconds;
 using verdict = renewal_answer::verdict;
 
-/// The storage renews a token that has less to live than this, and uses one that has more.
-constexpr seconds LEAST_LIFE{100};
 /// Between its look at the token and its request the storage waits for its turn at Box. The first use of a new token
 /// ends the old one, and with it the requests of others that have looked and wait: they get this time to go out.
 constexpr seconds TURN{4};
-/// A login with a token that is about to reach LEAST_LIFE would fail. Where nobody minds it is renewed before.
+/// A login with a token that is about to reach LEAST_TOKEN_LIFE would fail. Where nobody minds it is renewed before.
 constexpr seconds BRINK{5};
 constexpr std::size_t THREADS = 8;
 
 /// Waits until nobody uses the token any more that is to be replaced, where it is one that others may use. \return the
 /// least life of a token that need not be replaced.
 seconds wait_for_others(const token_store& store, const std::string& name, bool alone, int cancel_fd) {
-  if (alone) return LEAST_LIFE + BRINK;
+  if (alone) return LEAST_TOKEN_LIFE + BRINK;
   const token_store::reading now = store.read(name);
-  if (!now.record) return LEAST_LIFE;
+  if (!now.record) return LEAST_TOKEN_LIFE;
   const auto left = now.record->current.expires_at - std::chrono::system_clock::now();
-  if (left < LEAST_LIFE - TURN || left >= LEAST_LIFE + BRINK) return LEAST_LIFE;
+  if (left < LEAST_TOKEN_LIFE - TURN || left >= LEAST_TOKEN_LIFE + BRINK) return LEAST_TOKEN_LIFE;
   pollfd awaited = {cancel_fd, POLLIN, 0};
-  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(left - (LEAST_LIFE - TURN));
+  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(left - (LEAST_TOKEN_LIFE - TURN));
   (void)poll(&awaited, 1, static_cast<int>(wait.count()));
-  return LEAST_LIFE;
+  return LEAST_TOKEN_LIFE;
 }
 
-void log_answer(const std::string& name, std::uint64_t generation_before, const renewal_answer& answer) {
+void log_answer(const std::string& name, const renewal_answer& answer) {
   if (answer.how == verdict::good) {
-    if (answer.record->generation == generation_before) return;
+    if (!answer.renewed) return;
     log_info("account {}: token {} is good until {} s from now", name, answer.record->generation,
              std::chrono::floor<seconds>(answer.record->current.expires_at - std::chrono::system_clock::now()).count());
   } else if (answer.how == verdict::sign_in_needed) {
@@ -104,15 +102,13 @@ void renewals::begin(const std::string& name) {
   }
   auto work = [this, name, refused, alone, wishes = std::move(wishes)]() mutable {
     renewal_answer answer;
-    std::uint64_t before = 0;
     try {
-      const seconds least = refused != 0 ? LEAST_LIFE : wait_for_others(store_, name, alone, cancel_fd_);
-      if (const auto now = store_.read(name); now.record) before = now.record->generation;
+      const seconds least = refused != 0 ? LEAST_TOKEN_LIFE : wait_for_others(store_, name, alone, cancel_fd_);
       answer = renew_account(setup(), name, least, refused);
     } catch (const std::exception& error) {
-      answer = {verdict::unavailable, std::nullopt, error.what()};
+      answer = {.how = verdict::unavailable, .reason = error.what()};
     }
-    log_answer(name, before, answer);
+    log_answer(name, answer);
     auto shared = std::make_shared<renewal_answer>(std::move(answer));
     asio::post(loop_, [this, name, shared, wishes = std::move(wishes)]() mutable {
       end(name, std::move(*shared), std::move(wishes));
@@ -133,37 +129,45 @@ void renewals::end(const std::string& name, renewal_answer answer, std::vector<w
 
 void renewals::note_used(const std::string& name, std::uint64_t generation) {
   asio::post(threads_, [this, name, generation] {
-    const auto seen = store_.read(name);
-    if (!seen.record || !seen.record->previous || seen.record->generation != generation) return;
     const token_store::lock held = store_.lock_account(name, seconds(1));
     if (!held) return;
     auto now = store_.read(name);
-    if (!now.record || now.record->generation != generation) return;
+    if (!now.record || !now.record->previous || now.record->generation != generation) return;
     now.record->previous.reset();
     if (const store_error error = store_.write(name, *now.record); !error.empty())
       log_warning("account {}: {}", name, error);
   });
 }
 
-void renewals::recover() {
+void renewals::look_through(std::function<bool(const token_record& record)> wanted,
+                            std::function<void(const std::string& name, std::uint64_t generation)> found) {
   if (config_.broker_directory.empty()) return;
-  for (const std::string& name : store_.names()) {
-    const auto now = store_.read(name);
-    if (!now.record || !now.record->attempt_open) continue;
-    log_info("account {}: a renewal was cut short; it is made again", name);
-    want(name, now.record->generation, false, [](const renewal_answer&) {});
-  }
+  asio::post(threads_, [this, wanted = std::move(wanted), found = std::move(found)] {
+    for (const std::string& name : store_.names()) {
+      const auto now = store_.read(name);
+      if (!now.record || !wanted(*now.record)) continue;
+      asio::post(loop_, [found, name, generation = now.record->generation] { found(name, generation); });
+    }
+  });
 }
 
-void renewals::renew_idle(const std::function<bool(const std::string& name)>& in_use) {
-  if (config_.broker_directory.empty()) return;
-  const auto now = std::chrono::system_clock::now();
-  for (const std::string& name : store_.names()) {
-    const auto seen = store_.read(name);
-    if (!seen.record || seen.record->grant != grant_kind::box || seen.record->sign_in_needed || in_use(name)) continue;
-    if (now - seen.record->renewed_at < seconds(config_.broker_idle_renewal_s)) continue;
-    want(name, seen.record->generation, true, [](const renewal_answer&) {});
-  }
+void renewals::recover() {
+  look_through([](const token_record& record) { return record.attempt_open; },
+               [this](const std::string& name, std::uint64_t generation) {
+                 log_info("account {}: a renewal was cut short; it is made again", name);
+                 want(name, generation, false, [](const renewal_answer&) {});
+               });
+}
+
+void renewals::renew_idle(std::function<bool(const std::string& name)> in_use) {
+  const auto before = std::chrono::system_clock::now() - seconds(config_.broker_idle_renewal_s);
+  look_through(
+      [before](const token_record& record) {
+        return record.grant == grant_kind::box && !record.sign_in_needed && record.renewed_at <= before;
+      },
+      [this, in_use = std::move(in_use)](const std::string& name, std::uint64_t generation) {
+        if (!in_use(name)) want(name, generation, true, [](const renewal_answer&) {});
+      });
 }
 
 }  // namespace tarvex::server

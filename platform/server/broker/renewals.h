@@ -40,7 +40,7 @@ class renewals {
   void recover();
   /// Renews what would die for want of use.
   /// \param in_use  whether an account has sessions, which renew for themselves
-  void renew_idle(const std::function<bool(const std::string& name)>& in_use);
+  void renew_idle(std::function<bool(const std::string& name)> in_use);
 
  private:
   struct wish {
@@ -49,6 +49,9 @@ class renewals {
     taker take;
   };
 
+  /// Reads all records on a thread of the pool; `found` is called on the main thread.
+  void look_through(std::function<bool(const token_record& record)> wanted,
+                    std::function<void(const std::string& name, std::uint64_t generation)> found);
   void begin(const std::string& name);
   void end(const std::string& name, renewal_answer answer, std::vector<wish> wishes);
   renewal_setup setup();

@@ -22,6 +22,8 @@ struct session_line {
   std::uint64_t last_question = 0;  ///< id of the last one
   bool busy = false;                ///< a login is being checked
   unsigned refusals = 0;            ///< logins that were wrong
+  unsigned refused_tokens = 0;      ///< of this account's, by what the session says
+  std::uint64_t unused = 0;         ///< generation that was given and waits for its first use; 0: none
 };
 
 }  // namespace tarvex::server

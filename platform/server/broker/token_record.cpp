@@ -1,11 +1,9 @@
 #include "broker/token_record.h"
 
-#include "link/frame.h"
-#include "tarvex_common.hpp"
+#include "base/json.h"
 
 #include <algorithm>
 #include <array>
-#include <new>
 #include <utility>
 
 namespace tarvex::server {
@@ -19,16 +17,6 @@ struct grant_row {
 constexpr auto GRANTS =
     std::to_array<grant_row>({{"box", grant_kind::box}, {"ccg", grant_kind::ccg}, {"jwt", grant_kind::jwt}});
 
-json_document new_record_object() {
-  json_document object(json_object());
-  if (!object) throw std::bad_alloc();
-  return object;
-}
-
-void set_object(json_t* into, const char* key, json_document object) {
-  if (json_object_set_new(into, key, object.release()) != 0) throw std::bad_alloc();
-}
-
 json_int_t seconds_of(std::chrono::sys_seconds time) {
   return time.time_since_epoch().count();
 }
@@ -37,7 +25,7 @@ std::chrono::sys_seconds time_of(const json_t* object, const char* key) {
 }
 
 json_document write_pair(const token_pair& pair) {
-  json_document object = new_record_object();
+  json_document object = json_made(json_object());
   json_set_text(object.get(), "access", pair.access.text());
   json_set_text(object.get(), "refresh", pair.refresh.text());
   json_set_integer(object.get(), "expires_at", seconds_of(pair.expires_at));
@@ -52,7 +40,7 @@ std::optional<token_pair> read_pair(const json_t* object) {
 }
 
 json_document write_app(const jwt_app& app) {
-  json_document object = new_record_object();
+  json_document object = json_made(json_object());
   json_set_text(object.get(), "client_id", app.app.client_id);
   json_set_text(object.get(), "client_secret", app.app.client_secret.text());
   json_set_text(object.get(), "key_id", app.key_id);
@@ -81,12 +69,12 @@ std::string_view grant_word(grant_kind grant) {
 }
 
 secret record_write(const token_record& record) {
-  const json_document object = new_record_object();
+  const json_document object = json_made(json_object());
   json_t* const into = object.get();
   json_set_integer(into, "generation", static_cast<json_int_t>(record.generation));
   json_set_text(into, "grant", grant_word(record.grant));
-  set_object(into, "current", write_pair(record.current));
-  if (record.previous) set_object(into, "previous", write_pair(*record.previous));
+  json_set_document(into, "current", write_pair(record.current));
+  if (record.previous) json_set_document(into, "previous", write_pair(*record.previous));
   json_set_integer(into, "attempt_open", record.attempt_open ? 1 : 0);
   json_set_integer(into, "renewed_at", seconds_of(record.renewed_at));
   json_set_integer(into, "sign_in_needed", record.sign_in_needed ? 1 : 0);
@@ -94,14 +82,12 @@ secret record_write(const token_record& record) {
   json_set_text(into, "box_user", record.box_user);
   json_set_text(into, "box_login", record.box_login);
   json_set_integer(into, "max_upload", static_cast<json_int_t>(record.max_upload));
-  if (record.app) set_object(into, "app", write_app(*record.app));
-  const c_string text(json_dumps(into, JSON_COMPACT));
-  if (!text) throw std::bad_alloc();
-  return secret(std::string(text.get()));
+  if (record.app) json_set_document(into, "app", write_app(*record.app));
+  return secret(json_text(into));
 }
 
 std::optional<token_record> record_read(std::string_view text) {
-  const json_document object(json_loadb(text.data(), text.size(), JSON_REJECT_DUPLICATES, nullptr));
+  const json_document object = json_object_parse(text);
   const json_t* const from = object.get();
   const auto word = json_text_of(from, "grant");
   const auto grant = std::find_if(GRANTS.begin(), GRANTS.end(), [&](const grant_row& row) { return row.word == word; });

@@ -1,6 +1,8 @@
 #include "broker/token_store.h"
 
+#include "base/durable_file.h"
 #include "base/regular_file.h"
+#include "broker/broker_user.h"
 #include "broker/record_name.h"
 #include "broker/store_folder.h"
 #include "config/secret_file.h"
@@ -36,22 +38,6 @@ std::string head_of(bool sealed, const store_cipher::key_id& key, std::uint64_t 
   return head;
 }
 
-store_error write_all(int file, std::string_view bytes) {
-  for (off_t at = 0; at < static_cast<off_t>(bytes.size());) {
-    const ssize_t count = pwrite(file, bytes.data() + at, bytes.size() - static_cast<std::size_t>(at), at);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return std::strerror(errno);
-    at += count;
-  }
-  return {};
-}
-
-/// The name of a file is on the disk once its folder is.
-bool sync_folder(const std::string& folder) {
-  const descriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  return opened && fsync(opened.get()) == 0;
-}
-
 }  // namespace
 
 store_error token_store::open(const configuration& config) {
@@ -59,7 +45,7 @@ store_error token_store::open(const configuration& config) {
   encryption_ = config.broker_encryption;
   key_file_ = config.broker_key_file;
   read_key_ = [config](secret& key) { return store_key_read(config, key); };
-  if (store_error error = store_folder_open(folder_, config.broker_user); !error.empty()) return error;
+  if (store_error error = store_folder_open(folder_, broker_user(config)); !error.empty()) return error;
   if (encryption_ == store_encryption::none) return {};
   const std::lock_guard hold(mutex_);
   return load_key();
@@ -163,12 +149,12 @@ store_error token_store::write(const std::string& name, const token_record& reco
   if (content.size() > static_cast<std::size_t>(RECORD_BYTES_MAX)) return "the record is too long";
   const int file = into.file_.get();
   const auto length = static_cast<off_t>(content.size());
-  const store_error error = write_all(file, content);
+  const store_error error = file_write_whole(file, content) ? "" : std::strerror(errno);
   wipe(content);
   if (!error.empty()) return into.path_ + ": cannot be written: " + error;
   if (ftruncate(file, length) != 0 || fsync(file) != 0) return store_failure(into.path_, "cannot be written");
   if (rename(into.path_.c_str(), path_of(name).c_str()) != 0) return store_failure(into.path_, "cannot be renamed");
-  if (!sync_folder(folder_)) return store_failure(folder_, "cannot be written");
+  if (!folder_sync(folder_)) return store_failure(folder_, "cannot be written");
   return {};
 }
 
@@ -179,7 +165,7 @@ store_error token_store::write(const std::string& name, const token_record& reco
 store_error token_store::remove(const std::string& name) const {
   if (unlink(path_of(name).c_str()) != 0 && errno != ENOENT) return store_failure(path_of(name), "cannot be removed");
   (void)unlink((path_of(name) + ".new").c_str());
-  return sync_folder(folder_) ? "" : store_failure(folder_, "cannot be written");
+  return folder_sync(folder_) ? "" : store_failure(folder_, "cannot be written");
 }
 
 std::vector<std::string> token_store::names() const {

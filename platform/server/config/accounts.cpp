@@ -14,7 +14,6 @@
 #include <filesystem>
 #include <functional>
 #include <iterator>
-#include <set>
 #include <utility>
 
 namespace tarvex::server {
@@ -126,14 +125,6 @@ std::vector<configuration_mistake> accounts_credential_mistakes(const std::strin
     mistakes.add(entry.line, "credential in [" + name + "]: " + entry.credential + " " + failure->text);
   }
   return std::move(mistakes).sorted();
-}
-
-std::vector<std::string> accounts_credential_folders(const account_map& accounts) {
-  std::set<std::string> folders;
-  for (const auto& [name, entry] : accounts) {
-    if (!entry.credential.empty()) folders.insert(std::filesystem::path(entry.credential).parent_path().string());
-  }
-  return {folders.begin(), folders.end()};
 }
 
 void file_warn_exposed(const char* what, const std::string& path) {

@@ -66,9 +66,6 @@ const account* accounts_with_certificate(const account_map& accounts, std::strin
 /// files. One that does not exist, or cannot be read by now, is no mistake: it may be written later.
 std::vector<configuration_mistake> accounts_credential_mistakes(const std::string& file, const account_map& accounts);
 
-/// The folders of the accounts' credential files, each once; they may not exist.
-[[nodiscard]] std::vector<std::string> accounts_credential_folders(const account_map& accounts);
-
 /// Warns in the log of a file that group or others may read. \param what  for the log: "accounts file"
 void file_warn_exposed(const char* what, const std::string& path);
 

@@ -39,8 +39,8 @@ bool accounts_cache::refresh() {
   accounts_reading read = accounts_load(file_, broker_);
   readable_ = read.readable;
   log(read.mistakes);
-  if (!readable_ || read.accounts == accounts_) return false;
-  accounts_ = std::move(read.accounts);
+  if (!readable_ || read.accounts == *accounts_) return false;
+  accounts_ = std::make_shared<account_map>(std::move(read.accounts));
   return true;
 }
 
@@ -53,8 +53,8 @@ void accounts_cache::log(const std::vector<configuration_mistake>& mistakes) {
 }
 
 const account* accounts_cache::find(std::string_view name) const {
-  const auto found = accounts_.find(name);
-  return found == accounts_.end() ? nullptr : &found->second;
+  const auto found = accounts_->find(name);
+  return found == accounts_->end() ? nullptr : &found->second;
 }
 
 }  // namespace tarvex::server

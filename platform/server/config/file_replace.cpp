@@ -1,5 +1,6 @@
 #include "config/file_replace.h"
 
+#include "base/durable_file.h"
 #include "tarvex_common.hpp"
 
 #include <fcntl.h>
@@ -45,13 +46,8 @@ class temporary_file {
   }
 
   std::string fill(std::string_view content) const {
-    while (!content.empty()) {
-      const ssize_t written = write(file_.get(), content.data(), content.size());
-      if (written < 0 && errno == EINTR) continue;
-      if (written < 0) return replace_failure(path_, "written", errno);
-      content.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return fsync(file_.get()) == 0 ? "" : replace_failure(path_, "written", errno);
+    const bool filled = file_write_whole(file_.get(), content) && fsync(file_.get()) == 0;
+    return filled ? "" : replace_failure(path_, "written", errno);
   }
 
   std::string rename_to(const std::string& path) {
@@ -67,12 +63,6 @@ class temporary_file {
   bool renamed_ = false;
 };
 
-/// The new name lasts when the folder is on the disk too.
-std::string write_through(const std::string& folder) {
-  const descriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  return opened && fsync(opened.get()) == 0 ? "" : replace_failure(folder, "written", errno);
-}
-
 }  // namespace
 
 std::string file_replace(const std::string& path, std::string_view content) {
@@ -82,7 +72,8 @@ std::string file_replace(const std::string& path, std::string_view content) {
   std::string error = beside.resemble(path);
   if (error.empty()) error = beside.fill(content);
   if (error.empty()) error = beside.rename_to(path);
-  return error.empty() ? write_through(folder) : error;
+  if (error.empty() && !folder_sync(folder)) error = replace_failure(folder, "written", errno);
+  return error;
 }
 
 }  // namespace tarvex::server

@@ -1,14 +1,13 @@
 #include "ftp/facts.h"
 
+#include "base/number.h"
 #include "base/text.h"
 #include "ftp/listing.h"
 
-#include <fmt/core.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
-#include <iterator>
 
 namespace tarvex::server {
 
@@ -21,11 +20,11 @@ void append_type(const item& stat, std::string_view name, std::string& out) {
 }
 
 void append_size(const item& stat, std::string_view, std::string& out) {
-  out += std::to_string(std::max<tarvex_off_t>(stat.size, 0));
+  append_number(out, std::max<tarvex_off_t>(stat.size, 0));
 }
 
 void append_modify(const item& stat, std::string_view, std::string& out) {
-  out += listing_timestamp(stat.mtime);
+  listing_timestamp_append(stat.mtime, out);
 }
 
 /// What the permissions allow, in the letters of RFC 3659 section 7.5.5. Files are never appended to ("a").
@@ -36,11 +35,13 @@ void append_perm(const item& stat, std::string_view, std::string& out) {
 }
 
 void append_mode(const item& stat, std::string_view, std::string& out) {
-  fmt::format_to(std::back_inserter(out), "{:04o}", stat.mode & 07777U);
+  append_number(out, stat.mode & 07777U, 8, 4);
 }
 
 void append_unique(const item& stat, std::string_view, std::string& out) {
-  fmt::format_to(std::back_inserter(out), "{:x}g{:x}", stat.dev, stat.ino);
+  append_number(out, stat.dev, 16);
+  out += 'g';
+  append_number(out, stat.ino, 16);
 }
 
 /// One fact. The place of a row is the bit of its mask.

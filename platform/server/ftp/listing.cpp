@@ -70,10 +70,18 @@ void listing_append(listing_form form, const tarvex_gridftp_server_control_stat_
   out += "\r\n";
 }
 
-std::string listing_timestamp(std::time_t time) {
+void listing_timestamp_append(std::time_t time, std::string& out) {
   const std::tm fields = broken_down(time);
-  return fmt::format("{:04}{:02}{:02}{:02}{:02}{:02}", fields.tm_year + 1900, fields.tm_mon + 1, fields.tm_mday,
-                     fields.tm_hour, fields.tm_min, fields.tm_sec);
+  append_number(out, fields.tm_year + 1900, 10, 4);
+  for (const int field : {fields.tm_mon + 1, fields.tm_mday, fields.tm_hour, fields.tm_min, fields.tm_sec}) {
+    append_number(out, field, 10, 2);
+  }
+}
+
+std::string listing_timestamp(std::time_t time) {
+  std::string text;
+  listing_timestamp_append(time, text);
+  return text;
 }
 
 std::optional<std::time_t> listing_timestamp_parse(std::string_view text) {

@@ -27,6 +27,7 @@ void listing_append(listing_form form, const tarvex_gridftp_server_control_stat_
 
 /// "YYYYMMDDHHMMSS" in UTC (RFC 3659 section 2.3).
 std::string listing_timestamp(std::time_t time);
+void listing_timestamp_append(std::time_t time, std::string& out);
 
 /// The time that "YYYYMMDDHHMMSS" in UTC means; nothing when it is none.
 std::optional<std::time_t> listing_timestamp_parse(std::string_view text);

@@ -292,6 +292,11 @@ TARVEX_API tarvex_result_t tarvex_gridftp_server_register_read(tarvex_gfs_operat
                                                                size_t length, tarvex_gridftp_server_read_cb_t callback,
                                                                void* user_arg) TARVEX_NODISCARD;
 
+/// Asks that the transfer's writes may come in any order within a range, each byte once, from the next one on: so it is
+/// in extended block mode, where every block says where it belongs.
+/// \return whether they may; else each has to follow the one before, as below.
+TARVEX_API bool tarvex_gridftp_server_allow_unordered_writes(tarvex_gfs_operation_t op);
+
 /// Sends `length` bytes that belong at `offset` of the file. Writes complete in the order in which they were
 /// registered. On a stream-mode data channel, bytes below what was sent already are dropped (a download that is tried
 /// again goes on where it stopped), and bytes beyond the next one expected are an error. The buffer is the server's

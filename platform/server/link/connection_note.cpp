@@ -7,7 +7,7 @@
 namespace tarvex::server {
 
 std::string note_encode(const connection_note& note) try {
-  const json_document object(json_object());
+  const json_document object = json_made(json_object());
   json_set_integer(object.get(), "id", static_cast<json_int_t>(note.id));
   json_set_text(object.get(), "address", note.address);
   json_set_text(object.get(), "account", note.account);

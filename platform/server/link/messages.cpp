@@ -100,19 +100,12 @@ secret as_frame(const json_document& object) {
   return secret(frame_encode(object.get()));
 }
 
-json_document new_object() {
-  json_document object(json_object());
-  if (!object) throw std::bad_alloc();
-  return object;
-}
-
 void set_login(json_t* object, const session_says& message) {
   json_set_text(object, "name", to_hex(message.name).text());
   json_set_text(object, "password", to_hex(message.password.text()).text());
-  json_t* const names = json_array();
-  if (json_object_set_new(object, "certificates", names) != 0) throw std::bad_alloc();
-  for (const std::string& name : message.certificates)
-    if (json_array_append_new(names, json_stringn(name.data(), name.size())) != 0) throw std::bad_alloc();
+  json_document names = json_made(json_array());
+  for (const std::string& name : message.certificates) json_add_text(names.get(), name);
+  json_set_document(object, "certificates", std::move(names));
 }
 
 void set_login(json_t* object, const broker_says& message) {
@@ -120,13 +113,11 @@ void set_login(json_t* object, const broker_says& message) {
   json_set_text(object, "name", message.name);
   json_set_text(object, "root", message.root);
   json_set_text(object, "permissions", account_permissions_text(message.permissions));
-  json_set_text(object, "box_user", message.box_user);
 }
 
 bool read_login(const json_t* object, broker_says& out) {
   out.name = json_text_of(object, "name").value_or("");
   out.root = json_text_of(object, "root").value_or("");
-  out.box_user = json_text_of(object, "box_user").value_or("");
   const auto permissions = account_permissions_parse(json_text_of(object, "permissions").value_or(""));
   if (permissions) out.permissions = *permissions;
   return permissions && out.root.starts_with('/') && read_word(RESULTS, object, "result", out.result);
@@ -135,7 +126,7 @@ bool read_login(const json_t* object, broker_says& out) {
 }  // namespace
 
 secret message_encode(const session_says& message) try {
-  const json_document object = new_object();
+  const json_document object = json_made(json_object());
   json_set_text(object.get(), "says", word_of(SESSION_KINDS, message.what));
   set_count(object.get(), "id", message.id);
   set_count(object.get(), "generation", message.generation);
@@ -146,7 +137,7 @@ secret message_encode(const session_says& message) try {
 }
 
 secret message_encode(const broker_says& message) try {
-  const json_document object = new_object();
+  const json_document object = json_made(json_object());
   json_set_text(object.get(), "says", word_of(BROKER_KINDS, message.what));
   set_count(object.get(), "id", message.id);
   set_count(object.get(), "generation", message.generation);

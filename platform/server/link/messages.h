@@ -56,7 +56,6 @@ struct broker_says {
   std::string name = {};  ///< login accepted: of the account
   std::string root = "/";
   account_permissions permissions = account_permissions::full;
-  std::string box_user = {};                   ///< id; empty: not known
   std::optional<std::string> credential = {};  ///< the plug-in's document; none: none is there
   std::uint64_t generation = 0;                ///< of the credential's token
 };

@@ -1,9 +1,9 @@
 #include "oauth/jwt_app.h"
 
+#include "base/json.h"
 #include "base/text.h"
 #include "tarvex_common.hpp"
 
-#include <jansson.h>
 #include <jwt.h>
 #include <openssl/bio.h>
 #include <openssl/evp.h>
@@ -18,18 +18,12 @@ namespace tarvex::server {
 
 namespace {
 
-using json_handle = owner<json_t, json_decref>;
 using jwt_handle = owner<jwt_t, jwt_free>;
 using key_handle = owner<EVP_PKEY, EVP_PKEY_free>;
 using memory_bio = owner<BIO, BIO_free_all>;
 
 constexpr std::chrono::seconds ASSERTION_LIFE{45};  ///< Box takes 60 at most, by its own clock
 constexpr int LEAST_KEY_BITS = 2048;
-
-std::string member(const json_t* object, const char* key) {
-  const char* const text = json_string_value(json_object_get(object, key));
-  return text == nullptr ? "" : text;
-}
 
 struct passphrase_question {
   secret given;
@@ -81,19 +75,19 @@ std::string new_id() {
 
 std::string jwt_app_parse(std::string&& content, const std::function<secret()>& ask_passphrase, jwt_app& out) {
   json_error_t where{};
-  const json_handle file(json_loadb(content.data(), content.size(), JSON_REJECT_DUPLICATES, &where));
+  const json_document file(json_loadb(content.data(), content.size(), JSON_REJECT_DUPLICATES, &where));
   wipe(content);
   if (!json_is_object(file.get())) return "it is no JSON object: line " + std::to_string(where.line);
   const json_t* const settings = json_object_get(file.get(), "boxAppSettings");
   const json_t* const authentication = json_object_get(settings, "appAuth");
-  out.app.client_id = member(settings, "clientID");
-  out.app.client_secret = secret(member(settings, "clientSecret"));
-  out.key_id = member(authentication, "publicKeyID");
-  const secret pem(member(authentication, "privateKey"));
+  out.app.client_id = json_text_of(settings, "clientID").value_or("");
+  out.app.client_secret = secret(json_text_of(settings, "clientSecret").value_or(""));
+  out.key_id = json_text_of(authentication, "publicKeyID").value_or("");
+  const secret pem(json_text_of(authentication, "privateKey").value_or(""));
   if (out.app.client_id.empty() || out.app.client_secret.text().empty() || out.key_id.empty() || pem.text().empty())
     return "it lacks clientID, clientSecret, publicKeyID or privateKey; download it anew from the app's configuration "
            "in Box's developer console (\"Generate a Public/Private Keypair\")";
-  passphrase_question question{secret(member(authentication, "passphrase")), ask_passphrase};
+  passphrase_question question{secret(json_text_of(authentication, "passphrase").value_or("")), ask_passphrase};
   std::string error;
   out.private_key = plain_key(pem.text(), question, error);
   return error;

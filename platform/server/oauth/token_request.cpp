@@ -1,9 +1,8 @@
 #include "oauth/token_request.h"
 
+#include "base/json.h"
 #include "base/text.h"
-#include "tarvex_common.hpp"
-
-#include <jansson.h>
+#include "base/wall_clock.h"
 
 #include <algorithm>
 #include <string_view>
@@ -12,17 +11,11 @@ namespace tarvex::server {
 
 namespace {
 
-using json_handle = owner<json_t, json_decref>;
 using verdict = token_answer::verdict;
 
 /// Longer than Box ever lets a token live; what is above it is no time but a mistake.
 constexpr json_int_t LONGEST_LIFE_S = 366 * 86400;
 constexpr std::size_t LONGEST_REASON_BYTES = 300;
-
-std::string text_member(const json_t* object, const char* key) {
-  const char* const text = json_string_value(json_object_get(object, key));
-  return text == nullptr ? "" : text;
-}
 
 /// What Box says of itself goes into logs and replies as one line of printable text.
 std::string one_line(std::string_view text) {
@@ -32,8 +25,8 @@ std::string one_line(std::string_view text) {
 }
 
 void take_refusal(const json_t* body, int status, token_answer& out) {
-  const std::string error = text_member(body, "error");
-  const std::string description = text_member(body, "error_description");
+  const std::string error = json_text_of(body, "error").value_or("");
+  const std::string description = json_text_of(body, "error_description").value_or("");
   out.reason = one_line(error + (description.empty() ? "" : ": " + description));
   if (error.empty()) out.reason = "Box answered with status " + std::to_string(status) + " and no error code";
   if (error.empty() || status == 429 || status >= 500) return;
@@ -46,21 +39,21 @@ void take_refusal(const json_t* body, int status, token_answer& out) {
 
 void take_tokens(const json_t* body, bool refreshes, token_answer& out) {
   const json_t* const life = json_object_get(body, "expires_in");
-  out.access_token = secret(text_member(body, "access_token"));
-  out.refresh_token = secret(text_member(body, "refresh_token"));
+  out.access_token = secret(json_text_of(body, "access_token").value_or(""));
+  out.refresh_token = secret(json_text_of(body, "refresh_token").value_or(""));
   const bool lives =
       json_is_integer(life) && json_integer_value(life) >= 0 && json_integer_value(life) < LONGEST_LIFE_S;
   if (!lives || out.access_token.text().empty() || (refreshes && out.refresh_token.text().empty())) {
     out.reason = "Box's answer holds no tokens";
     return;
   }
-  const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+  const auto now = wall_clock();
   out.expires_at = now + std::chrono::seconds(json_integer_value(life));
   out.how = verdict::granted;
 }
 
 std::string refusal_text(const https_answer& answer) {
-  const json_handle body(json_loadb(answer.body.text().data(), answer.body.text().size(), 0, nullptr));
+  const json_document body = json_object_parse(answer.body.text());
   token_answer taken;
   take_refusal(body.get(), answer.status, taken);
   return taken.reason;
@@ -88,7 +81,7 @@ token_answer token_ask(const token_endpoint& endpoint, const oauth_app& app, for
     out.reason = "no answer from Box: " + answer.error;
     return out;
   }
-  const json_handle body(json_loadb(answer.body.text().data(), answer.body.text().size(), 0, nullptr));
+  const json_document body = json_object_parse(answer.body.text());
   if (answer.status == 200) {
     take_tokens(body.get(), refreshes, out);
   } else {

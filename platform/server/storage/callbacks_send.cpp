@@ -50,6 +50,12 @@ void tarvex_gridftp_server_get_read_range(tarvex_gfs_operation_t op, tarvex_off_
   *length = range.length;
 }
 
+bool tarvex_gridftp_server_allow_unordered_writes(tarvex_gfs_operation_t op) {
+  const bool allowed = op->sends && op->transfer && op->transfer->takes_any_order();
+  if (allowed) op->sends->allow_any_order();
+  return allowed;
+}
+
 tarvex_result_t tarvex_gridftp_server_register_write(tarvex_gfs_operation_t op, unsigned char* buffer, size_t length,
                                                      tarvex_off_t offset, int,
                                                      tarvex_gridftp_server_write_cb_t callback, void* user_arg) {

@@ -25,16 +25,22 @@ std::string_view text(const char* maybe) {
   return maybe == nullptr ? std::string_view() : std::string_view(maybe);
 }
 
-bool reads_only(const tarvex_exchange_t& exchange) {
+/// An upload session that is dropped was nobody's file yet.
+bool drops_session(const tarvex_exchange_t& exchange) {
+  return text(exchange.method) == "DELETE" && text(exchange.path).find("/upload_sessions/") != std::string_view::npos;
+}
+
+/// Whether the request leaves what is stored as it is.
+bool changes_nothing(const tarvex_exchange_t& exchange) {
   const std::string_view method = text(exchange.method);
-  return method == "GET" || method == "HEAD" || method == "OPTIONS";
+  return method == "GET" || method == "HEAD" || method == "OPTIONS" || drops_session(exchange);
 }
 
 /// Where an exchange is entered; null: it is of no kind that says something. Parts are known by their digest.
 request_fate* fate_of(exchange_summary& all, const tarvex_exchange_t& exchange) {
   const std::string_view method = text(exchange.method);
   if (method == "GET") return exchange.authorised ? &all.reads : nullptr;
-  if (method == "DELETE") return &all.deletes;
+  if (method == "DELETE") return drops_session(exchange) ? nullptr : &all.deletes;
   if (method == "PUT") return exchange.digest == nullptr ? &all.puts : nullptr;
   if (method != "POST") return nullptr;
   if (exchange.digest != nullptr) return &all.commit;
@@ -92,7 +98,7 @@ bool exchange_log::hears() const {
 }
 
 void exchange_log::going_out(const tarvex_exchange_t& about) {
-  if (reads_only(about)) return;
+  if (changes_nothing(about)) return;
   const std::lock_guard lock(mutex_);
   if (const auto call = std::exchange(touching_, nullptr)) call();
 }
@@ -100,14 +106,14 @@ void exchange_log::going_out(const tarvex_exchange_t& about) {
 void exchange_log::note(const tarvex_exchange_t& exchange) {
   const std::lock_guard lock(mutex_);
   hears_ = true;
+  if (drops_session(exchange)) return;
   summary_.last.note(exchange);
   constexpr int UNAUTHORISED = 401;
   if (exchange.authorised && exchange.status == UNAUTHORISED) summary_.token_refused = true;
-  if (!reads_only(exchange) && exchange.status != UNAUTHORISED) summary_.changing = true;
+  if (!changes_nothing(exchange) && exchange.status != UNAUTHORISED) summary_.changing = true;
   request_fate* const fate = fate_of(summary_, exchange);
   if (fate) fate->note(exchange);
-  if (exchange.brings_content && exchange.status != 0)
-    summary_.content = {exchange.status, exchange.total_length, exchange.received_bytes};
+  if (exchange.brings_content && exchange.status != 0) summary_.content = {exchange.status, exchange.total_length};
   if (fate == &summary_.commit) summary_.commit_digest = text(exchange.digest);
 }
 

@@ -20,15 +20,14 @@ struct request_fate {
 
 /// The last answer that brought a file's bytes.
 struct content_heard {
-  int status = 0;                    ///< 0: none came
-  std::int64_t whole_bytes = -1;     ///< of the file, of which it is all or a part; -1: it did not say
-  std::uint64_t received_bytes = 0;  ///< of the answer
+  int status = 0;                 ///< 0: none came
+  std::int64_t whole_bytes = -1;  ///< of the file, of which it is all or a part; -1: it did not say
 };
 
 /// What an operation's requests say of how it ended, beyond what the storage says.
 struct exchange_summary {
   request_fate reads;         ///< GET with authorisation
-  request_fate deletes;       ///< DELETE
+  request_fate deletes;       ///< DELETE of what is stored
   request_fate puts;          ///< PUT of attributes
   request_fate posts;         ///< POST of a document
   request_fate upload;        ///< POST of a file's bytes

@@ -116,7 +116,7 @@ bool is_what_was_sent(operation& op, const std::optional<item_stat>& item, const
 
 /// Whether Box's answer to a store has said what it has stored: the storage knows the file then, without asking.
 bool was_told(operation& op, const request_fate& fate) {
-  if (!op.result.ok() || fate.status != 201) return false;
+  if (!op.result.ok() || (fate.status != 200 && fate.status != 201)) return false;
   std::optional<item_stat> item;
   const owned_result known = stat_inside(op, op.subject.path, item);
   return known.ok() && item && !item->folder() && item->size() == op.store->request().size;

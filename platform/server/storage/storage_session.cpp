@@ -20,7 +20,7 @@ namespace asio = boost::asio;
 namespace {
 
 constexpr int DEFAULT_CHUNKED_MINIMUM = 50 << 20;
-constexpr std::uint64_t TRIM_ABOVE_BYTES = 4 << 20;
+constexpr std::uint64_t TRIM_ABOVE_BYTES = 1 << 20;
 
 }  // namespace
 

@@ -85,6 +85,8 @@ class transfer : public std::enable_shared_from_this<transfer> {
   }  ///< I/O thread
   std::chrono::milliseconds end_grace() const { return client_.end_grace; }
   bool broken() const { return broken_; }  ///< a failure was noted
+  /// What is sent says where it belongs.
+  bool takes_any_order() const { return client_.blocks.has_value(); }
   bool receives() const { return receiver_ != nullptr; }
   /// Bytes that went out, or that came in.
   std::uint64_t moved_bytes() const { return receiver_ ? receiver_->received_bytes() : sender_->sent_bytes(); }

@@ -24,8 +24,8 @@ class ExchangeReport : public testing::Test {
 
   static std::string text(const char* value) { return value == nullptr ? "-" : value; }
   static std::string question_of(const tarvex_exchange_t& about) {
-    return text(about.method) + " " + about.host + " " + text(about.request_type) + " " + text(about.digest) +
-           (about.authorised ? " authorised" : "");
+    return text(about.method) + " " + about.host + about.path + " " + text(about.request_type) + " " +
+           text(about.digest) + (about.authorised ? " authorised" : "");
   }
   static std::string outcome_of(const tarvex_exchange_t& seen) {
     std::ostringstream line;
@@ -99,7 +99,7 @@ TEST_F(ExchangeReport, TellsWhatARequestIs) {
             .headers = {{"Authorization", "Bearer secret"}, {"content-type", "a/b"}, {"digest", "sha=x"}}}
       .run();
   rest_call{.url = server.url()}.run();
-  EXPECT_THAT(questions, ElementsAre("PUT 127.0.0.1 a/b sha=x authorised", "GET 127.0.0.1 - -"));
+  EXPECT_THAT(questions, ElementsAre("PUT 127.0.0.1/p a/b sha=x authorised", "GET 127.0.0.1/ - -"));
 }
 
 TEST_F(ExchangeReport, AClosedGateEndsARequestBeforeItIsSent) {

@@ -173,6 +173,51 @@ TEST(Request, ReadsJsonInEveryShape) {
   }
 }
 
+// What repeats from item to item is read once: nothing of an item may show up in the next that merely begins alike.
+TEST(Request, ReadsJsonAsJanssonDoes) {
+  const std::string texts[] = {
+      R"([{"n":1,"s":"a","o":{"i":"7"}},{"n":12,"s":"a","o":{"i":"7"}},{"n":12,"s":"ab","o":{"i":"7","j":[]}}])",
+      R"([{"n":12},{"n":1},{"n":-1},{"n":1.5},{"n":1e2},{"n":-0}])",
+      R"([{"a":"x","b":"y"},{"b":"x","a":"y"},{"a":"x"},{},{"a":"x","b":"y","c":null}])",
+      R"([{"t":true,"z":null},{"t":true,"z":null},{"t":false,"z":null}])",
+      R"([{"a":"x","a":"y","b":"z"},{"a":"x","a":"y","b":"z"},{"a":"x"}])",
+      R"([[{"a":["x"]},{"a":["x"]}],[{"a":["x","y"]}]])",
+      " { \"entries\" : [ { \"a\" : \"x\" } ,\r\n\t{ \"a\" : \"x\" } ] , \"next_marker\" : \"\" } \n",
+      R"({"\u00e9\n":"\ud83d\ude00 \"q\" \/","é":"é😀"})",
+      R"([9223372036854775807,-9223372036854775808,0])",
+      R"([9223372036854775808])",
+      R"([{"n":1},{"n":1x}])",
+      R"([{"n":null},{"n":nullx}])",
+      R"([{"a":"x"},{"a":"x""b":1}])",
+      R"([{"a":"x"},{"a":"x",}])",
+      R"([{"a":"x"},])",
+      R"([{"a":"x"} {"a":"x"}])",
+      R"([01])",
+      R"([-])",
+      R"([{"a":"x"}]])",
+      R"({"a":"x")",
+      R"({"a")",
+      R"("a")",
+      R"(1)",
+      "",
+      "[\"\x1f\"]",
+      "[\"\\u0000\"]",
+      "[\"\xc3\x28\"]",
+      "{\"\xff\":1}",
+      std::string(100, '[') + std::string(100, ']'),
+  };
+  for (const std::string& text : texts) {
+    SCOPED_TRACE(text);
+    scripted_server server({{answer(200, text)}});
+    json_t* document = nullptr;
+    rest_call call = {.url = server.url(), .reader = tarvex_dsi_rest_read_json, .reader_argument = &document};
+    ASSERT_TRUE(call.run().succeeded) << call.message;
+    const json_ptr owned(document, json_decref);
+    const json_ptr expected(json_loadb(text.data(), text.size(), 0, nullptr), json_decref);
+    EXPECT_TRUE(document == nullptr ? expected == nullptr : json_equal(document, expected.get()) == 1);
+  }
+}
+
 TEST(Request, ReportsTheFinalAnswerAndFollowsNoRedirect) {
   const std::string headers = "location: http://127.0.0.1:1/x\r\nRETRY-AFTER:\t 7 \r\nX: 1\r\n";
   scripted_server server({{"HTTP/1.1 103 Hints\r\nLocation: hint\r\n\r\n" + answer(302, "moved", headers)}});

@@ -211,6 +211,7 @@ void play(const exchange& over) {
   ASSERT_NE(observer, nullptr);
   tarvex_exchange_t about{};
   about.method = over.method;
+  about.path = over.path;
   about.request_type = over.type;
   about.digest = over.digest;
   about.authorised = true;

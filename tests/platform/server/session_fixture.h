@@ -82,6 +82,7 @@ struct exchange {
   int status = 200;  ///< 0: no answer came, and the request may have arrived
   const char* type = nullptr;
   const char* digest = nullptr;
+  const char* path = "/2.0/files/1";
 };
 /// Tells the server.
 void play(const exchange& over);

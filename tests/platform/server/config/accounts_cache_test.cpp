@@ -29,7 +29,7 @@ enum class verdict { accepted, refused, unavailable };
 /// What a login is told.
 verdict tell(accounts_cache& cache, const std::string& name, const std::string& password) {
   (void)cache.refresh();
-  if (accounts_authenticate(cache.accounts(), name, password) != nullptr) return verdict::accepted;
+  if (accounts_authenticate(*cache.accounts(), name, password) != nullptr) return verdict::accepted;
   return cache.readable() || cache.find(name) != nullptr ? verdict::refused : verdict::unavailable;
 }
 

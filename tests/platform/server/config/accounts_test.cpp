@@ -132,7 +132,6 @@ password = '$6$a$b'
   const account& b = read.accounts.at("b");
   EXPECT_EQ(b.root, "/");
   EXPECT_EQ(b.permissions, account_permissions::full);
-  EXPECT_TRUE(accounts_credential_folders(read.accounts).empty());
   EXPECT_TRUE(accounts_credential_mistakes("a.toml", read.accounts).empty());
 }
 

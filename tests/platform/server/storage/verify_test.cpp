@@ -18,6 +18,7 @@ constexpr int OK = 0;
 
 constexpr exchange LOST_DELETE = {"DELETE", 0};
 constexpr exchange LOST_PUT = {"PUT", 0};
+constexpr exchange DROPPED_SESSION = {"DELETE", 204, nullptr, nullptr, "/api/2.0/files/upload_sessions/A"};
 
 exchange removal(int status) {
   return {"DELETE", status};
@@ -211,6 +212,8 @@ TEST_F(VerifyTest, StoresAreConfirmedWhenBoxHasTheFile) {
       {{commit(0)}, 5, "other", 1, "", "451 Operation failed.", 1},
       {{commit(201), making(500)}, 5, SHA1_OF_HELLO, 1, "", "226 ", 1},  // the property after the commit
       {{removal(204), upload(400)}, 0, "", 1, "", "550-Operation failed.\r\n550-The former /new is in the trash", 0},
+      {{DROPPED_SESSION, upload(400)}, 0, "", 1, "", "550 Operation failed.\r\n", 0},
+      {{upload(200)}, 5, "", OK, "", "226 ", 0},          // a new version of a file
       {{making(201)}, 0, "", OK, "", "451-NOT_DONE", 0},  // no bytes went to Box at all
   };
   for (const auto& row : rows) {
