@@ -76,7 +76,7 @@ tarvex_result_t part_flight::read(flying_part& part) {
         return !traffic_.failed;
       });
   part.content.length = monitor_.length();
-  part.buffer.digested = digests_.given();
+  part.digested = part.buffer.digested = digests_.given();
   if (result != TARVEX_SUCCESS) return result;
   const char* const failure = digests_.finish_part(part.content.sha1);
   return failure != nullptr ? error_generic(FLIGHT_SOURCE, failure) : SUCCESS;
@@ -207,6 +207,7 @@ void part_flight::renew(lock& held, flying_part& part) {
 /// Enters what is stored without a gap before it into the record. The lock is held.
 void part_flight::land() {
   while (!parts_.empty() && parts_.front()->is == state::stored) {
+    digests_.come_to(parts_.front()->digested);  // long ago, as a rule
     json_array_append(upload_.part_array, parts_.front()->record.get());
     parts_.pop_front();
   }

@@ -35,7 +35,8 @@ class part_flight {
     state is = state::reading;
     bool seated = false;  ///< has a seat
     part_buffer buffer = {};
-    digest_mark before{};  ///< of the file's digests
+    digest_mark before{};   ///< of the file's digests
+    uint64_t digested = 0;  ///< what MD5 must have come to before the part may go
   };
   using lock = std::unique_lock<std::mutex>;
 

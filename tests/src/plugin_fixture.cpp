@@ -1,6 +1,7 @@
 #include "plugin_fixture.h"
 
 #include <cstring>
+#include <mutex>
 
 namespace {
 
@@ -112,6 +113,8 @@ tarvex_result_t tarvex_gridftp_server_register_read(tarvex_gfs_operation_t op, u
 }
 
 void tarvex_gridftp_server_update_bytes_recvd(tarvex_gfs_operation_t op, tarvex_off_t nbytes) {
+  static std::mutex mutex;  // a read may be over before the one before it is counted
+  const std::lock_guard lock(mutex);
   of(op).received += nbytes;
 }
 
