@@ -12,6 +12,7 @@ import pathlib
 import tempfile
 import threading
 import time
+import tomllib
 
 from measure import GIB, Payload, fetch, fill, list_folder, rate, row, seconds, session_of, store
 from memory import anonymous_and_shared
@@ -26,8 +27,8 @@ PART_MEMORY = 128 * MIB
 # What the server asks of Box in a second, as its defaults are.
 PACED = {"policy": '{"user_api_rate_limit": 16}'}
 LETTER = {"upload_per_second": 4}
-RECOMMENDED = {"part_concurrency": 4, "download_streams": 4, "page_limit": 1000, "replace_as_version": 1,
-               "web_links": 0, "empty_marker_ends": 1, "cksm_restart": 1, "abort_sessions": 1}
+PACKAGED = pathlib.Path(__file__).resolve().parents[1] / "packaging" / "server.toml"
+RECOMMENDED = tomllib.loads(PACKAGED.read_text())["storage"]["settings"]
 
 
 class RealPlace(RclonePlace):
