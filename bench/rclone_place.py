@@ -10,10 +10,7 @@ import tempfile
 import time
 
 from measure import CROWDED, seconds
-
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests" / "emulator"))
-from local import Box, Server  # noqa: E402
-from rclone_test import make_certificate  # noqa: E402
+from local import Box, Server
 
 
 class RclonePlace:
@@ -24,11 +21,13 @@ class RclonePlace:
         self.box_arguments, self.server_arguments = box_arguments, server_arguments
 
     def __enter__(self):
+        sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "tests" / "emulator"))
+        from rclone_test import make_certificate  # which takes pytest: only who runs this needs it
         self.holder = tempfile.TemporaryDirectory(prefix="tarvex-bench-")
         self.top = pathlib.Path(self.holder.name)
         make_certificate(self.top)
-        self.box = Box(self.top, *self.box_arguments, "--certificate", self.top / "cert.pem", "--key", self.top / "key.pem",
-                       listen="127.0.0.1:443", ca=self.top / "ca.pem")
+        self.box = Box(self.top, *self.box_arguments, "--certificate", self.top / "cert.pem",
+                       "--key", self.top / "key.pem", listen="127.0.0.1:443", ca=self.top / "ca.pem")
         try:
             self.server = Server(self.top, self.box, api_base="https://127.0.0.1:443", ca=self.top / "ca.pem",
                                  tables=CROWDED, **self.server_arguments)

@@ -26,6 +26,8 @@ class range_plan {
       : next_(begin), end_(end), size_(tarvex_i_box_download_range), streams_(tarvex_i_box_download_streams) {}
 
   bool over() const { return next_ == end_; }
+  tarvex_off_t next() const { return next_; }
+  tarvex_off_t end() const { return end_; }
   /// Takes the next range. The first ones grow, so that the connections do not come to their ends all at once, and the
   /// client has its bytes early.
   std::pair<tarvex_off_t, tarvex_off_t> take() {
@@ -62,16 +64,16 @@ class range_download {
         address_(monitor_),
         window_(op, monitor_) {}
 
-  tarvex_result_t run(range_outcome& out) {
+  tarvex_result_t run(range_leftover& left) {
     int retries = 1;
     if (const tarvex_result_t result = find_address(retries, wanted_.known_version); result != TARVEX_SUCCESS) {
       return result;
     }
     const tarvex_result_t fetched = fetch();
-    std::unique_lock lock(monitor_.mutex);
-    out.handed = window_.handed(wanted_.offset);
-    lock.unlock();
-    if (monitor_.ranges_ignored) out.url = address_.current()->url;
+    if (fetched == TARVEX_SUCCESS && monitor_.ranges_ignored) {
+      left.url = address_.current()->url;
+      left.gaps = gaps();
+    }
     return fetched;
   }
 
@@ -81,10 +83,31 @@ class range_download {
     return wanted.length < 0 ? size : wanted.offset + wanted.length;
   }
 
+  /// What was not handed on. No thread is at work.
+  std::vector<std::pair<tarvex_off_t, tarvex_off_t>> gaps() {
+    const std::lock_guard lock(monitor_.mutex);
+    auto ends = window_.not_handed();
+    if (!plan_.over()) ends.emplace_back(plan_.next(), plan_.end());
+    std::vector<std::pair<tarvex_off_t, tarvex_off_t>> joined;
+    for (const auto& [begin, end] : ends) {
+      if (!joined.empty() && joined.back().first + joined.back().second == begin) {
+        joined.back().second += end - begin;
+      } else {
+        joined.emplace_back(begin, end - begin);
+      }
+    }
+    const bool to_the_end = !joined.empty() && joined.back().first + joined.back().second == plan_.end();
+    if (to_the_end && wanted_.length < 0) joined.back().second = -1;
+    return joined;
+  }
+
   /// Connections that there may be at once: while one range ends the next is asked for.
   static size_t most_threads() {
     return static_cast<size_t>(std::min(2 * tarvex_i_box_download_streams, connection_seats::COUNT));
   }
+
+  /// One range that waits for the client while its successor is asked for, beside those that come.
+  static size_t most_open() { return static_cast<size_t>(tarvex_i_box_download_streams) + 2; }
 
   tarvex_result_t find_address(int& retries, bool compare_record) {
     answer content;
@@ -126,10 +149,7 @@ class range_download {
     return monitor_.failure.release();
   }
 
-  bool may_begin() const {
-    const auto spare = static_cast<size_t>(tarvex_i_box_download_streams) + 1;
-    return !plan_.over() && busy_ < width_.width() && window_.open_ranges() < spare;
-  }
+  bool may_begin() const { return !plan_.over() && busy_ < width_.width() && window_.open_ranges() < most_open(); }
 
   /// A download always has one connection.
   bool take_seat() {
@@ -211,9 +231,9 @@ bool ranges_worth(uint64_t bytes) {
 }
 
 tarvex_result_t ranges_send(tarvex_gfs_operation_t op, tarvex_box_session_t* box, const error_source& source,
-                            const range_wanted& wanted, content_version& version, range_outcome& out) {
+                            const range_wanted& wanted, content_version& version, range_leftover& left) {
   range_download download(op, box, source, wanted, version);
-  return download.run(out);
+  return download.run(left);
 }
 
 }  // namespace tarvex::box

@@ -15,10 +15,11 @@ struct range_wanted {
   bool known_version;   ///< the version is the one of an earlier range, which this one has to be of
 };
 
-/// How far a download in ranges came.
-struct range_outcome {
-  tarvex_off_t handed = 0;  ///< of the file, the first byte that was not handed on
-  std::string url = {};     ///< not empty: what is left is to be fetched from there in one stream
+/// What a download in ranges leaves to be fetched in one stream, because its address gives no parts of the file.
+struct range_leftover {
+  std::string url = {};  ///< the address
+  /// First bytes and lengths (-1: to the end) of what was not handed on, in order; empty: nothing is left.
+  std::vector<std::pair<tarvex_off_t, tarvex_off_t>> gaps = {};
 };
 
 /// Whether so many bytes are worth several connections.
@@ -27,9 +28,10 @@ bool ranges_worth(uint64_t bytes);
 /// Fetches what is wanted from one download address, which is asked for with one content request, and again when it
 /// expires, and hands it to the operation. Blocks until all writes are over and no thread is at work.
 /// \param version  as the file's record had it before; what the answers tell of it is entered
-/// \return success also when `out.url` is set: the address gives no parts of the file, or not of a file as recorded.
+/// \param left     takes what is left where the address gives no parts of the file, or not of the file as recorded;
+///                 that is a success
 [[nodiscard]] tarvex_result_t ranges_send(tarvex_gfs_operation_t op, tarvex_box_session_t* box,
                                           const error_source& source, const range_wanted& wanted,
-                                          content_version& version, range_outcome& out);
+                                          content_version& version, range_leftover& left);
 
 }  // namespace tarvex::box

@@ -21,7 +21,8 @@ tarvex_result_t tarvex_l_box_failure_share(tarvex_result_t result) {
 
 }  // namespace
 
-range_window::range_window(tarvex_gfs_operation_t op, download_monitor& monitor) : op_(op), monitor_(monitor) {
+range_window::range_window(tarvex_gfs_operation_t op, download_monitor& monitor)
+    : op_(op), any_order_(tarvex_gridftp_server_allow_unordered_writes(op)), monitor_(monitor) {
   tarvex_gridftp_server_get_block_size(op, &block_bytes_);
 }
 
@@ -34,7 +35,6 @@ window_range_ptr range_window::open(tarvex_off_t begin, tarvex_off_t end) {
   auto range = std::make_shared<window_range>(window_range{.next = begin, .end = end, .handed = begin});
   const std::lock_guard lock(monitor_.mutex);
   ranges_.push_back(range);
-  end_ = end;
   return range;
 }
 
@@ -57,11 +57,12 @@ void range_window::idle(const window_range_ptr& range) {
   if (range->filling && client_waits_for(*range)) put(*range);
 }
 
-tarvex_off_t range_window::handed(tarvex_off_t begin) const {
+std::vector<std::pair<tarvex_off_t, tarvex_off_t>> range_window::not_handed() const {
+  std::vector<std::pair<tarvex_off_t, tarvex_off_t>> gaps;
   for (const window_range_ptr& range : ranges_) {
-    if (range->handed != range->end) return range->handed;
+    if (range->handed != range->end) gaps.emplace_back(range->handed, range->end);
   }
-  return end_ < 0 ? begin : end_;
+  return gaps;
 }
 
 /// Blocks are kept for the next range: memory that is given back and taken anew costs a page fault for each page.
@@ -91,6 +92,7 @@ range_block_ptr range_window::empty_block(const window_range_ptr& range) {
 bool range_window::client_waits_for(const window_range& range) {
   const std::lock_guard lock(monitor_.mutex);
   if (sending_ > 0) return false;
+  if (any_order_) return true;
   const auto due = std::find_if(ranges_.begin(), ranges_.end(), [](const auto& each) { return !each->whole; });
   return due != ranges_.end() && due->get() == &range;
 }
@@ -121,7 +123,7 @@ range_block_ptr range_window::next_due() {
       ++sending_;
       return block;
     }
-    if (!range->whole) return nullptr;
+    if (!range->whole && !any_order_) return nullptr;
   }
   return nullptr;
 }
@@ -151,12 +153,9 @@ void range_window::give_back(range_block_ptr block) {
   --sending_;
   block->range.reset();
   spare_.push_back(std::move(block));
-  const size_t before = ranges_.size();
-  while (!ranges_.empty() && ranges_.front()->whole && ranges_.front()->ready.empty() &&
-         ranges_.front()->sending == 0) {
-    ranges_.pop_front();
-  }
-  if (ranges_.size() != before || sending_ == 0) monitor_.changed.notify_all();
+  const size_t closed = std::erase_if(
+      ranges_, [](const auto& range) { return range->whole && range->ready.empty() && range->sending == 0; });
+  if (closed > 0 || sending_ == 0) monitor_.changed.notify_all();
 }
 
 }  // namespace tarvex::box

@@ -32,7 +32,7 @@ struct window_range {
   range_block_ptr filling = nullptr;
 
   std::deque<range_block_ptr> ready = {};  ///< guarded: come, and not handed on
-  tarvex_off_t handed = 0;                 ///< guarded: the first byte that was not handed on
+  tarvex_off_t handed = 0;                 ///< guarded: of the file, the first byte that was not handed on
   size_t sending = 0;                      ///< guarded: blocks that the server has
   bool whole = false;                      ///< guarded: all has come
 
@@ -41,8 +41,9 @@ struct window_range {
 
 using window_range_ptr = std::shared_ptr<window_range>;
 
-/// Hands the bytes of ranges on to the client: of the first range as they come, of those after it in their turn. Bytes
-/// are copied once, from the REST client's pieces into blocks that are lent to the server.
+/// Hands the bytes of ranges on to the client: of the first range as they come, of those after it in their turn; or of
+/// all as they come, where the client takes any order. Bytes are copied once, from the REST client's pieces into blocks
+/// that are lent to the server.
 ///
 /// No fetcher ever waits here. What bounds the memory is that a range is opened only while few are (`open_ranges`), and
 /// one is open until the client has taken all of it: a client that is slow makes none of Box's connections wait.
@@ -54,7 +55,7 @@ class range_window {
   /// No fetcher may be at work; waits until the server has given all blocks back.
   ~range_window();
 
-  /// Begins a range, which has to follow the one before.
+  /// Begins a range, which lies behind those before.
   window_range_ptr open(tarvex_off_t begin, tarvex_off_t end);
   /// Takes the next bytes of a range, no more than it has left. A failure to hand on stops the download.
   void take(const window_range_ptr& range, const unsigned char* bytes, size_t count);
@@ -65,8 +66,8 @@ class range_window {
 
   /// Ranges of which the client does not have everything.
   size_t open_ranges() const { return ranges_.size(); }
-  /// Of the file, the first byte that was not handed on; `begin` when no range was opened.
-  tarvex_off_t handed(tarvex_off_t begin) const;
+  /// What of the open ranges was not handed on, in order, with first bytes and ends.
+  std::vector<std::pair<tarvex_off_t, tarvex_off_t>> not_handed() const;
 
  private:
   static void write_done(tarvex_gfs_operation_t op, tarvex_result_t result, unsigned char* buffer, size_t count,
@@ -80,6 +81,7 @@ class range_window {
   void give_back(range_block_ptr block);
 
   const tarvex_gfs_operation_t op_;
+  const bool any_order_;
   download_monitor& monitor_;
   size_t block_bytes_ = 0;
   std::mutex turn_;  ///< held while blocks are handed over, so that they go in order; taken before the monitor's
@@ -89,7 +91,6 @@ class range_window {
   std::vector<range_block_ptr> spare_;
   size_t blocks_ = 0;   ///< there are, spare ones included
   size_t sending_ = 0;  ///< blocks that the server has
-  tarvex_off_t end_ = -1;
 };
 
 }  // namespace tarvex::box

@@ -5,7 +5,7 @@
 using tarvex::box::answer;
 using tarvex::box::content_version;
 using tarvex::box::error_changed;
-using tarvex::box::range_outcome;
+using tarvex::box::range_leftover;
 using tarvex::box::ranges_worth;
 using tarvex::box::request;
 using tarvex::box::request_header;
@@ -96,18 +96,22 @@ tarvex_result_t tarvex_l_box_send_range(sending& file, tarvex_off_t start_byte, 
   if (!tarvex_l_box_is_side_by_side(file, start_byte, byte_count)) {
     return tarvex_l_box_send_stream(file, start_byte, byte_count);
   }
-  range_outcome came;
+  range_leftover left;
   const tarvex_result_t result = tarvex::box::ranges_send(
       file.op, file.box, SEND_SOURCE,
       {.id = file.id.c_str(), .offset = start_byte, .length = byte_count, .known_version = known_version},
-      *file.version, came);
-  if (result != TARVEX_SUCCESS || came.url.empty()) return result;
+      *file.version, left);
+  if (result != TARVEX_SUCCESS || left.gaps.empty()) return result;
   file.in_one_stream = true;
   if (!file.version->begun()) file.version.reset();
-  const tarvex_off_t left = byte_count < 0 ? byte_count : byte_count - (came.handed - start_byte);
-  int retries = 1;
-  return tarvex_l_box_download(file, came.url, tarvex::box::range_headers(came.handed, left), retries,
-                               {.op = file.op, .offset = came.handed, .length = left, .eof = false});
+  for (const auto& [offset, length] : left.gaps) {
+    int retries = 1;
+    const tarvex_result_t sent =
+        tarvex_l_box_download(file, left.url, tarvex::box::range_headers(offset, length), retries,
+                              {.op = file.op, .offset = offset, .length = length, .eof = false});
+    if (sent != TARVEX_SUCCESS) return sent;
+  }
+  return SUCCESS;
 }
 
 /// Ends what the REST client remembers of the operation, before it is finished.

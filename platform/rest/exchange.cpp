@@ -14,8 +14,8 @@ namespace {
 constexpr int POLL_MS = 200;
 constexpr auto REPORT_INTERVAL = std::chrono::milliseconds(100);
 constexpr long CONNECT_TIMEOUT_SECONDS = 30;
-constexpr long RECEIVE_BUFFER_BYTES = 512L << 10;
-constexpr long SEND_BUFFER_BYTES = 512L << 10;
+constexpr long RECEIVE_BUFFER_BYTES = 128L << 10;  // what is copied out of it is in the core's own cache still
+constexpr long SEND_BUFFER_BYTES = 128L << 10;
 
 /// Sets libcurl options one after the other; the first failure stays.
 class option_setter {

@@ -15,11 +15,16 @@
 namespace tarvex::rest {
 namespace {
 
-/// Hands an answer's body to the client's data channel through a ring of buffers.
+/// Gathered before they are written at once: little enough to be in the core's own cache still, together with libcurl's
+/// buffer.
+constexpr std::size_t WRITTEN_AT_ONCE_BYTES = std::size_t{128} << 10;
+
+/// Hands an answer's body to the client's data channel.
 ///
-/// libcurl's pieces are small (16 KiB), so they are gathered: a buffer is written when it is full, or when nothing is
-/// on its way and nothing more has arrived. So the blocks grow with the load. The requesting thread fills the buffer
-/// of write number `submitted_`; the I/O thread completes the writes before it.
+/// libcurl's pieces are small (16 KiB), so they are gathered. As long as the client keeps up they are written at once,
+/// from the same buffer again and again. What it does not take goes through a ring of buffers: one is registered when
+/// it is full, or when nothing is on its way and nothing more has arrived, so that the blocks grow with the load. The
+/// requesting thread fills the buffer of write number `submitted_`; the I/O thread completes the writes before it.
 class gridftp_writer {
  public:
   gridftp_writer(tarvex_dsi_rest_gridftp_op_arg_t& argument, std::optional<std::int64_t> asked_start)
@@ -62,12 +67,12 @@ class gridftp_writer {
       const std::lock_guard lock(mutex_);
       if (submitted_ != completed_) return failure_.take();
     }
-    return submit();
+    return hand_over();
   }
 
   tarvex_result_t finish(bool complete) {
     tarvex_result_t result = TARVEX_SUCCESS;
-    if (complete && filled_ > 0) result = submit();
+    if (complete && filled_ > 0) result = hand_over();
     wait_for_writes();
     if (result == TARVEX_SUCCESS) result = failure_.take();
     argument_.eof = complete && !dropping_ && result == TARVEX_SUCCESS;
@@ -104,9 +109,22 @@ class gridftp_writer {
       std::memcpy(current().data.get() + filled_, piece.data(), amount);
       filled_ += amount;
       piece = piece.subspan(amount);
-      if (filled_ < GRIDFTP_BUFFER_BYTES) continue;
-      if (const tarvex_result_t result = submit(); result != TARVEX_SUCCESS) return result;
+      if (filled_ < (writes_wait_ ? GRIDFTP_BUFFER_BYTES : WRITTEN_AT_ONCE_BYTES)) continue;
+      const tarvex_result_t result = writes_wait_ ? submit() : hand_over();
+      if (result != TARVEX_SUCCESS) return result;
     }
+    return TARVEX_SUCCESS;
+  }
+
+  /// Writes what was gathered at once, as far as it goes, and registers the rest.
+  tarvex_result_t hand_over() {
+    std::size_t sent = 0;
+    const tarvex_result_t result =
+        tarvex_gridftp_server_write_now(argument_.op, current().data.get(), filled_, offset_, &sent);
+    if (result != TARVEX_SUCCESS) return result;
+    offset_ += static_cast<tarvex_off_t>(sent);
+    if (sent < filled_) return submit(sent);
+    filled_ = 0;
     return TARVEX_SUCCESS;
   }
 
@@ -116,13 +134,15 @@ class gridftp_writer {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return failure_ || submitted_ - completed_ < slots_.size(); });
     if (failure_) return failure_.take();
+    writes_wait_ = submitted_ != completed_;
     if (!current().data) current().data = std::make_unique_for_overwrite<unsigned char[]>(GRIDFTP_BUFFER_BYTES);
     return TARVEX_SUCCESS;
   }
 
-  tarvex_result_t submit() {
+  /// Registers what was gathered, without the bytes before `first`.
+  tarvex_result_t submit(std::size_t first = 0) {
     slot& write = current();
-    const std::size_t amount = std::exchange(filled_, 0);
+    const std::size_t amount = std::exchange(filled_, 0) - first;
     const tarvex_off_t at = std::exchange(offset_, offset_ + static_cast<tarvex_off_t>(amount));
     {
       const std::lock_guard lock(mutex_);
@@ -130,7 +150,7 @@ class gridftp_writer {
     }
     // Not under the mutex: the server may hold a lock of its own around its completions.
     const tarvex_result_t result =
-        tarvex_gridftp_server_register_write(argument_.op, write.data.get(), amount, at, 0, write_done, &write);
+        tarvex_gridftp_server_register_write(argument_.op, write.data.get() + first, amount, at, 0, write_done, &write);
     if (result == TARVEX_SUCCESS) return TARVEX_SUCCESS;
     const std::lock_guard lock(mutex_);
     --submitted_;
@@ -149,6 +169,7 @@ class gridftp_writer {
   // The requesting thread's alone.
   tarvex_off_t offset_;           ///< where the gathered bytes belong
   std::size_t filled_ = 0;        ///< bytes gathered in the current buffer
+  bool writes_wait_ = false;      ///< for the client, when the buffer was begun
   std::uint64_t skip_bytes_ = 0;  ///< of the body, before the range begins
   bool dropping_ = false;
 

@@ -292,6 +292,11 @@ TARVEX_API tarvex_result_t tarvex_gridftp_server_register_read(tarvex_gfs_operat
                                                                size_t length, tarvex_gridftp_server_read_cb_t callback,
                                                                void* user_arg) TARVEX_NODISCARD;
 
+/// Asks that the transfer's writes may come in any order within a range, each byte once, from the next one on: so it is
+/// in extended block mode, where every block says where it belongs.
+/// \return whether they may; else each has to follow the one before, as below.
+TARVEX_API bool tarvex_gridftp_server_allow_unordered_writes(tarvex_gfs_operation_t op);
+
 /// Sends `length` bytes that belong at `offset` of the file. Writes complete in the order in which they were
 /// registered. On a stream-mode data channel, bytes below what was sent already are dropped (a download that is tried
 /// again goes on where it stopped), and bytes beyond the next one expected are an error. The buffer is the server's
@@ -302,6 +307,16 @@ TARVEX_API tarvex_result_t tarvex_gridftp_server_register_write(tarvex_gfs_opera
                                                                 size_t length, tarvex_off_t offset, int stripe_ndx,
                                                                 tarvex_gridftp_server_write_cb_t callback,
                                                                 void* user_arg) TARVEX_NODISCARD;
+
+/// Sends as many of `length` bytes that belong at `offset` as the client takes at this moment, from the calling thread.
+/// For whoever has large amounts at hand this costs less than a registered write, since no other thread is woken and
+/// the bytes are still in this core's cache; a registered write is for what is left. Nothing goes while registered
+/// writes wait.
+/// \param sent  takes how many bytes are out and need no further write; those that were sent before count as well
+/// \return an error as for a registered write; `sent` is 0 then.
+TARVEX_API tarvex_result_t tarvex_gridftp_server_write_now(tarvex_gfs_operation_t op, const unsigned char* buffer,
+                                                           size_t length, tarvex_off_t offset,
+                                                           size_t* sent) TARVEX_NODISCARD;
 
 /// Counts bytes that have reached the storage, for markers and the log.
 TARVEX_API void tarvex_gridftp_server_update_bytes_recvd(tarvex_gfs_operation_t op, tarvex_off_t nbytes);

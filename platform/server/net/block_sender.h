@@ -35,6 +35,7 @@ class block_sender : public outbound {
   block_sender& operator=(const block_sender&) = delete;
 
   [[nodiscard]] bool push(data_piece piece) override;
+  [[nodiscard]] std::size_t write_now(std::span<const unsigned char>) override { return 0; }
   [[nodiscard]] bool wait_for_room(std::size_t limit) override;
   std::uint64_t sent_bytes() const override;
   void attach(std::unique_ptr<data_socket> connection) override;

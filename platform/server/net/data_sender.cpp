@@ -47,19 +47,20 @@ struct data_sender::state : std::enable_shared_from_this<state> {
   std::condition_variable room;
   std::deque<data_piece> pending;  // guarded by mutex
   std::size_t waiting_bytes = 0;   // guarded by mutex: pushed and not yet sent
-  bool pump_due = true;            // guarded by mutex: the I/O thread will look at `pending` by itself
+  bool pump_due = true;            // guarded by mutex: the I/O thread sends, and will look at `pending` by itself
   bool over = false;               // guarded by mutex
+  // Belongs to the I/O thread, which changes it under the mutex; while no pump is due whoever has the mutex may write.
+  std::unique_ptr<data_socket> connection;
+  bool finishing = false;  // written by the I/O thread, under the mutex
   std::atomic<std::uint64_t> sent{0};
 
   // I/O thread.
   std::function<void(std::string)> failed;
-  std::unique_ptr<data_socket> connection;
   std::deque<data_piece> flight;
   std::size_t flight_offset = 0;  // bytes of the first piece that are out
   std::array<asio::const_buffer, PIECES_PER_CALL_MAX> buffers;
   wake more;  // pieces were pushed, or no more will be
   bool writing = false;
-  bool finishing = false;
   bool all_sent = false;
   wake ended;
   loop_timer stall_check;
@@ -83,7 +84,10 @@ struct data_sender::state : std::enable_shared_from_this<state> {
 };
 
 void data_sender::state::attach(std::unique_ptr<data_socket> with) {
-  connection = std::move(with);
+  {
+    const std::lock_guard lock(mutex);
+    connection = std::move(with);
+  }
   last_progress = steady::now();
   watch_peer();
   watch_stall();
@@ -92,14 +96,13 @@ void data_sender::state::attach(std::unique_ptr<data_socket> with) {
 
 asio::awaitable<void> data_sender::state::send(std::shared_ptr<state> self) {
   while (self->connection) {
-    const bool idle = !self->refill();
-    if (idle && !self->connection->unsent()) {
+    if (!self->refill()) {
       if (self->finishing) co_return co_await end(self);
       co_await self->more.wait();
       continue;
     }
-    const auto buffers = idle ? std::span<const asio::const_buffer>() : self->next_buffers();
-    if (!idle && buffers.front().size() == 0) {
+    const auto buffers = self->next_buffers();
+    if (!buffers.empty() && buffers.front().size() == 0) {
       self->complete_sent(0);
       continue;
     }
@@ -125,7 +128,10 @@ asio::awaitable<void> data_sender::state::end(std::shared_ptr<state> self) {
 }
 
 asio::awaitable<bool> data_sender::state::finish(std::shared_ptr<state> self) {
-  self->finishing = true;
+  {
+    const std::lock_guard lock(self->mutex);
+    self->finishing = true;
+  }
   self->more.notify();
   while (!self->is_over()) co_await self->ended.wait();
   co_return self->all_sent;
@@ -136,18 +142,18 @@ bool data_sender::state::refill() {
   const std::lock_guard lock(mutex);
   for (auto& piece : pending) flight.push_back(std::move(piece));
   pending.clear();
-  pump_due = !flight.empty();
+  pump_due = !flight.empty() || connection->unsent();
   return pump_due;
 }
 
-/// What one system call is to send.
+/// What one system call is to send; nothing when only what the connection has taken already is left.
 std::span<const asio::const_buffer> data_sender::state::next_buffers() {
   std::size_t count = 0;
   for (const auto& piece : flight) {
     if (count == buffers.size()) break;
     buffers[count++] = piece_bytes(piece);
   }
-  buffers.front() += flight_offset;
+  if (count > 0) buffers.front() += flight_offset;
   return std::span(buffers).first(count);
 }
 
@@ -192,8 +198,10 @@ void data_sender::state::break_off(std::string why) {
 
 void data_sender::state::close(bool sent_all) {
   std::deque<data_piece> left = std::exchange(flight, {});
+  std::unique_ptr<data_socket> closing;
   {
     const std::lock_guard lock(mutex);
+    closing = std::exchange(connection, nullptr);
     if (!std::exchange(over, true)) all_sent = sent_all;
     for (auto& piece : pending) left.push_back(std::move(piece));
     pending.clear();
@@ -202,7 +210,7 @@ void data_sender::state::close(bool sent_all) {
   more.notify();
   ended.notify();
   stall_check.cancel();
-  if (const auto closing = std::exchange(connection, nullptr)) closing->close();
+  if (closing) closing->close();
   for (const auto& piece : left) {
     if (piece.done) piece.done(false);
   }
@@ -228,6 +236,19 @@ bool data_sender::push(data_piece piece) {
   }
   state_->loop.post([state = state_] { state->more.notify(); });
   return true;
+}
+
+std::size_t data_sender::write_now(std::span<const unsigned char> bytes) {
+  const std::lock_guard lock(state_->mutex);
+  if (state_->over || state_->finishing || state_->pump_due || !state_->connection) return 0;
+  // An error comes again when the I/O thread sends what is left.
+  const std::size_t count = state_->connection->write_now(asio::buffer(bytes.data(), bytes.size())).bytes;
+  state_->sent += count;
+  if (state_->connection->unsent()) {
+    state_->pump_due = true;
+    state_->loop.post([state = state_] { state->more.notify(); });
+  }
+  return count;
 }
 
 bool data_sender::wait_for_room(std::size_t limit) {

@@ -28,6 +28,7 @@ class data_sender : public outbound {
   data_sender& operator=(const data_sender&) = delete;
 
   [[nodiscard]] bool push(data_piece piece) override;
+  [[nodiscard]] std::size_t write_now(std::span<const unsigned char> bytes) override;
   [[nodiscard]] bool wait_for_room(std::size_t limit) override;
   std::uint64_t sent_bytes() const override;
   void attach(std::unique_ptr<data_socket> connection) override;

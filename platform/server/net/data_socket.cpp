@@ -71,6 +71,11 @@ asio::awaitable<data_socket::moved> data_socket::write_some(std::span<const asio
   return wire_write(wire_, buffers);
 }
 
+data_socket::moved data_socket::write_now(asio::const_buffer bytes) {
+  const auto [error, count] = wire_->write_now(bytes);
+  return {error, count};
+}
+
 bool data_socket::unsent() const {
   return wire_->unsent();
 }

@@ -52,6 +52,9 @@ class data_socket {
   /// taken may wait here, a few hundred KiB at most: the call takes none and brings no error when it sent some of
   /// those instead. `end_sending` sends the rest.
   boost::asio::awaitable<moved> write_some(std::span<const boost::asio::const_buffer> buffers);
+  /// Sends some of the bytes without a wait; `boost::asio::error::would_block` when none go. The one call that any
+  /// thread may make, as long as nobody else writes to the connection or closes it meanwhile.
+  moved write_now(boost::asio::const_buffer bytes);
   /// Whether bytes wait that `write_some` has taken. It may be called with no buffers to send some of them.
   bool unsent() const;
   /// Sends what waits, close_notify under TLS, and FIN. \return an error when not all of it went out.

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 
 namespace tarvex::server {
@@ -31,6 +32,9 @@ class outbound {
 
   /// \return false when the sender is over; the piece was not taken then.
   [[nodiscard]] virtual bool push(data_piece piece) = 0;
+  /// Sends as many of the bytes as the peer takes at once, on the calling thread. What was pushed comes first: as long
+  /// as some of it waits nothing goes, and neither does it without a connection or after the end. \return how many.
+  [[nodiscard]] virtual std::size_t write_now(std::span<const unsigned char> bytes) = 0;
   /// Blocks while more than `limit` bytes wait to be sent. \return false when the sender is over.
   [[nodiscard]] virtual bool wait_for_room(std::size_t limit) = 0;
   /// Bytes of pieces that the kernel took.

@@ -1,10 +1,13 @@
 #include "net/wire.h"
 
+#include <sys/socket.h>
 #include <boost/asio/as_tuple.hpp>
+#include <boost/asio/error.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/use_awaitable.hpp>
 
 #include <array>
+#include <cerrno>
 #include <utility>
 
 namespace tarvex::server {
@@ -71,6 +74,19 @@ asio::awaitable<wire::moved> wire::write_some(pointer self, std::span<const asio
   if (!self->unsent()) taken = self->tls->write(buffers);
   if (!taken.error) taken.error = co_await send_some(self);
   co_return taken;
+}
+
+wire::moved wire::write_now(asio::const_buffer bytes) {
+  if (tls) {
+    if (tls->unsent()) return {asio::error::would_block, 0};
+    const moved taken = tls->write({&bytes, 1});
+    if (!taken.error) (void)tls->send_now();  // an error of the socket comes again
+    return taken;
+  }
+  const ssize_t count = ::send(socket.native_handle(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+  if (count >= 0) return {{}, static_cast<std::size_t>(count)};
+  if (errno == EAGAIN || errno == EINTR) return {asio::error::would_block, 0};
+  return {error_code(errno, asio::error::get_system_category()), 0};
 }
 
 asio::awaitable<error_code> wire::end_sending(pointer self) {

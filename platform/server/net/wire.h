@@ -30,6 +30,8 @@ struct wire {
   /// Takes some of the buffers, and sends some bytes. Under TLS it first sends what it has taken before, and takes
   /// nothing until all of that is out.
   static boost::asio::awaitable<moved> write_some(pointer self, std::span<const boost::asio::const_buffer> buffers);
+  /// Sends some of the bytes, without a wait: `would_block` when none go.
+  moved write_now(boost::asio::const_buffer bytes);
   /// Whether bytes wait that were taken.
   bool unsent() const { return tls && tls->unsent(); }
   /// Sends what waits, and the end. \return an error when not all that was taken went out; whether the end arrives is

@@ -4,6 +4,8 @@
 #include "storage/transfer.h"
 #include "tarvex_gridftp_server.h"
 
+#include <span>
+
 using tarvex::server::guard_result;
 using tarvex::server::operation_complete;
 using tarvex::server::operation_kind;
@@ -28,6 +30,11 @@ struct registered_write {
   }
 };
 
+bool sends(const tarvex::server::operation& op) {
+  const bool begun = !op.transfer || op.transfer->begun();
+  return op.sends && begun && !op.cancelled && !op.finished;
+}
+
 }  // namespace
 
 void tarvex_gridftp_server_begin_transfer(tarvex_gfs_operation_t op, int, void*) {
@@ -43,13 +50,30 @@ void tarvex_gridftp_server_get_read_range(tarvex_gfs_operation_t op, tarvex_off_
   *length = range.length;
 }
 
+bool tarvex_gridftp_server_allow_unordered_writes(tarvex_gfs_operation_t op) {
+  const bool allowed = op->sends && op->transfer && op->transfer->takes_any_order();
+  if (allowed) op->sends->allow_any_order();
+  return allowed;
+}
+
 tarvex_result_t tarvex_gridftp_server_register_write(tarvex_gfs_operation_t op, unsigned char* buffer, size_t length,
                                                      tarvex_off_t offset, int,
                                                      tarvex_gridftp_server_write_cb_t callback, void* user_arg) {
   return guard_result([&]() -> tarvex_result_t {
-    const bool closed = op->transfer && !op->transfer->begun();
-    if (!op->sends || closed || op->cancelled || op->finished) return tarvex::server::data_channel_closed_error();
+    if (!sends(*op)) return tarvex::server::data_channel_closed_error();
     return op->sends->push({buffer, length, {}, registered_write{op, buffer, length, callback, user_arg}}, offset);
+  });
+}
+
+tarvex_result_t tarvex_gridftp_server_write_now(tarvex_gfs_operation_t op, const unsigned char* buffer, size_t length,
+                                                tarvex_off_t offset, size_t* sent) {
+  *sent = 0;
+  return guard_result([&]() -> tarvex_result_t {
+    if (!sends(*op)) return tarvex::server::data_channel_closed_error();
+    const auto send = [op](std::span<const unsigned char> bytes) {
+      return op->transfer ? op->transfer->write_now(bytes) : 0;
+    };
+    return op->sends->write_now({buffer, length}, offset, send, *sent);
   });
 }
 

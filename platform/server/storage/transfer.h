@@ -12,6 +12,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 
 namespace tarvex::server {
@@ -75,6 +76,8 @@ class transfer : public std::enable_shared_from_this<transfer> {
   /// slow. \return false when the data channel has ended.
   [[nodiscard]] bool push(data_piece piece) { return sender_->push(std::move(piece)); }
   [[nodiscard]] bool push_text(std::string text);
+  /// As `outbound::write_now`.
+  std::size_t write_now(std::span<const unsigned char> bytes) { return sender_->write_now(bytes); }
   inbound& receiver() { return *receiver_; }                 ///< of one that receives
   bool client_present() const { return client_.present(); }  ///< I/O thread
   bool client_speaks(std::chrono::steady_clock::time_point since) const {
@@ -82,6 +85,8 @@ class transfer : public std::enable_shared_from_this<transfer> {
   }  ///< I/O thread
   std::chrono::milliseconds end_grace() const { return client_.end_grace; }
   bool broken() const { return broken_; }  ///< a failure was noted
+  /// What is sent says where it belongs.
+  bool takes_any_order() const { return client_.blocks.has_value(); }
   bool receives() const { return receiver_ != nullptr; }
   /// Bytes that went out, or that came in.
   std::uint64_t moved_bytes() const { return receiver_ ? receiver_->received_bytes() : sender_->sent_bytes(); }

@@ -37,6 +37,21 @@ void tarvex_gfs_operation_s::complete_all() {
   }
 }
 
+void tarvex_gfs_operation_s::take(const unsigned char* buffer, std::size_t length, tarvex_off_t offset) {
+  const std::lock_guard lock(mutex_);
+  if (got.empty()) got_offset = offset;
+  if (offset != got_offset + static_cast<tarvex_off_t>(got.size())) got_offset = -1;
+  got.append(reinterpret_cast<const char*>(buffer), length);
+}
+
+std::size_t tarvex_gfs_operation_s::take_at_once(const unsigned char* buffer, std::size_t length, tarvex_off_t offset) {
+  const std::size_t count = std::min(length, taken_at_once);
+  if (count == 0) return 0;
+  taken_at_once -= count;
+  take(buffer, count, offset);
+  return count;
+}
+
 // These stand in for the server library's functions of the same names.
 
 tarvex_result_t tarvex_gridftp_server_register_read(tarvex_gfs_operation_t op, unsigned char* buffer, size_t length,
@@ -63,12 +78,15 @@ tarvex_result_t tarvex_gridftp_server_register_write(tarvex_gfs_operation_t op, 
   if (op->writes == op->refused_write) return failure("write refused");
   return op->enqueue([=, number = op->writes++] {
     const tarvex::owned_result result(number >= op->failing_write ? failure("write failed") : tarvex_result_t{});
-    if (number == 0) op->got_offset = offset;
-    const bool in_order = offset == op->got_offset + static_cast<tarvex_off_t>(op->got.size());
-    if (result.ok() && !in_order) op->got_offset = -1;
-    if (result.ok()) op->got.append(reinterpret_cast<char*>(buffer), length);
+    if (result.ok()) op->take(buffer, length, offset);
     callback(op, result.get(), buffer, length, user_arg);
   });
+}
+
+tarvex_result_t tarvex_gridftp_server_write_now(tarvex_gfs_operation_t op, const unsigned char* buffer, size_t length,
+                                                tarvex_off_t offset, size_t* sent) {
+  *sent = op->take_at_once(buffer, length, offset);
+  return TARVEX_SUCCESS;
 }
 
 void tarvex_gridftp_server_update_bytes_recvd(tarvex_gfs_operation_t op, tarvex_off_t nbytes) {

@@ -25,7 +25,8 @@ struct tarvex_gfs_operation_s {
   std::size_t refused_read = NEVER;
   std::size_t failing_write = NEVER;  ///< and all after it
   std::size_t refused_write = NEVER;
-  std::function<void()> before;  ///< runs on the I/O thread before each completion
+  std::size_t taken_at_once = 0;  ///< bytes in all that go without a registered write
+  std::function<void()> before;   ///< runs on the I/O thread before each completion
 
   // To be looked at once the request is over.
   std::string got;              ///< the bytes written, from `got_offset` on
@@ -36,6 +37,11 @@ struct tarvex_gfs_operation_s {
   std::size_t completed = 0;  ///< reads and writes
   std::size_t most_in_flight = 0;
   tarvex_off_t counted = 0;  ///< by `tarvex_gridftp_server_update_bytes_recvd`
+
+  /// Enters what was written.
+  void take(const unsigned char* buffer, std::size_t length, tarvex_off_t offset);
+  /// \return how many of the bytes go without a registered write.
+  std::size_t take_at_once(const unsigned char* buffer, std::size_t length, tarvex_off_t offset);
 
  private:
   void complete_all();

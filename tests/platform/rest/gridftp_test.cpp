@@ -49,24 +49,45 @@ TEST(GridftpDownload, WritesTheRangeAndNothingElse) {
       {"data channel gone", whole, 0, -1, nullptr, std::nullopt, "write refused", NEVER, 1},
       {"negative offset", whole, -1, -1, nullptr, "", "range"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
-    scripted_server server({{row.bytes, reply::then::close}});
+  // What the client takes at once: nothing; not even all of the first piece; more, but not to the end of a piece.
+  for (const std::size_t at_once : {std::size_t{0}, std::size_t{1}, MEGABYTE - 5})
+    for (const auto& row : rows) {
+      SCOPED_TRACE(testing::Message() << row.name << ", at once " << at_once);
+      const bool fails = *row.failure != '\0';
+      if (fails && at_once >= row.bytes.size()) continue;
+      scripted_server server({{row.bytes, reply::then::close}});
+      tarvex_gfs_operation_s operation;
+      operation.taken_at_once = at_once;
+      operation.failing_write = row.failing_write;
+      operation.refused_write = row.refused_write;
+      tarvex_dsi_rest_gridftp_op_arg_t argument = {&operation, row.offset, row.length, false};
+      rest_call call = {.url = server.url(), .headers = {{"Range", row.range}}};
+      call.reader = tarvex_dsi_rest_read_gridftp_op;
+      call.reader_argument = &argument;
+      call.run();
+      EXPECT_EQ(operation.writes, operation.completed);
+      EXPECT_EQ(call.succeeded, !fails) << call.message;
+      EXPECT_THAT(call.message, HasSubstr(row.failure));
+      EXPECT_EQ(call.retryable, std::string(row.failure) == "cut short");
+      EXPECT_TRUE(!row.got || operation.got == *row.got || (fails && operation.got.size() == at_once));
+      EXPECT_TRUE(operation.got.empty() || operation.got_offset == row.offset);
+      EXPECT_EQ(call.completions, 1);
+    }
+}
+
+/// As long as the client keeps up nothing is registered. It does not any more: all waits for what it has not taken yet.
+TEST(GridftpDownload, WritesAtOnceWhatAClientTakes) {
+  const std::string large = pattern(5 * MEGABYTE + 13);
+  for (const std::size_t at_once : {NEVER, large.size() - 1}) {
+    scripted_server server({{answer(200, large)}});
     tarvex_gfs_operation_s operation;
-    operation.failing_write = row.failing_write;
-    operation.refused_write = row.refused_write;
-    tarvex_dsi_rest_gridftp_op_arg_t argument = {&operation, row.offset, row.length, false};
-    rest_call call = {.url = server.url(), .headers = {{"Range", row.range}}};
-    call.reader = tarvex_dsi_rest_read_gridftp_op;
+    operation.taken_at_once = at_once;
+    tarvex_dsi_rest_gridftp_op_arg_t argument = {&operation, 0, -1, false};
+    rest_call call = {.url = server.url(), .reader = tarvex_dsi_rest_read_gridftp_op};
     call.reader_argument = &argument;
-    call.run();
-    EXPECT_EQ(operation.writes, operation.completed);
-    EXPECT_EQ(call.succeeded, *row.failure == '\0') << call.message;
-    EXPECT_THAT(call.message, HasSubstr(row.failure));
-    EXPECT_EQ(call.retryable, std::string(row.failure) == "cut short");
-    EXPECT_TRUE(!row.got || operation.got == *row.got);
-    EXPECT_TRUE(operation.got.empty() || operation.got_offset == row.offset);
-    EXPECT_EQ(call.completions, 1);
+    EXPECT_TRUE(call.run().succeeded) << call.message;
+    EXPECT_TRUE(operation.got == large && operation.got_offset == 0 && argument.eof);
+    EXPECT_EQ(operation.writes, at_once == NEVER ? 0U : 1U);
   }
 }
 

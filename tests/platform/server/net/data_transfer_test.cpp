@@ -3,7 +3,11 @@
 #include "net/data_socket.h"
 #include "net_fixture.h"
 
+#include <atomic>
 #include <deque>
+#include <span>
+#include <thread>
+#include <vector>
 
 namespace tarvex::server::test {
 namespace {
@@ -93,6 +97,84 @@ TEST_F(DataTransferTest, AFinishThatCannotBeEnds) {
     EXPECT_FALSE(finished.get());
     EXPECT_EQ(told, expected);
     EXPECT_FALSE(await(sender.finish()));
+  }
+}
+
+/// On its own thread a storage writes at once what goes and pushes the rest. Nothing is lost, doubled or out of order,
+/// whether the client keeps up or not, and all that went counts.
+TEST_F(DataTransferTest, WhatIsWrittenAtOnceKeepsItsPlace) {
+  const auto bytes_of = [](const std::string& text) {
+    return std::span(reinterpret_cast<const unsigned char*>(text.data()), text.size());
+  };
+  for (const auto pause : {0ms, 100ms}) {
+    SCOPED_TRACE(pause.count());
+    SetUp();
+    data_sender sender(loop, 20s, [this](const std::string&) { told += "broken"; });
+    EXPECT_EQ(sender.write_now(bytes_of("early")), 0U) << "before there is a connection";
+    sender.attach(std::move(connection));
+    idle(5ms);
+    EXPECT_EQ(sender.write_now(bytes_of("ab")), 2U);
+    EXPECT_TRUE(sender.push(piece("cd")));
+    EXPECT_EQ(sender.write_now(bytes_of("ef")), 0U) << "past what waits";
+    std::string expected = "abcd";
+    for (std::uint32_t number = 0; number < 4'000'000; ++number) expected.append(reinterpret_cast<char*>(&number), 4);
+    std::atomic<std::size_t> at_once = 0, pushed = 0, done = 0;
+    std::thread storage([&] {
+      for (std::span rest = bytes_of(expected).subspan(4); !rest.empty();) {
+        const auto block = rest.first(std::min<std::size_t>(rest.size(), 100'000));
+        rest = rest.subspan(block.size());
+        const std::size_t went = sender.write_now(block);
+        at_once += went;
+        if (went == block.size()) continue;
+        ++pushed;
+        const auto left = block.subspan(went);
+        EXPECT_TRUE(sender.push({left.data(), left.size(), {}, [&](bool sent) { done += sent ? 1U : 0U; }}));
+        (void)sender.wait_for_room(200'000);
+      }
+    });
+    idle(pause);
+    const std::string arrived = read(client, expected.size());
+    storage.join();
+    EXPECT_TRUE(arrived == expected);
+    EXPECT_TRUE(await(sender.finish()));
+    EXPECT_GT(at_once, 0U);
+    EXPECT_EQ(pushed, done);
+    EXPECT_TRUE(pause == 0ms || pushed > 0);
+    EXPECT_EQ(sender.sent_bytes(), expected.size());
+    EXPECT_EQ(sender.write_now(bytes_of("late")), 0U);
+  }
+}
+
+/// A storage that writes while the transfer is aborted, or the client goes, never touches a connection that is closed.
+TEST_F(DataTransferTest, WritesAtOnceEndWithTheConnection) {
+  for (const bool resets : {false, true}) {
+    SetUp();
+    told.clear();
+    data_sender sender(loop, 20s, [this](const std::string&) { told += "broken"; });
+    sender.attach(std::move(connection));
+    idle(5ms);
+    std::atomic<bool> written = false;
+    std::thread storage([&] {
+      const std::vector<unsigned char> block(10'000);
+      while (true) {
+        const bool went = sender.write_now(block) > 0;
+        written = written || went;
+        if (!went && (!sender.push({block.data(), 1, {}, {}}) || !sender.wait_for_room(0))) break;
+        if (!went) std::this_thread::sleep_for(1ms);  // for the pump to end
+      }
+      EXPECT_EQ(sender.write_now(block), 0U);
+    });
+    EXPECT_TRUE(until([&] {
+      char dropped[65536];
+      boost::system::error_code error;
+      (void)client.read_some(boost::asio::buffer(dropped), error);
+      return written.load();
+    }));
+    if (resets) reset(client);
+    EXPECT_TRUE(!resets || until([&] { return !told.empty(); }));
+    sender.abort();
+    storage.join();
+    EXPECT_EQ(told, resets ? "broken" : "");
   }
 }
 
