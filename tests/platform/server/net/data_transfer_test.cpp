@@ -159,7 +159,8 @@ TEST_F(DataTransferTest, WritesAtOnceEndWithTheConnection) {
       while (true) {
         const bool went = sender.write_now(block) > 0;
         written = written || went;
-        if (!went && !sender.push({block.data(), 1, {}, {}})) break;
+        if (!went && (!sender.push({block.data(), 1, {}, {}}) || !sender.wait_for_room(0))) break;
+        if (!went) std::this_thread::sleep_for(1ms);  // for the pump to end
       }
       EXPECT_EQ(sender.write_now(block), 0U);
     });
