@@ -274,6 +274,39 @@ def test_extended_block_mode(box, ftp, file_id, command, held, ranges):
         assert content[first:end] == CONTENT[first:end]
 
 
+def test_blocks_come_in_any_order(box, ftp, file_id):
+    def script(request):
+        if request.number == 1:
+            time.sleep(1)
+    with DownloadHost(CONTENT, script) as host:
+        box.fault(**host.redirect)
+        client, order, blocks = BlockClient(ftp), [], {}
+        answer, _, _ = client.fetch("/large", streams=4,
+                                    take=lambda offset, block: (order.append(offset), blocks.__setitem__(offset, block)))
+    assert answer.startswith("226"), answer
+    assert assemble(blocks, SIZE) == (CONTENT, f"0-{SIZE}") and sum(map(len, blocks.values())) == SIZE
+    # What waits for the first range in stream mode is here long before it.
+    assert host.ranges[0][0] == 0 and order.index(0) > len(order) // 2
+
+
+def test_gaps_are_filled_in_one_stream(box, ftp, file_id):
+    """The address stops giving parts while the first range is still to come, and later ones are with the client."""
+    def script(request):
+        if request.number == 1:
+            time.sleep(0.3)
+            request.wfile.write(b"HTTP/1.1 500 Out of order\r\n")
+            raise BrokenPipeError
+        if request.number > 8:
+            whole(request)
+    with DownloadHost(CONTENT, script) as host:
+        box.fault(**host.redirect)
+        client, blocks = BlockClient(ftp), []
+        answer, _, _ = client.fetch("/large", streams=4, take=lambda *block: blocks.append(block))
+    assert answer.startswith("226"), answer
+    assert sum(len(block) for _, block in blocks) == SIZE, "no byte comes twice"
+    assert assemble(dict(blocks), SIZE)[0] == CONTENT
+
+
 def test_a_slow_client_bounds_what_is_fetched(box, server):
     box.fill("0", 1, 200_000_000, "slow-")
     ftp = server.ftp()
@@ -283,7 +316,7 @@ def test_a_slow_client_bounds_what_is_fetched(box, server):
     data = ftp.transfercmd(f"RETR /{name}")
     data.recv(1000)
     time.sleep(2.5)  # longer than a request may idle
-    # Five ranges wait; the rest is in the buffers of the two sockets.
+    # Six ranges wait; the rest is in the buffers of the two sockets.
     assert spans_of(asked_of(box, since))[-1][1] < 60_000_000
     left = 200_000_000 - 1000
     while piece := data.recv(1 << 20):
