@@ -1,6 +1,7 @@
 """Uploads whose parts go side by side, against a local Box that fails in every way: byte-exact or told, never in between."""
 
 import concurrent.futures
+import ftplib
 import hashlib
 import json
 import pathlib
@@ -145,6 +146,21 @@ def test_an_upload_that_was_cut_off_goes_on(box, login, cut_at):
     mark = box.mark()
     assert put(login, name, rest=whole)[0] == 226 and is_stored(box, name)
     assert len(requests(box, mark, "PUT")) == PARTS - whole // PART
+
+
+@pytest.mark.parametrize("nth", [6, 8])  # whichever is the last to come, those before are on their way
+def test_an_upload_goes_on_where_a_part_could_not_be_stored(box, login, nth):
+    name = f"refused-{nth}"
+    box.fault(method="PUT", path=SESSIONS + "*", nth=nth, status=403)
+    code, text = put(login, name)
+    gap = int(re.search(r"To go on, send REST (\d+) and STOR", text)[1])
+    assert code in (451, 550) and gap % PART == 0 and 0 < gap < len(CONTENT) and box.find(name) is None
+    for wrong in (PART + gap, 17):
+        with pytest.raises(ftplib.error_perm, match=f"553 .*REST {gap} only"):
+            put(login, name, rest=wrong)
+    mark = box.mark()
+    assert put(login, name, rest=gap)[0] == 226 and is_stored(box, name)
+    assert len(requests(box, mark, "PUT")) <= PARTS - gap // PART
 
 
 def test_sessions_of_a_user_share_their_connections(tmp_path, box, users):

@@ -154,6 +154,33 @@ def test_of_two_who_replace_a_file_at_once_nothing_confirmed_is_lost(server, box
         client.close()
 
 
+def test_a_replacement_that_was_cut_off_goes_on_unless_the_file_changed(server, box):
+    content = pattern(11_000_000)  # what is replaced is left alone until the first 8 MiB are there
+    box.call("POST", "/_emulator/settings", {"part_size": 1_000_000})
+    for changed in (False, True):
+        ident = box.file(f"cut{changed}", OLD)
+        client = Client(server)
+        client.fetch("NLST /")
+        data = client.data()
+        client.command(f"ALLO {len(content)}")
+        assert client.command(f"STOR cut{changed}")[0] == 150
+        data.sendall(content[:10_500_000])
+        data.close()
+        answer = client.reply()
+        assert answer[0] == 426 and "REST 10000000" in answer[1] and box.content(ident) == OLD
+        if changed:
+            store_version(box, ident, b"theirs")
+        data = client.data()
+        assert client.command("REST 10000000")[0] == 350 and client.command(f"STOR cut{changed}")[0] == 150
+        data.sendall(content[10_000_000:])
+        data.close()
+        assert client.reply()[0] == (553 if changed else 226)
+        assert box.find(f"cut{changed}")["id"] == ident
+        assert box.content(ident) == (b"theirs" if changed else content)
+        client.close()
+    box.call("POST", "/_emulator/settings", {"part_size": 40_000})
+
+
 @pytest.mark.parametrize("content", [SMALL, LARGE], ids=["small", "parts"])
 def test_a_file_that_vanished_meanwhile_is_stored_anew(server, box, content):
     name = f"gone{len(content)}"

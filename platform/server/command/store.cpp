@@ -27,7 +27,8 @@ outcome place_refusal(const storage_session::place& place, const std::string& pa
 std::string continuation_refusal(session& client, const std::string& path, const storage_session::place& place,
                                  store_request& request) {
   const unfinished_store* const left = client.storage.unfinished(path);
-  if (place.target) return path + " exists; only an upload that was cut off can go on at an offset.";
+  if (place.target && !(left && left->beside_file))
+    return path + " exists; only an upload that was cut off can go on at an offset.";
   if (!left || left->offset == 0)
     return "Nothing to go on with: only a large upload of this session that was cut off can go on at an offset.";
   const unfinished_store& cut = *left;
@@ -41,6 +42,7 @@ std::string continuation_refusal(session& client, const std::string& path, const
   request.size = cut.size;
   request.offset = cut.offset;
   request.session = cut.session;
+  request.beside_file = cut.beside_file && place.target;
   return {};
 }
 

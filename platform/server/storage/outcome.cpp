@@ -3,6 +3,8 @@
 #include "tarvex_common.hpp"
 #include "tarvex_gridftp_server.h"
 
+#include <charconv>
+
 namespace tarvex::server {
 
 namespace {
@@ -64,6 +66,18 @@ std::string_view result_class(tarvex_result_t result) {
 bool result_missing(tarvex_result_t result) {
   const std::string_view word = result_class(result);
   return word == "PATH_NOT_FOUND" || word == "NOT_A_DIRECTORY";
+}
+
+std::optional<std::uint64_t> result_upload_offset(tarvex_result_t result) {
+  static constexpr std::string_view KEY = "Box-Upload-Offset: \"";
+  const c_string chain(tarvex_error_print_chain(tarvex_error_peek(result)));
+  const std::string_view text = chain ? chain.get() : "";
+  const std::size_t at = text.find(KEY);
+  if (at == std::string_view::npos) return std::nullopt;
+  const std::string_view digits = text.substr(at + KEY.size());
+  std::uint64_t offset = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), offset);
+  return error == std::errc() ? std::optional(offset) : std::nullopt;
 }
 
 }  // namespace tarvex::server

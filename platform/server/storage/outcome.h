@@ -2,6 +2,8 @@
 
 #include "tarvex_common.h"
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,8 +24,8 @@ struct outcome {
 };
 
 /// Reads a result: the code of its FTP response error, or `default_code` where it has none or says 500 of an internal
-/// error; then that error with its
-/// causes, so that the class word is the first line, and what was wrapped around it. Does not release `result`.
+/// error; then that error with its causes, so that the class word is the first line, and what was wrapped around it.
+/// Does not release `result`.
 outcome outcome_of(tarvex_result_t result, int default_code);
 
 /// A failure of the server's own.
@@ -34,5 +36,9 @@ std::string_view result_class(tarvex_result_t result);
 
 /// Whether the storage says by a result that there is no such item.
 bool result_missing(tarvex_result_t result);
+
+/// Where a store that failed can go on, if its storage says so by a line `Box-Upload-Offset: "N"` of the error: all
+/// bytes before are stored, and what it has beyond it takes again without sending it.
+std::optional<std::uint64_t> result_upload_offset(tarvex_result_t result);
 
 }  // namespace tarvex::server

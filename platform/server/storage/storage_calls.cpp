@@ -15,6 +15,12 @@ namespace asio = boost::asio;
 
 namespace {
 
+void tell_where_to_go_on(operation& op, std::uint64_t offset) {
+  const std::string text = "To go on, send REST " + std::to_string(offset) + " and STOR in this session.";
+  if (op.transfer->failed()) return op.transfer->explain_failure(text);
+  op.remark += (op.remark.empty() ? "" : " ") + text;
+}
+
 const char* text_or_null(const std::string& text) {
   return text.empty() ? nullptr : text.c_str();
 }
@@ -161,11 +167,12 @@ asio::awaitable<outcome> storage_session::receive(std::string path, store_reques
     op.misused = true;
   }
   // The storage keeps what is left by its own account of how it ended, whatever was found out afterwards.
-  const auto left = op.storage_failed ? op.store->leftover() : std::nullopt;
+  auto left = op.storage_failed ? op.store->leftover() : std::nullopt;
+  if (left) left->offset = result_upload_offset(op.result.get()).value_or(left->offset);
+  if (left) left->beside_file = request.replaces && op.storage.exchanges().summary().deletes.sent == 0;
   if (!op.storage_failed) unfinished_.erase(op.subject.path);
   if (left) unfinished_[op.subject.path] = *left;
-  if (left && left->offset > 0 && !operation_succeeded(op))
-    over->explain_failure("To go on, send REST " + std::to_string(left->offset) + " and STOR in this session.");
+  if (left && left->offset > 0 && !operation_succeeded(op)) tell_where_to_go_on(op, left->offset);
   outcome how = operation_outcome(op);
   // What has come to be there meanwhile is refused like what was there before.
   if (request.new_only && how.class_word == "PATH_EXISTS") how = outcome_failure(550, "PERMISSION_DENIED");

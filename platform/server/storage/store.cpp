@@ -118,7 +118,7 @@ bool store::prepare_anew(operation& op) {
 /// that goes on may be an earlier one: the item that it knows may have got another name since, or be another session's.
 /// \return why it is not called, where nothing may be deleted; good when it may be.
 owned_result store::name_refusal(operation& op, void* session) {
-  if (!request_.new_only && request_.offset == 0) return {};
+  if (request_.beside_file || (!request_.new_only && request_.offset == 0)) return {};
   std::optional<item_stat> taken;
   owned_result known = stat_inside(op, op.subject.path, taken, session);
   if (!known.ok()) return result_missing(known.get()) ? owned_result() : std::move(known);
@@ -305,7 +305,7 @@ std::uint64_t store::restart_point() const {
 std::optional<unfinished_store> store::leftover() const {
   if (!channel_->begun() || request_.size <= storage_.chunked_minimum()) return std::nullopt;
   const auto session = request_.session ? request_.session : storage_.session();
-  return unfinished_store{request_.size, blocks_.failed().value_or(0), session};
+  return unfinished_store{.size = request_.size, .offset = blocks_.failed().value_or(0), .session = session};
 }
 
 }  // namespace tarvex::server

@@ -25,6 +25,7 @@ struct store_request {
   std::uint64_t shift = 0;   ///< in extended block mode, added to what the blocks say of where they belong
   std::time_t modification_time = -1;
   bool replaces = false;          ///< an item of that name exists
+  bool beside_file = false;       ///< and goes on as it is until all is stored, since this upload began so
   bool new_only = false;          ///< nothing that exists may give way
   std::shared_ptr<void> session;  ///< of the plug-in, which holds the upload that goes on; null: the one in use
 };
@@ -33,6 +34,7 @@ struct store_request {
 struct unfinished_store {
   std::uint64_t size = 0;              ///< of the whole file
   std::uint64_t offset = 0;            ///< where it can go on; 0: nowhere
+  bool beside_file = false;            ///< it replaces a file, which was left as it is until then
   std::shared_ptr<void> session = {};  ///< of the plug-in, which holds it
 };
 
