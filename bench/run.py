@@ -27,6 +27,7 @@ from memory import private_bytes  # noqa: E402
 from processor import digest_seconds  # noqa: E402
 from rclone_place import RclonePlace, in_own_network, within_own_network  # noqa: E402
 import real as real_box  # noqa: E402
+from signed_in import SignedInServer, SignInBox  # noqa: E402
 
 def download():
     """1 GiB through the server, against curl straight from the local Box."""
@@ -92,17 +93,30 @@ def memory():
         row("memory: per cached item", f"{(listed - idle) / 30000:.0f} bytes", "aim: at most 250")
 
 
+def time_logins(server, kind):
+    def one():
+        server.ftp().close()
+
+    one()
+    took = seconds(lambda: [one() for _ in range(50)])
+    with concurrent.futures.ThreadPoolExecutor(8) as pool:
+        took8 = seconds(lambda: list(pool.map(lambda _: one(), range(200))))
+    row(f"logins per second, {kind}, one client", f"{50 / took:.0f}")
+    row(f"logins per second, {kind}, eight clients", f"{200 / took8:.0f}")
+
+
 def logins():
     """Logins per second, one after the other and eight side by side."""
     with Place() as (_, server):
-        def one():
-            server.ftp().close()
-
-        took = seconds(lambda: [one() for _ in range(50)])
-        with concurrent.futures.ThreadPoolExecutor(8) as pool:
-            took8 = seconds(lambda: list(pool.map(lambda _: one(), range(200))))
-        row("logins per second, one client", f"{50 / took:.0f}")
-        row("logins per second, eight clients", f"{200 / took8:.0f}")
+        time_logins(server, "credential file")
+    with tempfile.TemporaryDirectory(prefix="tarvex-bench-") as folder:
+        box = SignInBox(pathlib.Path(folder))
+        server = SignedInServer(pathlib.Path(folder), box)
+        try:
+            time_logins(server, "broker account")
+        finally:
+            server.stop()
+            box.stop()
 
 
 def pacing():
