@@ -40,7 +40,7 @@ window_range_ptr range_window::open(tarvex_off_t begin, tarvex_off_t end) {
 
 void range_window::take(const window_range_ptr& range, const unsigned char* bytes, size_t count) {
   while (count > 0) {
-    if (!range->filling) range->filling = empty_block(range);
+    if (!range->filling) range->filling = empty_block(*range);
     range_block& block = *range->filling;
     const size_t amount = std::min(count, block_bytes_ - block.filled);
     std::memcpy(block.bytes.get() + block.filled, bytes, amount);
@@ -66,7 +66,7 @@ std::vector<std::pair<tarvex_off_t, tarvex_off_t>> range_window::not_handed() co
 }
 
 /// Blocks are kept for the next range: memory that is given back and taken anew costs a page fault for each page.
-range_block_ptr range_window::empty_block(const window_range_ptr& range) {
+range_block_ptr range_window::empty_block(const window_range& range) {
   range_block_ptr block;
   {
     const std::lock_guard lock(monitor_.mutex);
@@ -83,8 +83,7 @@ range_block_ptr range_window::empty_block(const window_range_ptr& range) {
     block->window = this;
   }
   block->filled = 0;
-  block->offset = range->next;
-  block->range = range;
+  block->offset = range.next;
   return block;
 }
 
@@ -118,6 +117,7 @@ range_block_ptr range_window::next_due() {
     if (!range->ready.empty()) {
       range_block_ptr block = std::move(range->ready.front());
       range->ready.pop_front();
+      block->range = range;
       range->handed += static_cast<tarvex_off_t>(block->filled);
       ++range->sending;
       ++sending_;

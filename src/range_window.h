@@ -20,7 +20,7 @@ struct range_block {
   size_t filled = 0;
   tarvex_off_t offset = 0;  ///< of the file
   range_window* window = nullptr;
-  std::shared_ptr<window_range> range;
+  std::shared_ptr<window_range> range;  ///< while the server has it; before, the range owns it
 };
 
 using range_block_ptr = std::unique_ptr<range_block>;
@@ -72,7 +72,7 @@ class range_window {
  private:
   static void write_done(tarvex_gfs_operation_t op, tarvex_result_t result, unsigned char* buffer, size_t count,
                          void* user_arg);
-  range_block_ptr empty_block(const window_range_ptr& range);
+  range_block_ptr empty_block(const window_range& range);
   bool client_waits_for(const window_range& range);
   void put(window_range& range);
   void hand_on();

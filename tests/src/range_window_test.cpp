@@ -1,4 +1,5 @@
 #include "range_window.h"
+
 #include "../platform/common/results.h"
 
 #include <gtest/gtest.h>
