@@ -79,7 +79,6 @@ constexpr conditional_call CONDITIONAL_CALLS[] = {
     {"fcntl", 1, INT_ARGUMENT, F_GETLK},
     {"fcntl", 1, INT_ARGUMENT, F_SETLK},
     {"fcntl", 1, INT_ARGUMENT, F_SETLKW},
-    {"fcntl", 1, INT_ARGUMENT, F_OFD_SETLK},
     {"ioctl", 1, INT_ARGUMENT, FIONBIO},
     {"ioctl", 1, INT_ARGUMENT, FIONREAD},
     {"ioctl", 1, INT_ARGUMENT, TCGETS},
