@@ -8,7 +8,7 @@ import re
 import tomllib
 
 import pytest
-from local import BUILD, SMALL_BOX, SMALL_SERVER, Box, Server, put
+from local import BUILD, SMALL_BOX, SMALL_SERVER, Box, Server, is_sanitized, put
 
 DOCS = pathlib.Path(__file__).parents[2] / "docs"
 SMALL, LARGE = b"s" * 1000, b"l" * 150_000  # one request, and four parts
@@ -133,7 +133,7 @@ def test_the_table_says_what_is_asked(tmp_path, column):
 PLUGIN = BUILD / "lib/libtarvex_gridftp_server_box.so"
 
 
-@pytest.mark.skipif(b"__asan_init" in PLUGIN.read_bytes(), reason="what is built so cannot be loaded into this program")
+@pytest.mark.skipif(is_sanitized(PLUGIN), reason="what is built so cannot be loaded into this program")
 @pytest.mark.parametrize("row", table("tuning.md", 6), ids=lambda row: row[0].strip("`"))
 def test_settings_are_as_documented(row):
     plugin = ctypes.CDLL(str(PLUGIN))

@@ -12,7 +12,7 @@ import sys
 import time
 
 import pytest
-from local import PASSWORD, Server, let_others_in, pattern, wait_until
+from local import BUILD, PASSWORD, Server, is_sanitized, let_others_in, pattern, wait_until
 
 LIMITED = """
 [limits]
@@ -167,7 +167,7 @@ def test_a_line_without_end_costs_little(limited):
             for _ in range(10):
                 control.socket.sendall(b"x" * 1_000_000)
         more = int(status_of(pid)["VmHWM"][0]) - resident
-        assert more < 9_000, f"{more} KiB"
+        assert more < 8_000 or is_sanitized(BUILD / "bin/tarvex-gridftp-server"), f"{more} KiB"
         assert cpu_seconds(pid) - before < 5
         control.socket.shutdown(socket.SHUT_WR)
     session_gone(limited, 0)

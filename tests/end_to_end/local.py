@@ -22,6 +22,11 @@ FAST_POLICY = '{"user_api_rate_limit": 100000}'
 SECURITY = '[security]\nuser = "root"'
 
 
+def is_sanitized(binary):
+    """Whether AddressSanitizer is in a binary: then freed memory stays, and Python cannot load it."""
+    return b"__asan_init" in binary.read_bytes()
+
+
 class Program:
     """A program that says "listening on HOST:PORT" once it serves."""
 
