@@ -226,7 +226,7 @@ TEST_F(PartsTest, GivesNothingOutWhileAPartIsBeingCured) {
   box.faults[0] = {{cut}};
   box.others_wait_for_list = true;
   EXPECT_EQ(store(), "");
-  EXPECT_EQ(box.listings, 1u);
+  EXPECT_GE(box.listings, 1u);  // pages
   EXPECT_EQ(box.begun_during_list, 0u);
   expect_stored();
 }
