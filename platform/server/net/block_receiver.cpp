@@ -135,6 +135,7 @@ void block_receiver::state::receive(block_lane& on) {
     last_progress = steady::now();
     turn += bytes;
   }
+  consume(on);  // what the turn read last may be all that comes, and nothing tells of it again
 }
 
 error_code block_receiver::state::read_on(block_lane& on, std::size_t& bytes) {
