@@ -41,6 +41,20 @@ def test_uploads_arrive_whole(box, client, content, lanes, announced):
         assert box.find(name)["size"] == SIZE and box.find(name)["sha1"] == sha1(content)
 
 
+def test_the_end_of_a_connection_s_turn_may_be_its_last(box, client):
+    """All of it lies there when the server begins to read, and the rest of a turn is the end of the data."""
+    for size in range((1 << 20) - 2_000, (1 << 20) + 16_000, 2_000):
+        whole = pattern(size, seed=9)
+        blocks = [(offset, whole[offset:offset + 9_000]) for offset in range(0, size, 9_000)]
+        address = client.passive()
+        lane = client.connect(address)
+        lane.sendall(b"".join(HEADER.pack(0, len(block), offset) + block for offset, block in blocks)
+                     + HEADER.pack(EOF, 0, 1) + HEADER.pack(EOD | CLOSES, 0, 0))
+        client.ftp.putcmd(f"STOR /turn-{size}")
+        assert client.reply().startswith("150") and client.reply().startswith("226")
+        lane.close()
+
+
 @pytest.mark.parametrize("streams", LANES)
 def test_downloads_come_whole(client, content, streams):
     answer, blocks, opened = client.fetch("/blocks", streams=streams, striped=streams == 2)
