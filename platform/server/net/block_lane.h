@@ -22,9 +22,13 @@ class block_lane {
       : socket(std::move(connection)), room_made(loop) {}
 
   std::unique_ptr<data_socket> socket;
-  wake room_made;      ///< for bytes that wait here, or in the connection
-  bool held = false;   ///< they wait
-  bool ended = false;  ///< its last block is over
+  wake room_made;       ///< for bytes that wait here, or in the connection
+  bool held = false;    ///< they wait
+  bool called = false;  ///< and have been told to come, but did not have their turn yet
+  bool ended = false;   ///< its last block is over
+
+  /// It waits for room, and nothing has told it that there is some.
+  bool stuck() const { return held && !called; }
 
   // The current block.
   block_header header;

@@ -114,7 +114,7 @@ asio::awaitable<void> block_receiver::state::serve(self_ptr self, lane_ptr on) {
       error = co_await on->socket->readable();
     }
     if (!self->open() || on->ended) co_return;
-    on->held = false;
+    on->held = on->called = false;
     if (error)
       self->connection_over(*on, error);
     else
@@ -306,14 +306,14 @@ void block_receiver::state::first_done(bool failed, bool eof) {
 
 void block_receiver::state::release_held() {
   for (const auto& each : lanes)
-    if (each->held) each->room_made.notify();
+    if (each->held && !std::exchange(each->called, true)) each->room_made.notify();
 }
 
 /// Whether all connections wait for bytes that none of them brings.
 void block_receiver::state::watch_gap() {
-  const bool any_held = std::any_of(lanes.begin(), lanes.end(), [](auto& each) { return each->held; });
+  const bool any_held = std::any_of(lanes.begin(), lanes.end(), [](auto& each) { return each->stuck(); });
   const bool any_takes =
-      std::any_of(lanes.begin(), lanes.end(), [](auto& each) { return !each->held && !each->ended; });
+      std::any_of(lanes.begin(), lanes.end(), [](auto& each) { return !each->stuck() && !each->ended; });
   full = any_held && window.in_order() > 0;
   if (!open() || !any_held || any_takes || full) {
     if (std::exchange(gap_awaited, false)) gap_check.cancel();

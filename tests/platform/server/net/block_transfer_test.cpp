@@ -352,6 +352,25 @@ TEST_F(BlockTransferTest, AGapThatNeverClosesIsTold) {
   }
 }
 
+/// One that has been told to read on, and has not yet had its turn, brings what is missing.
+TEST_F(BlockTransferTest, AConnectionThatIsAboutToReadOnLeavesNoGap) {
+  const std::string first = pattern(600'000), rest = pattern(100'000);
+  auto rule = rules();
+  rule.window_bytes = 1 << 18;
+  rule.connections_max = 2;
+  block_receiver receiver(loop, rule);
+  receiver.attach(connection());
+  write(clients[0], block(0, first) + header(72, 0, 2));
+  idle(5ms);
+  EXPECT_TRUE(receiver.full());
+  receiver.attach(connection());
+  clients[1].write_some(boost::asio::buffer(block(first.size(), rest) + header(8, 0, 0)));
+  for (int i = 0; i < 3; ++i) ask(receiver, 1 << 18);
+  take_all(receiver);
+  EXPECT_TRUE(got == first + rest);
+  EXPECT_EQ(told, "");
+}
+
 TEST_F(BlockTransferTest, AClientThatIsGoneHasNotFinished) {
   present = false;
   block_receiver receiver(loop, rules());
