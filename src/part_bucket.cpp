@@ -47,12 +47,19 @@ part_bucket::~part_bucket() {
   shared_file_close(file_, BUCKET_FILE.size);
 }
 
-void part_bucket::draw() noexcept {
-  if (file_.start == nullptr) return;
+/// \return how long to wait for the part, in microseconds
+int64_t part_bucket::draw_ahead() noexcept {
+  const std::lock_guard guard(mutex_);
   // A lock that cannot be had (there is no file, or the session is cancelled) leaves a bucket of this object's own.
   const bool locked = shared_file_lock(file_.fd, F_WRLCK, true) == 0;
   const int64_t wait = part_bucket_wait(tarvex_l_box_now_us(), *static_cast<int64_t*>(file_.start));
   if (locked) (void)shared_file_lock(file_.fd, F_UNLCK, false);
+  return wait;
+}
+
+void part_bucket::draw() noexcept {
+  if (file_.start == nullptr) return;
+  const int64_t wait = draw_ahead();
   if (wait == 0) return;
   const timespec pause = {.tv_sec = wait / US_PER_SECOND, .tv_nsec = wait % US_PER_SECOND * 1000};
   (void)tarvex_sleep(&pause);

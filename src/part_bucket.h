@@ -5,11 +5,12 @@
 #include "shared_file.h"
 
 #include <cstdint>
+#include <mutex>
 
 namespace tarvex::box {
 
 /// A bucket of 240 parts that fills at 240 a minute: whether Box counts parts among its 240 uploads a minute is not
-/// known. Used by one thread of a process.
+/// known.
 class part_bucket {
  public:
   static constexpr int64_t CAPACITY = 240;
@@ -21,10 +22,13 @@ class part_bucket {
   part_bucket& operator=(const part_bucket&) = delete;
   ~part_bucket();
 
-  /// Takes one part out, waiting until there is one; a cancellation ends the wait.
+  /// Takes one part out, waiting until there is one; a cancellation ends the wait. Any thread.
   void draw() noexcept;
 
  private:
+  int64_t draw_ahead() noexcept;
+
+  std::mutex mutex_;  // a file's lock is the process's
   shared_file file_;
 };
 

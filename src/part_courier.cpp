@@ -146,7 +146,7 @@ step courier::look() {
 }
 
 step courier::put() {
-  ++part_.tries;
+  if (++part_.tries > 1 && tarvex_i_box_part_paced == 0) traffic_.bucket.draw();
   tarvex_dsi_rest_write_block_arg_t block{};
   request call = part_request(COURIER_SOURCE, upload_, part_.content, block);
   call.attempts = 1;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "flight_width.h"
+#include "part_bucket.h"
 #include "part_lookup.h"
 
 #include <atomic>
@@ -14,11 +15,16 @@ namespace tarvex::box {
 
 /// What the parts on their way have in common.
 struct part_traffic {
-  std::mutex mutex;                 ///< guards all but the next two
+  /// \param user_id  Box user
+  /// \param most     parts at once
+  part_traffic(const char* user_id, int most) : bucket(user_id), width(most) {}
+
+  part_bucket bucket;               ///< that each part and each further try is drawn from, unless parts are spaced
+  std::mutex mutex;                 ///< guards what has no rule of its own
   std::mutex cure;                  ///< held while a part is tried again: one at a time, since Box has trouble already
   std::atomic<bool> failed{false};  ///< a part cannot be sent; written under the mutex
   std::condition_variable changed;
-  flight_width width{1};
+  flight_width width;
   int curing = 0;  ///< parts that met trouble and may pass yet
 };
 

@@ -23,12 +23,10 @@ part_flight::part_flight(tarvex_gfs_operation_t op, tarvex_box_session_t* box, t
       box_(box),
       upload_(upload),
       seats_(box->user_id),
-      bucket_(box->user_id),
+      traffic_(box->user_id, tarvex_i_box_part_concurrency),
       buffers_(upload.part_size, static_cast<uint64_t>(tarvex_i_box_part_memory), tarvex_i_box_part_concurrency + 1),
       digests_(upload),
-      pool_(static_cast<size_t>(tarvex_i_box_part_concurrency)) {
-  traffic_.width = flight_width(tarvex_i_box_part_concurrency);
-}
+      pool_(static_cast<size_t>(tarvex_i_box_part_concurrency)) {}
 
 tarvex_result_t part_flight::run(int first) {
   owned_result failure(guarded([&]() -> tarvex_result_t {
@@ -98,7 +96,7 @@ tarvex_result_t part_flight::give_out(flying_part& part) {
   if (tarvex_i_box_part_paced == 1) {
     tarvex_i_box_retry_delay(0, &box_->user_upload_retry);
   } else {
-    bucket_.draw();
+    traffic_.bucket.draw();
   }
   lock held(traffic_.mutex);
   take_seat(held, part);

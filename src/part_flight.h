@@ -3,7 +3,6 @@
 #pragma once
 
 #include "connection_seats.h"
-#include "part_bucket.h"
 #include "part_buffers.h"
 #include "part_courier.h"
 #include "read_monitor.h"
@@ -62,7 +61,6 @@ class part_flight {
   tarvex_box_session_t* const box_;
   tarvex_box_upload_session_t& upload_;
   connection_seats seats_;
-  part_bucket bucket_;
   read_monitor monitor_;
 
   part_traffic traffic_;  // its mutex guards what follows and the parts' states
