@@ -76,7 +76,8 @@ class storing_mark {
   std::int64_t offset_;
 };
 
-/// Takes the bytes of one part; where it follows on what the whole-file digest has seen, it is fed to that, too.
+/// Takes the bytes of one part; where it follows on what the whole-file digest has seen, it is fed to that, too, and
+/// where not, that goes on with parts which came before.
 class part_writer {
  public:
   part_writer(const call& of, const upload_session& session, const part_range& range,
@@ -93,7 +94,11 @@ class part_writer {
       // Seen as it comes: a chunked body announces no length.
       if (received_ + static_cast<std::int64_t>(got) > range_.size()) throw box_problem("range_not_satisfiable");
       part_.update(bytes);
-      if (whole_) whole_->update(bytes);
+      if (whole_) {
+        whole_->update(bytes);
+      } else {
+        session_digest_carry_on(*memory_, file_.get(), 2 * static_cast<std::int64_t>(got));
+      }
       file_write(file_.get(), bytes, range_.first + received_);
       received_ += static_cast<std::int64_t>(got);
     }
@@ -104,8 +109,9 @@ class part_writer {
 
   /// The part counts from now on.
   void accept() {
-    if (!whole_) return;
     const std::lock_guard lock(memory_->mutex);
+    session_digest_add(*memory_, range_.first, range_.size());
+    if (!whole_) return;
     memory_->digest = std::move(*whole_);
     memory_->bytes = range_.last + 1;
   }

@@ -12,13 +12,23 @@
 namespace tarvex::emulator {
 
 /// What an open upload session keeps in memory: the parts that are being stored at this moment, and the whole-file
-/// digest, carried along as parts arrive in order, so that a commit has little left to read.
+/// digest, carried along as parts arrive, so that a commit has little left to read.
 struct session_digest {
   std::mutex mutex;                // guards all below
   std::set<std::int64_t> storing;  // offsets
   sha1_digest digest;
-  std::int64_t bytes = 0;  // digested so far, from the front of the file
+  std::int64_t bytes = 0;                      // digested so far, from the front of the file
+  std::int64_t complete = 0;                   // stored without a gap, from the front of the file
+  std::map<std::int64_t, std::int64_t> apart;  // offset -> size of what is stored beyond that
+  bool carried_on = false;                     // by a thread, at this moment
 };
+
+/// A part is stored. The mutex is held.
+void session_digest_add(session_digest& to, std::int64_t offset, std::int64_t size);
+
+/// Digests up to `most` bytes of what is stored without a gap and was not digested yet, unless another thread does.
+/// \param file  the session's content
+void session_digest_carry_on(session_digest& of, int file, std::int64_t most);
 
 /// Usable from all threads. A session that is not known (after a restart) starts at nothing and reads its file again.
 class session_digests {
