@@ -12,7 +12,7 @@ namespace tarvex::box {
 /// Room for one part.
 struct part_buffer {
   c_string bytes = {};
-  uint64_t digested = 0;  ///< what MD5 must have come to before the room is used again
+  uint64_t digested = 0;  ///< what the digests must have come to before the room is used again
 };
 
 /// Rooms of one size, which are used again and again: fresh memory costs the processor about as much as a digest. Not

@@ -35,7 +35,7 @@ class part_flight {
     bool seated = false;  ///< has a seat
     part_buffer buffer = {};
     digest_mark before{};   ///< of the file's digests
-    uint64_t digested = 0;  ///< what MD5 must have come to before the part may go
+    uint64_t digested = 0;  ///< what they must have come to before the part may go
   };
   using lock = std::unique_lock<std::mutex>;
 

@@ -8,7 +8,7 @@ namespace tarvex::box {
 
 namespace {
 
-constexpr size_t SLICE_BYTES = size_t{64} << 10;  // stays in a core's own cache between the two SHA-1s
+constexpr size_t SLICE_BYTES = size_t{64} << 10;  // stays in a core's own cache between SHA-1 and MD5
 
 constexpr char PART_FAILED[] = "Failed generating part hash.";
 constexpr char SHA1_FAILED[] = "Failed updating file sha1 hash.";
@@ -20,28 +20,33 @@ upload_digests::upload_digests(tarvex_box_upload_session_t& upload) : upload_(up
 
 void upload_digests::begin_part(digest_mark& mark) {
   failure_ = sha1_begin(part_) ? nullptr : PART_FAILED;
-  mark.sha1 = upload_.sha1_ctx;
-  beside([this, &mark] { mark.md5 = upload_.md5_ctx; });
+  beside([this, &mark] { mark = {.sha1 = upload_.sha1_ctx, .md5 = upload_.md5_ctx}; });
 }
 
 void upload_digests::add(const unsigned char* data, size_t length) noexcept {
   if (length == 0) return;
   try {
     beside([this, data, length] {
-      if (md5_update(upload_.md5_ctx, data, length)) return;
+      const char* const failure = add_to_file(data, length);
+      if (failure == nullptr) return;
       const std::lock_guard lock(mutex_);
-      md5_failed_ = true;
+      file_failure_ = failure;
     });
   } catch (...) {
-    failure_ = MD5_FAILED;  // out of memory
+    failure_ = SHA1_FAILED;  // out of memory
   }
+  if (!sha1_update(part_, data, length)) failure_ = PART_FAILED;
+}
+
+const char* upload_digests::add_to_file(const unsigned char* data, size_t length) {
   while (length > 0) {
     const size_t slice = std::min(length, SLICE_BYTES);
-    if (!sha1_update(part_, data, slice)) failure_ = PART_FAILED;
-    if (!sha1_update(upload_.sha1_ctx, data, slice)) failure_ = SHA1_FAILED;
+    if (!sha1_update(upload_.sha1_ctx, data, slice)) return SHA1_FAILED;
+    if (!md5_update(upload_.md5_ctx, data, slice)) return MD5_FAILED;
     data += slice;
     length -= slice;
   }
+  return nullptr;
 }
 
 const char* upload_digests::finish_part(sha1_digest& digest) {
@@ -57,7 +62,7 @@ void upload_digests::come_to(uint64_t given) {
 const char* upload_digests::settle() {
   come_to(given_);
   const std::lock_guard lock(mutex_);
-  return md5_failed_ ? MD5_FAILED : nullptr;
+  return file_failure_;
 }
 
 void upload_digests::return_to(const digest_mark& mark) {
