@@ -4,6 +4,7 @@
 #include "net/event_loop.h"
 #include "storage/change_view.h"
 #include "storage/credential.h"
+#include "storage/disposal.h"
 #include "storage/exchange_log.h"
 #include "storage/operation.h"
 #include "storage/operation_thread.h"
@@ -175,6 +176,7 @@ class storage_session {
   void* handle() const { return handle_.get(); }
   const std::shared_ptr<void>& session() const { return handle_; }
   exchange_log& exchanges() { return exchanges_; }
+  disposal& leavings() { return leavings_; }  ///< I/O thread
   const host& environment() const { return host_; }
   /// Inside the work of `op`: starts the plug-in's session anew. The one before goes on where that fails, and is kept
   /// as long as an upload can be continued in it.
@@ -216,6 +218,7 @@ class storage_session {
   std::string username_, home_directory_;
   change_view others_;  ///< operation thread
   exchange_log exchanges_;
+  disposal leavings_;
 
   std::map<std::string, unfinished_store>
       unfinished_;  ///< by path in Box; I/O thread, and the operation thread while it renews

@@ -74,7 +74,10 @@ store::store(storage_session& storage, std::shared_ptr<transfer> channel, const 
   if (request.size <= storage_.chunked_minimum()) sha1_ = checksum_stream::create("SHA1");
 }
 
-store::~store() = default;
+store::~store() {
+  // To give the disk back may take seconds, and the reply has not gone out yet.
+  if (spool_ && !spool_->in_memory()) storage_.leavings().take(std::move(spool_));
+}
 
 void store::run(operation& op) {
   if (!await_data(op)) {

@@ -1,14 +1,17 @@
 #include "storage/spool.h"
 
+#include "storage/disposal.h"
 #include "storage/spool_budget.h"
 #include "support/temporary_folder.h"
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
+#include <future>
 #include <memory>
 
 namespace tarvex::server {
@@ -125,6 +128,29 @@ TEST(Spool, FailuresTakeNothingOfTheBudget) {
   ASSERT_EQ(held.append(bytes_of("1234")), 0);
   for (int i = 0; i < 2; ++i) EXPECT_EQ(held.append(bytes_of("5")), ENOENT);
   EXPECT_EQ(budget->total.disk_bytes, 0U);
+}
+
+/// The disk takes its time to take space back.
+TEST(Disposal, HoldsNobodyUpAndIsDoneInTheEnd) {
+  std::promise<void> free;
+  std::atomic<int> gone = 0;
+  {
+    disposal leavings;
+    for (int i = 0; i < 2; ++i) {
+      leavings.take(std::shared_ptr<void>(nullptr, [&gone, go = free.get_future().share()](void*) {
+        go.wait();
+        ++gone;
+      }));
+      if (i == 0) {
+        EXPECT_EQ(gone, 0);
+        free.set_value();
+        free = {};
+      }
+    }
+    EXPECT_LE(gone, 1);
+    free.set_value();
+  }
+  EXPECT_EQ(gone, 2);
 }
 
 }  // namespace
