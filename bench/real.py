@@ -73,15 +73,18 @@ class Settings:
     def recommended(self, **other):
         return {name: value for name, value in {**RECOMMENDED, **other}.items() if name not in self.missing}
 
-    def variants(self, *alone, eight):
-        """(name, settings or None) of the letter, of each setting alone, of all together, and of eight in flight."""
+    def variants(self, *alone, eight, **room):
+        """(name, settings or None) of the letter, of each setting alone, of all together, and of eight in flight; those
+        may need `room`, the settings that are to be at least so large."""
         yield "by the letter", {}
         for name in alone:
             value = RECOMMENDED[name]
             yield f"{name} = {value}", None if name in self.missing else {name: value}
         without = f" (without {', '.join(sorted(self.missing))})" if self.missing else ""
         yield f"all together{without}", self.recommended()
-        yield f"{eight} = 8", None if eight in self.missing else self.recommended(**{eight: 8})
+        larger = {name: value for name, value in room.items() if value > RECOMMENDED[name]}
+        name = ", ".join(f"{name} = {value}" for name, value in {eight: 8, **larger}.items())
+        yield name, None if eight in self.missing else self.recommended(**{eight: 8}, **larger)
 
 
 class PeakPages:
@@ -158,7 +161,8 @@ def up(payload, settings):
         def theirs(place, options):
             return place.rclone(*options, "copyto", payload.path, "bx:new")
 
-        took = rates(what, settings.variants(*alone, eight="part_concurrency"), ours, part_size=part_size)
+        variants = settings.variants(*alone, eight="part_concurrency", part_memory=8 * part_size)
+        took = rates(what, variants, ours, part_size=part_size)
         rclone_rates(what, theirs, took, part_size=part_size)
         compare_with_rclone(took, what, "part_concurrency")
 
