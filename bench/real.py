@@ -73,18 +73,18 @@ class Settings:
     def recommended(self, **other):
         return {name: value for name, value in {**RECOMMENDED, **other}.items() if name not in self.missing}
 
-    def variants(self, *alone, eight, **room):
-        """(name, settings or None) of the letter, of each setting alone, of all together, and of eight in flight; those
-        may need `room`, the settings that are to be at least so large."""
+    def variants(self, *alone, eight, part_memory=0):
+        """(name, settings or None) of the letter, of each setting alone, of all together, and of eight in flight, which
+        may need more `part_memory`."""
         yield "by the letter", {}
         for name in alone:
             value = RECOMMENDED[name]
             yield f"{name} = {value}", None if name in self.missing else {name: value}
         without = f" (without {', '.join(sorted(self.missing))})" if self.missing else ""
         yield f"all together{without}", self.recommended()
-        larger = {name: value for name, value in room.items() if value > RECOMMENDED[name]}
-        name = ", ".join(f"{name} = {value}" for name, value in {eight: 8, **larger}.items())
-        yield name, None if eight in self.missing else self.recommended(**{eight: 8}, **larger)
+        room = {"part_memory": part_memory} if part_memory > PART_MEMORY else {}
+        name = f"{eight} = 8" + (f", part_memory = {part_memory // MIB} MiB" if room else "")
+        yield name, None if eight in self.missing else self.recommended(**{eight: 8}, **room)
 
 
 class PeakPages:
