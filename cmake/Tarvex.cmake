@@ -61,6 +61,8 @@ function(tarvex_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES;INCLUDES" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   tarvex_target(${name})
+  # What is tested is optimised; to optimise the cases themselves took a third of the build.
+  target_compile_options(${name} PRIVATE $<$<CONFIG:Release,RelWithDebInfo>:-O0 -U_FORTIFY_SOURCE>)
   target_include_directories(${name} PRIVATE ${ARG_INCLUDES})
   list(LENGTH ARG_SOURCES count)
   if(count GREATER 3)
