@@ -118,13 +118,12 @@ TEST_F(DataTransferTest, WhatIsWrittenAtOnceKeepsItsPlace) {
     EXPECT_EQ(sender.write_now(bytes_of("ef")), 0U) << "past what waits";
     std::string expected = "abcd";
     for (std::uint32_t number = 0; number < 4'000'000; ++number) expected.append(reinterpret_cast<char*>(&number), 4);
-    std::atomic<std::size_t> at_once = 0, pushed = 0, done = 0;
+    std::atomic<std::size_t> pushed = 0, done = 0;
     std::thread storage([&] {
       for (std::span rest = bytes_of(expected).subspan(4); !rest.empty();) {
         const auto block = rest.first(std::min<std::size_t>(rest.size(), 100'000));
         rest = rest.subspan(block.size());
         const std::size_t went = sender.write_now(block);
-        at_once += went;
         if (went == block.size()) continue;
         ++pushed;
         const auto left = block.subspan(went);
@@ -137,7 +136,6 @@ TEST_F(DataTransferTest, WhatIsWrittenAtOnceKeepsItsPlace) {
     storage.join();
     EXPECT_TRUE(arrived == expected);
     EXPECT_TRUE(await(sender.finish()));
-    EXPECT_GT(at_once, 0U);
     EXPECT_EQ(pushed, done);
     EXPECT_TRUE(pause == 0ms || pushed > 0);
     EXPECT_EQ(sender.sent_bytes(), expected.size());
